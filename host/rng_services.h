@@ -1,0 +1,41 @@
+// Host side of the random-number library: the name-value store of its
+// settings, the logger (format text, log lines, catalogued messages), the
+// system query (processor record, clock codes), the current task and the
+// transcoder the library reaches through kernel words.
+//
+// Who calls what:
+//   - Session's constructor calls makeRngServices(session), keeps the result
+//     and calls installRngServices(services, kernelWords) on the kernel object
+//     it hands the module (words 11, 13, 14, 15, 26, 33, 35 are filled here).
+//   - The host implements rngServices(session), returning that object.
+//   - Session::setSetting/clearSetting forward to storeSet*/storeClear.
+//   - Session::takeMessages appends takeRngMessages(services) to its own list.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "host/host.h"
+
+namespace txhost {
+
+class Session;
+struct RngServices;
+
+std::unique_ptr<RngServices> makeRngServices(Session& session);   // owns store, logger, system query, task
+void installRngServices(RngServices& services, void** kernelWords); // fills kernel words 11,13,14,15,26,33,35
+RngServices& rngServices(Session& session);                         // accessor the host implements
+
+// The settings store, by name (names are case-sensitive, as the library
+// writes them).
+void storeSetText(RngServices& services, std::string_view name, std::string_view text);
+void storeSetInteger(RngServices& services, std::string_view name, std::int64_t value);
+void storeSetDouble(RngServices& services, std::string_view name, double value);
+void storeClear(RngServices& services, std::string_view name);
+
+// Log lines and catalogued messages recorded since the last take, in order.
+std::vector<Message> takeRngMessages(RngServices& services);
+
+}  // namespace txhost
