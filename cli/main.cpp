@@ -1,0 +1,2 @@
+// txscan: the command line for the txscanmd functions.
+int main() { return 0; }
