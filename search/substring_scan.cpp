@@ -1,0 +1,295 @@
+// Substring search by a vector filter on the pattern's first and last bytes:
+// 32 alignments at a time, an alignment is a candidate only when its first
+// and last text bytes can match, and each candidate is then compared in full.
+// Caseless searches filter on every byte that upcaseMap folds onto the same
+// byte as the pattern's end byte (its case images, found by one pass over the
+// map), so the filter never drops an alignment that a plain scan would
+// accept. Inputs too short for a vector block, ends with more than two case
+// images, and processors without AVX2 take the plain scan.
+#include "search/substring_scan.h"
+
+#include <cstring>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+#include "module/module_state.h"
+
+namespace txscan {
+
+namespace {
+
+// The bytes an end byte of the pattern can match in the text.
+struct EndImages {
+    std::uint8_t first[2];
+    std::uint8_t last[2];
+};
+
+template <bool Caseless>
+inline bool sameByte(std::uint8_t x, std::uint8_t y, const std::uint8_t* upper) {
+    if constexpr (Caseless) {
+        return upper[x] == upper[y];
+    } else {
+        (void)upper;
+        return x == y;
+    }
+}
+
+// Full comparison of one alignment.
+template <bool Caseless>
+inline bool matchesAt(const std::uint8_t* at, const std::uint8_t* p, std::int64_t m, const std::uint8_t* upper) {
+    if constexpr (!Caseless) {
+        return std::memcmp(at, p, static_cast<std::size_t>(m)) == 0;
+    } else {
+        for (std::int64_t j = 0; j < m; ++j) {
+            if (upper[at[j]] != upper[p[j]]) return false;
+        }
+        return true;
+    }
+}
+
+// The inner bytes of a candidate whose end bytes already passed the filter.
+template <bool Caseless>
+inline bool innerMatches(const std::uint8_t* at, const std::uint8_t* p, std::int64_t m, const std::uint8_t* upper) {
+    return m <= 2 || matchesAt<Caseless>(at + 1, p + 1, m - 2, upper);
+}
+
+template <bool Caseless>
+std::int64_t forwardPlain(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
+                          std::int64_t m, const std::uint8_t* upper) {
+    for (std::int64_t a = from; a <= lastAlign; ++a) {
+        if (sameByte<Caseless>(t[a], p[0], upper) && matchesAt<Caseless>(t + a, p, m, upper)) return a;
+    }
+    return -1;
+}
+
+template <bool Caseless>
+std::int64_t backwardPlain(const std::uint8_t* t, std::int64_t lastAlign, const std::uint8_t* p, std::int64_t m,
+                           const std::uint8_t* upper) {
+    for (std::int64_t a = lastAlign; a >= 0; --a) {
+        if (sameByte<Caseless>(t[a + m - 1], p[m - 1], upper) && matchesAt<Caseless>(t + a, p, m, upper)) return a;
+    }
+    return -1;
+}
+
+#if defined(__x86_64__)
+
+constexpr std::int64_t kBlock = 32;
+
+bool haveAvx2() { return __builtin_cpu_supports("avx2"); }
+
+// The bytes that upcaseMap folds onto upper[b]: b and its other case, or b
+// twice. False when there are more than two (the plain scan handles those).
+bool caseImages(std::uint8_t b, const std::uint8_t* upper, std::uint8_t out[2]) {
+    const __m128i target = _mm_set1_epi8(static_cast<char>(upper[b]));
+    int found = 0;
+    for (int row = 0; row < 256; row += 16) {
+        const __m128i folded = _mm_loadu_si128(reinterpret_cast<const __m128i*>(upper + row));
+        unsigned hits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(folded, target)));
+        for (; hits != 0; hits &= hits - 1) {
+            if (found == 2) return false;
+            out[found++] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+        }
+    }
+    if (found == 1) out[1] = out[0];
+    return true;
+}
+
+bool endImages(const std::uint8_t* p, std::int64_t m, bool caseless, const std::uint8_t* upper, EndImages* images) {
+    if (!caseless) {
+        *images = {{p[0], p[0]}, {p[m - 1], p[m - 1]}};
+        return true;
+    }
+    return caseImages(p[0], upper, images->first) && caseImages(p[m - 1], upper, images->last);
+}
+
+struct Avx2Filter {
+    __m256i first0, first1, last0, last1;
+};
+
+template <bool Caseless>
+__attribute__((target("avx2"))) inline std::uint32_t candidates(const std::uint8_t* at, std::int64_t m,
+                                                                const Avx2Filter& f) {
+    const __m256i head = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+    const __m256i tail = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + m - 1));
+    __m256i headHits = _mm256_cmpeq_epi8(head, f.first0);
+    __m256i tailHits = _mm256_cmpeq_epi8(tail, f.last0);
+    if constexpr (Caseless) {
+        headHits = _mm256_or_si256(headHits, _mm256_cmpeq_epi8(head, f.first1));
+        tailHits = _mm256_or_si256(tailHits, _mm256_cmpeq_epi8(tail, f.last1));
+    }
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_and_si256(headHits, tailHits)));
+}
+
+__attribute__((target("avx2"))) inline Avx2Filter makeFilter(const EndImages& e) {
+    return {_mm256_set1_epi8(static_cast<char>(e.first[0])), _mm256_set1_epi8(static_cast<char>(e.first[1])),
+            _mm256_set1_epi8(static_cast<char>(e.last[0])), _mm256_set1_epi8(static_cast<char>(e.last[1]))};
+}
+
+// Alignments from..lastAlign; every load stays inside t[0..lastAlign + m).
+template <bool Caseless>
+__attribute__((target("avx2"))) std::int64_t forwardAvx2(const std::uint8_t* t, std::int64_t from,
+                                                         std::int64_t lastAlign, const std::uint8_t* p,
+                                                         std::int64_t m, const EndImages& images,
+                                                         const std::uint8_t* upper) {
+    const Avx2Filter f = makeFilter(images);
+    std::int64_t a = from;
+    for (; a + kBlock - 1 <= lastAlign; a += kBlock) {
+        for (std::uint32_t hits = candidates<Caseless>(t + a, m, f); hits != 0; hits &= hits - 1) {
+            const std::int64_t at = a + __builtin_ctz(hits);
+            if (innerMatches<Caseless>(t + at, p, m, upper)) return at;
+        }
+    }
+    return forwardPlain<Caseless>(t, a, lastAlign, p, m, upper);
+}
+
+template <bool Caseless>
+__attribute__((target("avx2"))) std::int64_t backwardAvx2(const std::uint8_t* t, std::int64_t lastAlign,
+                                                          const std::uint8_t* p, std::int64_t m,
+                                                          const EndImages& images, const std::uint8_t* upper) {
+    const Avx2Filter f = makeFilter(images);
+    std::int64_t top = lastAlign;   // highest alignment not yet examined
+    for (; top - (kBlock - 1) >= 0; top -= kBlock) {
+        const std::int64_t a = top - (kBlock - 1);
+        for (std::uint32_t hits = candidates<Caseless>(t + a, m, f); hits != 0;
+             hits &= ~(1u << (31 - __builtin_clz(hits)))) {
+            const std::int64_t at = a + (31 - __builtin_clz(hits));
+            if (innerMatches<Caseless>(t + at, p, m, upper)) return at;
+        }
+    }
+    return backwardPlain<Caseless>(t, top, p, m, upper);
+}
+
+template <bool Caseless>
+std::int64_t forwardFrom(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
+                         std::int64_t m, const EndImages* images, const std::uint8_t* upper) {
+    if (images != nullptr) return forwardAvx2<Caseless>(t, from, lastAlign, p, m, *images, upper);
+    return forwardPlain<Caseless>(t, from, lastAlign, p, m, upper);
+}
+
+// The filter's images when the vector path applies to this search, else null.
+const EndImages* vectorImages(std::int64_t lastAlign, const Pattern& pattern, const std::uint8_t* upper,
+                              EndImages* storage) {
+    if (lastAlign < kBlock - 1 || !haveAvx2()) return nullptr;
+    return endImages(pattern.data, pattern.length, pattern.caseless, upper, storage) ? storage : nullptr;
+}
+
+#else
+
+template <bool Caseless>
+std::int64_t forwardFrom(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
+                         std::int64_t m, const EndImages*, const std::uint8_t* upper) {
+    return forwardPlain<Caseless>(t, from, lastAlign, p, m, upper);
+}
+const EndImages* vectorImages(std::int64_t, const Pattern&, const std::uint8_t*, EndImages*) { return nullptr; }
+
+#endif
+
+template <bool Caseless>
+std::int64_t countPlain(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
+                        std::int64_t m, const std::uint8_t* upper) {
+    std::int64_t n = 0;
+    for (std::int64_t a = from; a <= lastAlign;) {
+        if (sameByte<Caseless>(t[a], p[0], upper) && matchesAt<Caseless>(t + a, p, m, upper)) {
+            ++n;
+            a += m;
+        } else {
+            ++a;
+        }
+    }
+    return n;
+}
+
+#if defined(__x86_64__)
+
+// Candidates below `next` lie inside the previous match and are dropped.
+template <bool Caseless>
+__attribute__((target("avx2,popcnt"))) std::int64_t countAvx2(const std::uint8_t* t, std::int64_t lastAlign,
+                                                              const std::uint8_t* p, std::int64_t m,
+                                                              const EndImages& images, const std::uint8_t* upper) {
+    const Avx2Filter f = makeFilter(images);
+    std::int64_t n = 0;
+    std::int64_t next = 0;
+    std::int64_t a = 0;
+    for (; a + kBlock - 1 <= lastAlign; a += kBlock) {
+        std::uint32_t hits = candidates<Caseless>(t + a, m, f);
+        if (next - a >= kBlock) continue;
+        if (next > a) hits &= ~((1u << (next - a)) - 1);
+        if (m == 1) {
+            // Every candidate of a one-byte pattern is a match, and none overlap.
+            n += __builtin_popcount(hits);
+            continue;
+        }
+        while (hits != 0) {
+            const std::int64_t at = a + __builtin_ctz(hits);
+            if (!innerMatches<Caseless>(t + at, p, m, upper)) {
+                hits &= hits - 1;
+                continue;
+            }
+            ++n;
+            next = at + m;
+            if (next - a >= kBlock) break;
+            hits &= ~((1u << (next - a)) - 1);
+        }
+    }
+    return n + countPlain<Caseless>(t, a > next ? a : next, lastAlign, p, m, upper);
+}
+
+#endif
+
+template <bool Caseless>
+std::int64_t countFrom(const std::uint8_t* t, std::int64_t lastAlign, const std::uint8_t* p, std::int64_t m,
+                       const EndImages* images, const std::uint8_t* upper) {
+#if defined(__x86_64__)
+    if (images != nullptr) return countAvx2<Caseless>(t, lastAlign, p, m, *images, upper);
+#endif
+    (void)images;
+    return countPlain<Caseless>(t, 0, lastAlign, p, m, upper);
+}
+
+}  // namespace
+
+std::int64_t findFirstOccurrence(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
+    const std::int64_t m = pattern.length;
+    const std::int64_t lastAlign = length - m;
+    if (m < 1 || lastAlign < 0) return -1;
+    if (m == 1 && !pattern.caseless) {
+        const void* at = std::memchr(text, pattern.data[0], static_cast<std::size_t>(length));
+        return at == nullptr ? -1 : static_cast<const std::uint8_t*>(at) - text;
+    }
+    const std::uint8_t* upper = host().upcaseMap;
+    EndImages storage;
+    const EndImages* images = vectorImages(lastAlign, pattern, upper, &storage);
+    return pattern.caseless ? forwardFrom<true>(text, 0, lastAlign, pattern.data, m, images, upper)
+                            : forwardFrom<false>(text, 0, lastAlign, pattern.data, m, images, upper);
+}
+
+std::int64_t findLastOccurrence(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
+    const std::int64_t m = pattern.length;
+    const std::int64_t lastAlign = length - m;
+    if (m < 1 || lastAlign < 0) return -1;
+    const std::uint8_t* upper = host().upcaseMap;
+#if defined(__x86_64__)
+    EndImages storage;
+    if (const EndImages* images = vectorImages(lastAlign, pattern, upper, &storage)) {
+        return pattern.caseless ? backwardAvx2<true>(text, lastAlign, pattern.data, m, *images, upper)
+                                : backwardAvx2<false>(text, lastAlign, pattern.data, m, *images, upper);
+    }
+#endif
+    return pattern.caseless ? backwardPlain<true>(text, lastAlign, pattern.data, m, upper)
+                            : backwardPlain<false>(text, lastAlign, pattern.data, m, upper);
+}
+
+std::int64_t countOccurrences(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
+    const std::int64_t m = pattern.length;
+    const std::int64_t lastAlign = length - m;
+    if (m < 1 || lastAlign < 0) return 0;
+    const std::uint8_t* upper = host().upcaseMap;
+    EndImages storage;
+    const EndImages* images = vectorImages(lastAlign, pattern, upper, &storage);
+    return pattern.caseless ? countFrom<true>(text, lastAlign, pattern.data, m, images, upper)
+                            : countFrom<false>(text, lastAlign, pattern.data, m, images, upper);
+}
+
+}  // namespace txscan
