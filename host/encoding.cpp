@@ -1,0 +1,761 @@
+// The session encodings on ICU: codecs, byte tables, and the numbered
+// operations of the EncodingHandle (see host/encoding.h for the character
+// and cursor model every operation follows).
+#include "host/encoding.h"
+
+#include <unicode/uchar.h>
+#include <unicode/ucnv.h>
+#include <unicode/ucnv_err.h>
+#include <unicode/utf16.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+#include <unordered_map>
+#include <vector>
+
+namespace txhost {
+
+using namespace contract;
+
+namespace {
+
+// ---------------------------------------------------------------- codecs
+
+struct ConverterCloser {
+    void operator()(UConverter* c) const { ucnv_close(c); }
+};
+using ConverterPtr = std::unique_ptr<UConverter, ConverterCloser>;
+
+// A converter that stops at the first unmappable or illegal input, so that a
+// failed conversion is seen as "no code point" instead of a substitute.
+ConverterPtr openStrictConverter(const char* name) {
+    UErrorCode error = U_ZERO_ERROR;
+    ConverterPtr converter(ucnv_open(name, &error));
+    if (U_FAILURE(error) || !converter) throw std::runtime_error(std::string("ICU cannot open converter ") + name);
+    error = U_ZERO_ERROR;
+    ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+    error = U_ZERO_ERROR;
+    ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+    return converter;
+}
+
+// The one code point of `bytes`, or -1 when ICU maps them to none or to more than one.
+UChar32 decodeWithIcu(UConverter* converter, const char* bytes, int length) {
+    UChar units[8];
+    UErrorCode error = U_ZERO_ERROR;
+    ucnv_resetToUnicode(converter);
+    const int32_t n = ucnv_toUChars(converter, units, 8, bytes, length, &error);
+    if (U_FAILURE(error) || n <= 0) return -1;
+    UChar32 c = 0;
+    int32_t i = 0;
+    U16_NEXT(units, i, n, c);
+    return i == n ? c : -1;
+}
+
+class SingleByteCodec final : public Codec {
+public:
+    explicit SingleByteCodec(const char* name) {
+        ConverterPtr converter = openStrictConverter(name);
+        for (int b = 0; b < 256; ++b) {
+            const char byte = static_cast<char>(b);
+            toUnicode_[b] = decodeWithIcu(converter.get(), &byte, 1);
+            if (toUnicode_[b] >= 0) fromUnicode_.emplace(toUnicode_[b], static_cast<std::uint8_t>(b));
+        }
+    }
+    int charBytes(const std::uint8_t*, std::int64_t) const override { return 1; }
+    UChar32 decode(const std::uint8_t* p, int) const override { return toUnicode_[*p]; }
+    int encode(UChar32 c, char* out) const override {
+        const auto found = fromUnicode_.find(c);
+        if (found == fromUnicode_.end()) return 0;
+        out[0] = static_cast<char>(found->second);
+        return 1;
+    }
+    std::int64_t previousStart(const std::uint8_t*, std::int64_t end) const override { return end - 1; }
+    bool singleByte() const override { return true; }
+
+private:
+    UChar32 toUnicode_[256];
+    std::unordered_map<UChar32, std::uint8_t> fromUnicode_;
+};
+
+class Utf8Codec final : public Codec {
+public:
+    // Length of the well-formed sequence at p, or 1 for a byte that starts none.
+    int charBytes(const std::uint8_t* p, std::int64_t n) const override {
+        const std::uint8_t b = p[0];
+        if (b < 0x80) return 1;
+        int length = 0;
+        std::uint8_t low = 0x80, high = 0xBF;   // bounds of the second byte
+        if (b >= 0xC2 && b <= 0xDF) {
+            length = 2;
+        } else if (b >= 0xE0 && b <= 0xEF) {
+            length = 3;
+            if (b == 0xE0) low = 0xA0;
+            if (b == 0xED) high = 0x9F;
+        } else if (b >= 0xF0 && b <= 0xF4) {
+            length = 4;
+            if (b == 0xF0) low = 0x90;
+            if (b == 0xF4) high = 0x8F;
+        } else {
+            return 1;
+        }
+        if (n < length) return 1;
+        if (p[1] < low || p[1] > high) return 1;
+        for (int i = 2; i < length; ++i) {
+            if (p[i] < 0x80 || p[i] > 0xBF) return 1;
+        }
+        return length;
+    }
+    UChar32 decode(const std::uint8_t* p, int length) const override {
+        switch (length) {
+        case 1: return p[0] < 0x80 ? p[0] : -1;
+        case 2: return ((p[0] & 0x1F) << 6) | (p[1] & 0x3F);
+        case 3: return ((p[0] & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F);
+        case 4: return ((p[0] & 0x07) << 18) | ((p[1] & 0x3F) << 12) | ((p[2] & 0x3F) << 6) | (p[3] & 0x3F);
+        default: return -1;
+        }
+    }
+    int encode(UChar32 c, char* out) const override {
+        if (c < 0 || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
+        if (c < 0x80) {
+            out[0] = static_cast<char>(c);
+            return 1;
+        }
+        if (c < 0x800) {
+            out[0] = static_cast<char>(0xC0 | (c >> 6));
+            out[1] = static_cast<char>(0x80 | (c & 0x3F));
+            return 2;
+        }
+        if (c < 0x10000) {
+            out[0] = static_cast<char>(0xE0 | (c >> 12));
+            out[1] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out[2] = static_cast<char>(0x80 | (c & 0x3F));
+            return 3;
+        }
+        out[0] = static_cast<char>(0xF0 | (c >> 18));
+        out[1] = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out[2] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out[3] = static_cast<char>(0x80 | (c & 0x3F));
+        return 4;
+    }
+    // A lead byte never occurs inside a well-formed sequence, so a sequence
+    // ending at `end` that is well formed is also what a forward walk finds;
+    // otherwise the byte before `end` is a character of its own.
+    std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const override {
+        for (int length = 2; length <= 4; ++length) {
+            if (end - length < 0) break;
+            if (charBytes(text + end - length, length) == length) return end - length;
+        }
+        return end - 1;
+    }
+};
+
+bool sjisLead(std::uint8_t b) { return (b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xFC); }
+bool sjisTrail(std::uint8_t b) { return (b >= 0x40 && b <= 0x7E) || (b >= 0x80 && b <= 0xFC); }
+
+class ShiftJisCodec final : public Codec {
+public:
+    explicit ShiftJisCodec(const char* name) : name_(name) {
+        ConverterPtr converter = openStrictConverter(name);
+        for (int b = 0; b < 256; ++b) {
+            const char byte = static_cast<char>(b);
+            single_[b] = sjisLead(static_cast<std::uint8_t>(b)) ? -1 : decodeWithIcu(converter.get(), &byte, 1);
+        }
+        double_.assign(65536, -1);
+        for (int lead = 0x81; lead <= 0xFC; ++lead) {
+            if (!sjisLead(static_cast<std::uint8_t>(lead))) continue;
+            for (int trail = 0x40; trail <= 0xFC; ++trail) {
+                if (!sjisTrail(static_cast<std::uint8_t>(trail))) continue;
+                const char pair[2] = {static_cast<char>(lead), static_cast<char>(trail)};
+                double_[(lead << 8) | trail] = decodeWithIcu(converter.get(), pair, 2);
+            }
+        }
+        for (int b = 255; b >= 0; --b) {
+            if (single_[b] >= 0) fromUnicode_[single_[b]] = static_cast<std::uint16_t>(b);
+        }
+        // Prefer the pair ICU itself would write (its round-trip mapping).
+        UErrorCode error = U_ZERO_ERROR;
+        for (std::size_t i = 0; i < double_.size(); ++i) {
+            const UChar32 c = double_[i];
+            if (c < 0 || fromUnicode_.count(c) != 0) continue;
+            UChar units[2];
+            int32_t n = 0;
+            U16_APPEND_UNSAFE(units, n, c);
+            char out[4];
+            error = U_ZERO_ERROR;
+            ucnv_resetFromUnicode(converter.get());
+            const int32_t written = ucnv_fromUChars(converter.get(), out, 4, units, n, &error);
+            if (U_SUCCESS(error) && written == 2) {
+                fromUnicode_[c] = static_cast<std::uint16_t>((static_cast<std::uint8_t>(out[0]) << 8) |
+                                                             static_cast<std::uint8_t>(out[1]));
+            }
+        }
+    }
+    int charBytes(const std::uint8_t* p, std::int64_t n) const override {
+        return n >= 2 && sjisLead(p[0]) && sjisTrail(p[1]) ? 2 : 1;
+    }
+    UChar32 decode(const std::uint8_t* p, int length) const override {
+        return length == 2 ? double_[(p[0] << 8) | p[1]] : single_[p[0]];
+    }
+    int encode(UChar32 c, char* out) const override {
+        const auto found = fromUnicode_.find(c);
+        if (found == fromUnicode_.end()) return 0;
+        if (found->second < 0x100) {
+            out[0] = static_cast<char>(found->second);
+            return 1;
+        }
+        out[0] = static_cast<char>(found->second >> 8);
+        out[1] = static_cast<char>(found->second & 0xFF);
+        return 2;
+    }
+
+private:
+    std::string name_;
+    UChar32 single_[256];
+    std::vector<UChar32> double_;
+    std::unordered_map<UChar32, std::uint16_t> fromUnicode_;
+};
+
+const EncodingTraits kEncodings[] = {
+    {"UTF-8", kEncodingIdUtf8, kUnpositionedCursors, true},
+    {"ISO-8859-1", 1, kSingleByteEncoding, false},
+    {"windows-1252", 2, kSingleByteEncoding, false},
+    {"ISO-8859-15", 3, kSingleByteEncoding, false},
+    // Any kind other than 0 and 3: the module positions every new cursor.
+    {"Shift_JIS", 30, 2, true},
+};
+
+// Codecs are immutable once built; sessions of one encoding share them.
+std::shared_ptr<const Codec> codecFor(const EncodingTraits& traits) {
+    static std::mutex mutex;
+    static std::map<std::string, std::shared_ptr<const Codec>> codecs;
+    std::lock_guard<std::mutex> lock(mutex);
+    auto& codec = codecs[traits.name];
+    if (!codec) {
+        if (traits.encodingId == kEncodingIdUtf8) {
+            codec = std::make_shared<Utf8Codec>();
+        } else if (traits.encodingKind == kSingleByteEncoding) {
+            codec = std::make_shared<SingleByteCodec>(traits.name);
+        } else {
+            codec = std::make_shared<ShiftJisCodec>(traits.name);
+        }
+    }
+    return codec;
+}
+
+// ---------------------------------------------------------------- cursors
+
+struct Bytes {
+    const std::uint8_t* p;
+    std::int64_t n;
+};
+
+Bytes textOf(const TextCursor* c) {
+    if (c == nullptr || c->text == nullptr || c->length <= 0) return {nullptr, 0};
+    return {reinterpret_cast<const std::uint8_t*>(c->text), c->length};
+}
+
+struct Position {
+    std::int64_t offset;
+    std::int64_t index;
+};
+
+// The cursor's position; a cursor whose fields cannot describe a character
+// of its text counts as being at the start.
+Position positionOf(const TextCursor* c, std::int64_t n) {
+    if (n <= 0 || c->state < 0 || c->offset < 0 || c->offset >= n || c->state > c->offset) return {0, 0};
+    return {c->offset, c->state};
+}
+
+void place(TextCursor* c, Position p, std::int64_t n) {
+    c->offset = static_cast<std::int32_t>(p.offset);
+    c->state = static_cast<std::int32_t>(p.index);
+    c->remaining = n - p.offset;
+}
+
+HandleObject& handleOf(EncodingHandle* h) { return HandleObject::from(h); }
+
+void count(EncodingHandle* h, int word) { ++handleOf(h).session->counters.handleOperations[word]; }
+
+const Codec& codecOf(EncodingHandle* h) { return *handleOf(h).codec; }
+
+std::int64_t countCharacters(const Codec& codec, Bytes t) {
+    if (codec.singleByte()) return t.n;
+    std::int64_t characters = 0;
+    for (std::int64_t off = 0; off < t.n; ++characters) off += codec.charBytes(t.p + off, t.n - off);
+    return characters;
+}
+
+// Moves c to character `target`; false (cursor unchanged) when there is none.
+bool moveTo(const Codec& codec, TextCursor* c, std::int64_t target) {
+    const Bytes t = textOf(c);
+    if (t.n <= 0 || target < 0) return false;
+    if (codec.singleByte()) {
+        if (target >= t.n) return false;
+        place(c, {target, target}, t.n);
+        return true;
+    }
+    const Position current = positionOf(c, t.n);
+    Position p{0, 0};
+    if (target >= current.index) {
+        p = current;
+    } else if (current.index - target <= target) {
+        // Closer to the cursor than to the start: step back when the encoding can.
+        Position back = current;
+        bool ok = true;
+        while (back.index > target) {
+            const std::int64_t start = codec.previousStart(t.p, back.offset);
+            if (start < 0) {
+                ok = false;
+                break;
+            }
+            back = {start, back.index - 1};
+        }
+        if (ok) p = back;
+    }
+    while (p.index < target) {
+        if (p.offset >= t.n) return false;
+        p.offset += codec.charBytes(t.p + p.offset, t.n - p.offset);
+        ++p.index;
+    }
+    if (p.offset >= t.n) return false;
+    place(c, p, t.n);
+    return true;
+}
+
+// The character a one-character cursor holds: the first character of its text.
+struct Held {
+    const std::uint8_t* p;
+    int length;   // 0: none
+};
+
+Held heldOf(const Codec& codec, const TextCursor* c) {
+    const Bytes t = textOf(c);
+    if (t.n <= 0) return {nullptr, 0};
+    return {t.p, codec.charBytes(t.p, t.n)};
+}
+
+struct At {
+    const std::uint8_t* p;
+    int length;   // 0: the cursor has no character
+};
+
+At characterAt(const Codec& codec, const TextCursor* c) {
+    const Bytes t = textOf(c);
+    if (t.n <= 0) return {nullptr, 0};
+    const Position pos = positionOf(c, t.n);
+    return {t.p + pos.offset, codec.charBytes(t.p + pos.offset, t.n - pos.offset)};
+}
+
+std::uint32_t classBitsAt(const Codec& codec, const std::uint8_t* p, int length) {
+    if (length <= 0) return 0;
+    return classBitsOf(codec.decode(p, length), length);
+}
+
+// ---------------------------------------------------------------- operations
+
+std::int32_t opCharLength(EncodingHandle* h, TextCursor* c, std::int32_t, std::int64_t* length) {
+    count(h, kOpCharLength);
+    const std::int64_t characters = countCharacters(codecOf(h), textOf(c));
+    if (length != nullptr) *length = characters;
+    return 0;
+}
+
+std::int64_t opFindChar(EncodingHandle* h, TextCursor* list, TextCursor* character, std::int32_t, std::int32_t) {
+    count(h, kOpFindChar);
+    const Codec& codec = codecOf(h);
+    const Held held = heldOf(codec, character);
+    if (held.length == 0) return -1;
+    const Bytes t = textOf(list);
+    std::int64_t index = 0;
+    for (std::int64_t off = 0; off < t.n; ++index) {
+        const int length = codec.charBytes(t.p + off, t.n - off);
+        if (length == held.length && std::memcmp(t.p + off, held.p, static_cast<std::size_t>(length)) == 0) {
+            return index;
+        }
+        off += length;
+    }
+    return -1;
+}
+
+// Folds the held character in place; 0 when done (or nothing to change), 1
+// when it has no code point or its image has no encoding (left unchanged).
+std::int32_t foldHeld(EncodingHandle* h, TextCursor* character, bool upper) {
+    const Codec& codec = codecOf(h);
+    const Held held = heldOf(codec, character);
+    if (held.length == 0) return 1;
+    const UChar32 c = codec.decode(held.p, held.length);
+    if (c < 0) return 1;
+    const UChar32 image = upper ? u_toupper(c) : u_tolower(c);
+    if (image == c) return 0;
+    char bytes[4];
+    const int length = codec.encode(image, bytes);
+    if (length == 0 || length > kCharBufferBytes) return 1;
+    char* buffer = const_cast<char*>(character->text);
+    std::memcpy(buffer, bytes, static_cast<std::size_t>(length));
+    character->length = length;
+    character->remaining = length;
+    character->offset = 0;
+    character->state = 0;
+    return 0;
+}
+
+std::int32_t opToLowerChar(EncodingHandle* h, TextCursor* character, std::int32_t, std::int32_t) {
+    count(h, kOpToLowerChar);
+    return foldHeld(h, character, false);
+}
+
+std::int32_t opToUpperChar(EncodingHandle* h, TextCursor* character, std::int32_t, std::int32_t) {
+    count(h, kOpToUpperChar);
+    return foldHeld(h, character, true);
+}
+
+inline constexpr std::int32_t kBadWhence = -1;
+
+std::int32_t opSeekChars(EncodingHandle* h, TextCursor* c, std::int32_t whence, std::int64_t amount, std::int32_t) {
+    count(h, kOpSeekChars);
+    const Bytes t = textOf(c);
+    std::int64_t target = 0;
+    if (whence == kSeekFromStart) {
+        target = amount;
+    } else if (whence == kSeekFromCurrent) {
+        target = positionOf(c, t.n).index + amount;
+    } else {
+        return kBadWhence;
+    }
+    return moveTo(codecOf(h), c, target) ? 0 : kSeekOutside;
+}
+
+std::int32_t opNextChar(EncodingHandle* h, TextCursor* c, std::int32_t) {
+    count(h, kOpNextChar);
+    const Bytes t = textOf(c);
+    if (t.n <= 0) return kCursorEmpty;
+    Position p = positionOf(c, t.n);
+    p.offset += codecOf(h).charBytes(t.p + p.offset, t.n - p.offset);
+    if (p.offset >= t.n) return kCursorEmpty;
+    ++p.index;
+    place(c, p, t.n);
+    return 0;
+}
+
+bool sameCharacter(const Codec& codec, const std::uint8_t* a, int la, const std::uint8_t* b, int lb, bool caseless) {
+    if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
+    if (!caseless) return false;
+    const UChar32 ca = codec.decode(a, la);
+    const UChar32 cb = codec.decode(b, lb);
+    return ca >= 0 && cb >= 0 && u_foldCase(ca, U_FOLD_CASE_DEFAULT) == u_foldCase(cb, U_FOLD_CASE_DEFAULT);
+}
+
+// 0 when the searchLength characters of the search cursor's text, from its
+// position, match the text at the cursor; 1 on a mismatch or when the text
+// ends first; 2 when the search text has fewer characters than searchLength.
+// An empty search (searchLength <= 0) never matches.
+std::int32_t opCompareAt(EncodingHandle* h, TextCursor* c, TextCursor* search, std::int64_t searchLength,
+                         std::int32_t flags) {
+    count(h, kOpCompareAt);
+    if (searchLength <= 0) return 1;
+    const Codec& codec = codecOf(h);
+    const bool caseless = (flags & kCompareCaseless) != 0;
+    const Bytes t = textOf(c);
+    const Bytes s = textOf(search);
+    std::int64_t to = t.n > 0 ? positionOf(c, t.n).offset : 0;
+    std::int64_t so = s.n > 0 ? positionOf(search, s.n).offset : 0;
+    for (std::int64_t k = 0; k < searchLength; ++k) {
+        if (so >= s.n) return 2;
+        if (to >= t.n) return 1;
+        const int lt = codec.charBytes(t.p + to, t.n - to);
+        const int ls = codec.charBytes(s.p + so, s.n - so);
+        if (!sameCharacter(codec, t.p + to, lt, s.p + so, ls, caseless)) return 1;
+        to += lt;
+        so += ls;
+    }
+    return 0;
+}
+
+std::int32_t opCurrentChar(EncodingHandle* h, TextCursor* c, TextCursor* character, std::int32_t,
+                           std::int64_t* scratch, std::int32_t) {
+    count(h, kOpCurrentChar);
+    if (character == nullptr || character->text == nullptr) return kBadWhence;
+    const At at = characterAt(codecOf(h), c);
+    char* buffer = const_cast<char*>(character->text);
+    character->offset = 0;
+    character->state = 0;
+    if (at.length == 0) {
+        character->length = 0;
+        character->remaining = 0;
+        character->state = kCursorEmpty;
+        return kCursorEmpty;
+    }
+    std::memcpy(buffer, at.p, static_cast<std::size_t>(at.length));
+    character->length = at.length;
+    character->remaining = at.length;
+    if (scratch != nullptr) *scratch = at.length;
+    return 0;
+}
+
+std::int64_t blankTrimmed(const char* data, std::int64_t length) {
+    if (data == nullptr || length <= 0) return 0;
+    while (length > 0 && data[length - 1] == ' ') --length;
+    return length;
+}
+
+std::int64_t opTrimmedLength(EncodingHandle* h, TextCursor* c, std::int32_t, std::int32_t) {
+    count(h, kOpTrimmedLength);
+    Bytes t = textOf(c);
+    t.n = blankTrimmed(reinterpret_cast<const char*>(t.p), t.n);
+    return countCharacters(codecOf(h), t);
+}
+
+// Byte offset of character charIndex; the character count itself gives the
+// length (the end of the text); -1 for an index outside 0..count.
+std::int64_t opByteOffsetOf(EncodingHandle* h, TextCursor* c, std::int64_t charIndex, std::int32_t) {
+    count(h, kOpByteOffsetOf);
+    if (charIndex < 0) return -1;
+    const Codec& codec = codecOf(h);
+    const Bytes t = textOf(c);
+    if (codec.singleByte()) return charIndex <= t.n ? charIndex : -1;
+    std::int64_t off = 0;
+    for (std::int64_t i = 0; i < charIndex; ++i) {
+        if (off >= t.n) return -1;
+        off += codec.charBytes(t.p + off, t.n - off);
+    }
+    return off;
+}
+
+// Status 0 for any text (an invalid byte counts as one character); 1 for a
+// negative length, a null text of positive length or a null count.
+std::int32_t opCountChars(EncodingHandle* h, const char* data, std::int64_t length, std::int32_t,
+                          std::int64_t* result) {
+    count(h, kOpCountChars);
+    if (result == nullptr || length < 0 || (data == nullptr && length > 0)) {
+        if (result != nullptr) *result = 0;
+        return 1;
+    }
+    *result = countCharacters(codecOf(h), {reinterpret_cast<const std::uint8_t*>(data), length});
+    return 0;
+}
+
+// The host always lets the module interpret modifier texts.
+std::int32_t opSkipModifierText(EncodingHandle* h, const char*, std::int64_t, std::int32_t) {
+    count(h, kOpSkipModifierText);
+    return 0;
+}
+
+// Status 0 when the whole source was copied, 1 when it was cut at a
+// character boundary, 2 for unusable arguments (nothing copied).
+std::int32_t opCopyWholeChars(EncodingHandle* h, const char* source, std::int64_t sourceBytes, char* destination,
+                              std::int64_t capacity, std::int64_t* copiedBytes, std::int32_t) {
+    count(h, kOpCopyWholeChars);
+    if (copiedBytes != nullptr) *copiedBytes = 0;
+    if (sourceBytes <= 0) return sourceBytes == 0 ? 0 : 2;
+    if (source == nullptr || (destination == nullptr && capacity > 0)) return 2;
+    const Codec& codec = codecOf(h);
+    const auto* p = reinterpret_cast<const std::uint8_t*>(source);
+    std::int64_t off = 0;
+    while (off < sourceBytes) {
+        const int length = codec.charBytes(p + off, sourceBytes - off);
+        if (off + length > capacity) break;
+        off += length;
+    }
+    if (off > 0) std::memcpy(destination, source, static_cast<std::size_t>(off));
+    if (copiedBytes != nullptr) *copiedBytes = off;
+    return off == sourceBytes ? 0 : 1;
+}
+
+std::int64_t opBlankTrimmedBytes(EncodingHandle* h, const char* data, std::int64_t length, std::int32_t) {
+    count(h, kOpBlankTrimmedBytes);
+    return blankTrimmed(data, length);
+}
+
+// The five class-test words behave alike; `which` is not needed.
+template <int Word>
+std::int32_t opClassTest(EncodingHandle* h, TextCursor* c, std::int32_t, std::int32_t mask) {
+    count(h, Word);
+    const Codec& codec = codecOf(h);
+    const At at = characterAt(codec, c);
+    return (classBitsAt(codec, at.p, at.length) & static_cast<std::uint32_t>(mask)) != 0 ? 1 : 0;
+}
+
+std::int32_t opCaseTest(EncodingHandle* h, TextCursor* character, std::int32_t, std::int32_t mode) {
+    count(h, kOpCaseTest);
+    const Codec& codec = codecOf(h);
+    const Held held = heldOf(codec, character);
+    const std::uint32_t bits = classBitsAt(codec, held.p, held.length);
+    if (mode == kIsUpper) return (bits & kClassUpper) != 0 ? 1 : 0;
+    if (mode == kIsLower) return (bits & kClassLower) != 0 ? 1 : 0;
+    return 0;
+}
+
+// UTF-16 -> session encoding. Status 0 when everything fit; 1 when the
+// destination was too small (the whole characters that fit are written and
+// counted); 2 on bad arguments or a conversion failure. Characters the
+// session encoding lacks become its substitution character.
+std::int32_t opTranscode(void* transcoder, const char16_t* source, std::int64_t sourceBytes, char* destination,
+                         std::int64_t destinationCapacity, std::int64_t* destinationLength, std::int32_t) {
+    auto* object = static_cast<TranscoderObject*>(transcoder);
+    HandleObject& owner = *object->owner;
+    ++owner.session->counters.handleOperations[kHandleTranscoderWord];
+    if (destinationLength != nullptr) *destinationLength = 0;
+    if (sourceBytes < 0 || destinationCapacity < 0 || (source == nullptr && sourceBytes > 0) ||
+        (destination == nullptr && destinationCapacity > 0) || sourceBytes / 2 > INT32_MAX) {
+        return 2;
+    }
+    // Convert all of it, then keep whole characters: ICU itself may stop a
+    // too-small target in the middle of a character.
+    UConverter* converter = owner.fromUtf16;
+    const auto units = static_cast<int32_t>(sourceBytes / 2);
+    const UChar* in = reinterpret_cast<const UChar*>(source);
+    UErrorCode error = U_ZERO_ERROR;
+    ucnv_resetFromUnicode(converter);
+    const int32_t needed = ucnv_fromUChars(converter, nullptr, 0, in, units, &error);
+    if (error != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(error)) return 2;
+    std::string converted(static_cast<std::size_t>(needed), '\0');
+    error = U_ZERO_ERROR;
+    ucnv_resetFromUnicode(converter);
+    ucnv_fromUChars(converter, converted.data(), needed, in, units, &error);
+    if (U_FAILURE(error) && error != U_STRING_NOT_TERMINATED_WARNING) return 2;
+    const Codec& codec = *owner.codec;
+    const auto* p = reinterpret_cast<const std::uint8_t*>(converted.data());
+    const auto total = static_cast<std::int64_t>(converted.size());
+    std::int64_t kept = 0;
+    while (kept < total) {
+        const int length = codec.charBytes(p + kept, total - kept);
+        if (kept + length > destinationCapacity) break;
+        kept += length;
+    }
+    if (kept > 0) std::memcpy(destination, converted.data(), static_cast<std::size_t>(kept));
+    if (destinationLength != nullptr) *destinationLength = kept;
+    return kept == total ? 0 : 1;
+}
+
+template <typename Fn>
+void setWord(EncodingHandle& handle, int word, Fn fn) {
+    handle.word[word - kOpCharLength] = reinterpret_cast<void*>(fn);
+}
+
+}  // namespace
+
+std::uint32_t classBitsOf(UChar32 c, int bytes) {
+    if (c < 0) return 0;
+    std::uint32_t bits = 0;
+    if (u_isUUppercase(c)) bits |= kClassUpper;
+    if (u_isULowercase(c)) bits |= kClassLower;
+    if (u_isdigit(c)) bits |= kClassDigit;
+    if (u_isUWhiteSpace(c)) bits |= kClassSpace;
+    if (u_ispunct(c)) bits |= kClassPunct;
+    const std::int8_t type = u_charType(c);
+    if (type == U_SPACE_SEPARATOR) bits |= kClassBlank;
+    if (type == U_CONTROL_CHAR) bits |= kClassControl;
+    if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) bits |= kClassHexDigit;
+    if (bytes > 1) {
+        if (u_isUAlphabetic(c)) {
+            bits |= kClassWideAlpha;
+        } else if (u_isgraph(c)) {
+            bits |= kClassWideGraphic;
+        }
+    }
+    return bits;
+}
+
+const EncodingTraits* findEncoding(const std::string& name) {
+    for (const EncodingTraits& traits : kEncodings) {
+        if (ucnv_compareNames(traits.name, name.c_str()) == 0) return &traits;
+    }
+    // Other ICU aliases of the same converters ("latin1", "SJIS", "cp1252"...).
+    UErrorCode error = U_ZERO_ERROR;
+    const char* canonical = ucnv_getCanonicalName(name.c_str(), "", &error);
+    if (U_FAILURE(error) || canonical == nullptr) return nullptr;
+    for (const EncodingTraits& traits : kEncodings) {
+        error = U_ZERO_ERROR;
+        const char* mine = ucnv_getCanonicalName(traits.name, "", &error);
+        if (U_SUCCESS(error) && mine != nullptr && std::strcmp(mine, canonical) == 0) return &traits;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> availableEncodings() {
+    std::vector<std::string> names;
+    for (const EncodingTraits& traits : kEncodings) names.emplace_back(traits.name);
+    return names;
+}
+
+HandleObject::~HandleObject() {
+    if (fromUtf16 != nullptr) ucnv_close(fromUtf16);
+}
+
+std::unique_ptr<HandleObject> makeEncodingHandle(Session::Impl& session, const std::string& encoding) {
+    const EncodingTraits* traits = findEncoding(encoding);
+    if (traits == nullptr) throw std::invalid_argument("unknown session encoding: " + encoding);
+    auto object = std::make_unique<HandleObject>();
+    object->session = &session;
+    object->traits = *traits;
+    object->codec = codecFor(*traits);
+    UErrorCode error = U_ZERO_ERROR;
+    object->fromUtf16 = ucnv_open(traits->name, &error);
+    if (U_FAILURE(error) || object->fromUtf16 == nullptr) {
+        throw std::runtime_error(std::string("ICU cannot open converter ") + traits->name);
+    }
+    object->transcoder.owner = object.get();
+    object->transcoder.record.transcode = &opTranscode;
+
+    EncodingHandle& h = object->handle;
+    h.hostPrivate[0] = reinterpret_cast<std::uintptr_t>(object.get());
+    h.encodingId = traits->encodingId;
+    h.cursorLimit = kNoCursorLimit;
+    h.encodingKind = traits->encodingKind;
+    setWord(h, kOpCharLength, &opCharLength);
+    setWord(h, kOpFindChar, &opFindChar);
+    setWord(h, kOpToLowerChar, &opToLowerChar);
+    setWord(h, kOpToUpperChar, &opToUpperChar);
+    setWord(h, kOpSeekChars, &opSeekChars);
+    setWord(h, kOpNextChar, &opNextChar);
+    setWord(h, kOpCompareAt, &opCompareAt);
+    setWord(h, kOpCurrentChar, &opCurrentChar);
+    setWord(h, kOpTrimmedLength, &opTrimmedLength);
+    setWord(h, kOpByteOffsetOf, &opByteOffsetOf);
+    setWord(h, kOpCountChars, &opCountChars);
+    setWord(h, kOpSkipModifierText, &opSkipModifierText);
+    setWord(h, kOpCopyWholeChars, &opCopyWholeChars);
+    setWord(h, kOpBlankTrimmedBytes, &opBlankTrimmedBytes);
+    setWord(h, kOpClassTestAlpha, &opClassTest<kOpClassTestAlpha>);
+    setWord(h, kOpCaseTest, &opCaseTest);
+    setWord(h, kOpClassTestCtlDigit, &opClassTest<kOpClassTestCtlDigit>);
+    setWord(h, kOpClassTestSpace, &opClassTest<kOpClassTestSpace>);
+    setWord(h, kOpClassTestHex, &opClassTest<kOpClassTestHex>);
+    setWord(h, kOpClassTestGraphic, &opClassTest<kOpClassTestGraphic>);
+    h.word[kHandleTranscoderWord - kOpCharLength] = &object->transcoder.record;
+    return object;
+}
+
+// Single-byte sessions: every byte value from its code page character.
+// Multi-byte sessions: the ASCII range only; bytes from 0x80 have class 0 and
+// map to themselves, since they are parts of characters, not characters.
+void fillByteTables(const HandleObject& handle, std::uint8_t* upcase, std::uint8_t* lowcase, std::uint8_t* classes) {
+    const Codec& codec = *handle.codec;
+    const bool singleByte = codec.singleByte();
+    for (int b = 0; b < 256; ++b) {
+        const auto byte = static_cast<std::uint8_t>(b);
+        upcase[b] = byte;
+        lowcase[b] = byte;
+        classes[b] = 0;
+        if (!singleByte && b >= 0x80) continue;
+        const UChar32 c = codec.decode(&byte, 1);
+        if (c < 0) continue;
+        classes[b] = static_cast<std::uint8_t>(classBitsOf(c, 1));
+        char out[4];
+        if (codec.encode(u_toupper(c), out) == 1 && (singleByte || static_cast<std::uint8_t>(out[0]) < 0x80)) {
+            upcase[b] = static_cast<std::uint8_t>(out[0]);
+        }
+        if (codec.encode(u_tolower(c), out) == 1 && (singleByte || static_cast<std::uint8_t>(out[0]) < 0x80)) {
+            lowcase[b] = static_cast<std::uint8_t>(out[0]);
+        }
+    }
+}
+
+bool handleIsMultiByte(const HandleObject& handle) { return handle.traits.multiByte; }
+
+EncodingHandle* contractHandle(HandleObject& handle) { return &handle.handle; }
+
+}  // namespace txhost

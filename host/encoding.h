@@ -1,0 +1,104 @@
+// The host's session encodings: a Codec that splits bytes into characters and
+// maps them to Unicode (built on ICU), and the HandleObject that carries the
+// contract's EncodingHandle with every numbered operation.
+//
+// Character model, the same for every operation:
+//   - single-byte code pages (ISO-8859-1, windows-1252, ISO-8859-15): one byte
+//     is one character; a byte the code page leaves undefined is a character
+//     without a code point (class 0, no case);
+//   - UTF-8: a well-formed sequence (no overlongs, no surrogates, nothing above
+//     U+10FFFF) is one character; every other byte is one character of its
+//     own without a code point;
+//   - Shift_JIS: a lead byte (0x81-0x9F, 0xE0-0xFC) followed by a trail byte
+//     (0x40-0x7E, 0x80-0xFC) is one two-byte character, mapped by ICU or not
+//     (unmapped pairs have no code point); every other byte is one character.
+// No operation reads outside [text, text + length).
+//
+// Cursor model (contract::TextCursor): `offset` is the byte offset of the
+// current character and `state` its character index; both are 0 at the start
+// (the module's layout), and `remaining` is kept at length - offset. The
+// positions a cursor can take are the characters 0..n-1: a move to index n
+// (one past the last character) or beyond, or before 0, answers kSeekOutside
+// (-99) and leaves the cursor where it was, so the module's walk loops end
+// when they step off either end. An empty text has no position at all.
+#pragma once
+
+#include <unicode/utypes.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "host/session_impl.h"
+#include "module/host/encoding.h"
+
+struct UConverter;
+
+namespace txhost {
+
+class Codec {
+public:
+    virtual ~Codec() = default;
+    // Bytes (1..4) of the character that starts at p; n >= 1 bytes are readable.
+    virtual int charBytes(const std::uint8_t* p, std::int64_t n) const = 0;
+    // Code point of the character [p, p + length), or -1 when it has none.
+    virtual UChar32 decode(const std::uint8_t* p, int length) const = 0;
+    // Bytes of c in this encoding (at most 4), or 0 when c has no encoding.
+    virtual int encode(UChar32 c, char* out) const = 0;
+    // Start of the character that ends at `end` (> 0), or -1 when the encoding
+    // cannot be read backwards (the caller then walks from the start).
+    virtual std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const {
+        (void)text;
+        (void)end;
+        return -1;
+    }
+    virtual bool singleByte() const { return false; }
+};
+
+// What the handle reports and how the module treats it.
+struct EncodingTraits {
+    const char* name;             // canonical name (availableEncodings)
+    std::uint32_t encodingId;     // contract::kEncodingIdUtf8 for UTF-8
+    std::int32_t encodingKind;    // contract::EncodingKind
+    bool multiByte;               // byte 72 of the session-encoding record
+};
+
+inline constexpr std::int32_t kNoCursorLimit = 0x7FFFFFFF;
+
+struct TranscoderObject {
+    contract::Transcoder record;   // must stay first
+    HandleObject* owner = nullptr;
+};
+
+struct HandleObject {
+    contract::EncodingHandle handle{};   // must stay first: the module holds &handle
+    Session::Impl* session = nullptr;
+    EncodingTraits traits{};
+    std::shared_ptr<const Codec> codec;
+    TranscoderObject transcoder{};
+    UConverter* fromUtf16 = nullptr;     // UTF-16 -> session encoding
+
+    HandleObject() = default;
+    ~HandleObject();
+    HandleObject(const HandleObject&) = delete;
+    HandleObject& operator=(const HandleObject&) = delete;
+
+    static HandleObject& from(contract::EncodingHandle* h) { return *reinterpret_cast<HandleObject*>(h); }
+};
+
+// Class bits (contract::ClassBit) of code point c held in `bytes` bytes; -1 gives 0.
+//   upper 0x01: Unicode Uppercase property; lower 0x02: Lowercase property;
+//   digit 0x04: decimal digits (Nd); white space 0x08: White_Space property;
+//   punctuation 0x10: the punctuation categories P* only, so the ASCII symbols
+//     $ + < = > ^ ` | ~ (categories Sc, Sm, Sk) carry no punctuation bit;
+//   blank 0x20: space separators (Zs: the space, the no-break space U+00A0,
+//     the ideographic space U+3000 ...); control 0x40: category Cc;
+//   hex digit 0x80: 0-9 A-F a-f only;
+//   characters of more than one byte add 0x100 when alphabetic (Alphabetic
+//     property) and else 0x200 when graphic (u_isgraph).
+std::uint32_t classBitsOf(UChar32 c, int bytes);
+
+// The traits of a supported encoding name (ICU alias matching), or null.
+const EncodingTraits* findEncoding(const std::string& name);
+
+}  // namespace txhost

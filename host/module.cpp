@@ -1,0 +1,350 @@
+// The loader and the call API: a Module reached only through mcn_main and
+// tkvercn1, and CallSites that build the module's ArgumentFrame.
+#include <dlfcn.h>
+
+#include <bit>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "host/session_impl.h"
+
+namespace txhost {
+
+using namespace contract;
+
+// ---------------------------------------------------------------- Module
+
+struct Module::Impl {
+    Session* session = nullptr;
+    void* library = nullptr;   // dlopen handle; null for an attached module
+    std::string path;
+    McnMain mcnMain = nullptr;
+    Tkvercn1 tkvercn1 = nullptr;
+    const ImageInformation* image = nullptr;
+    FunctionTableRoutine tableRoutine = nullptr;
+    std::vector<FunctionInfo> functions;
+
+    ~Impl() {
+        if (library != nullptr) dlclose(library);
+    }
+};
+
+namespace {
+
+std::string describe(const std::string& path) { return path.empty() ? "attached module" : "module '" + path + "'"; }
+
+std::string messagesText(std::vector<Message> messages) {
+    std::string text;
+    for (const Message& m : messages) text += " [" + m.text + "]";
+    return text;
+}
+
+std::string nameOf(const FunctionDescriptor& d) {
+    return std::string(d.name, strnlen(d.name, sizeof d.name));
+}
+
+// Binds the module and lists its functions; the Impl owns the library handle
+// from here on, so every failure below closes it.
+void bind(Module::Impl& m) {
+    Session::Impl& s = m.session->impl();
+    setActiveSession(&s);
+    const std::string what = describe(m.path);
+    void* info = m.mcnMain(m.session->hostVector(), kHostWord);
+    if (info == nullptr) throw std::runtime_error(what + ": mcn_main returned no image information");
+    m.image = static_cast<const ImageInformation*>(info);
+    if (std::memcmp(m.image->tag, kImageTag, sizeof kImageTag) != 0 || m.image->magic != kImageMagic) {
+        throw std::runtime_error(what + ": mcn_main returned a record that is not an ImageInformation");
+    }
+    const ModuleHeader* header = m.image->moduleHeader;
+    if (header == nullptr || header->functionTableRoutine == nullptr) {
+        throw std::runtime_error(what + ": the image information leads to no function-table routine");
+    }
+    m.tableRoutine = header->functionTableRoutine;
+    const auto* table = static_cast<const FunctionTable*>(m.tableRoutine(kDescriptorTableMode));
+    if (table == nullptr) {
+        throw std::runtime_error(what + ": the function-table routine gave no descriptor table (mode 1)" +
+                                 messagesText(m.session->takeMessages()));
+    }
+    const auto* entries = static_cast<const std::uint64_t*>(m.tableRoutine(kEntryTableMode));
+    if (entries == nullptr) {
+        throw std::runtime_error(what + ": the function-table routine gave no entry table (mode 2)" +
+                                 messagesText(m.session->takeMessages()));
+    }
+    if (table->count < 0 || (table->count > 0 && table->descriptors == nullptr)) {
+        throw std::runtime_error(what + ": the descriptor table is malformed");
+    }
+    for (int i = 0; i < table->count; ++i) {
+        FunctionInfo f;
+        f.descriptor = &table->descriptors[i];
+        f.name = nameOf(*f.descriptor);
+        f.index = i;
+        f.entry = reinterpret_cast<EntryRoutine>(entries[i + 1]);
+        if (f.entry == nullptr) throw std::runtime_error(what + ": no entry routine for " + f.name);
+        m.functions.push_back(std::move(f));
+    }
+}
+
+std::string upper(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return out;
+}
+
+}  // namespace
+
+Module::Module(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+Module::~Module() = default;
+
+std::unique_ptr<Module> Module::load(Session& session, const std::string& path) {
+    auto impl = std::make_unique<Impl>();
+    impl->session = &session;
+    impl->path = path;
+    dlerror();
+    impl->library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (impl->library == nullptr) {
+        const char* error = dlerror();
+        throw std::runtime_error("cannot load module '" + path + "': " + (error != nullptr ? error : "unknown error"));
+    }
+    for (const char* symbol : {"mcn_main", "tkvercn1"}) {
+        dlerror();
+        void* address = dlsym(impl->library, symbol);
+        if (address == nullptr) {
+            throw std::runtime_error("module '" + path + "' does not export '" + symbol + "'");
+        }
+        if (std::strcmp(symbol, "mcn_main") == 0) {
+            impl->mcnMain = reinterpret_cast<McnMain>(address);
+        } else {
+            impl->tkvercn1 = reinterpret_cast<Tkvercn1>(address);
+        }
+    }
+    bind(*impl);
+    return std::unique_ptr<Module>(new Module(std::move(impl)));
+}
+
+std::unique_ptr<Module> Module::attach(Session& session, McnMain mcnMain, Tkvercn1 tkvercn1) {
+    if (mcnMain == nullptr || tkvercn1 == nullptr) {
+        throw std::runtime_error("attached module: mcn_main and tkvercn1 must both be given");
+    }
+    auto impl = std::make_unique<Impl>();
+    impl->session = &session;
+    impl->mcnMain = mcnMain;
+    impl->tkvercn1 = tkvercn1;
+    bind(*impl);
+    return std::unique_ptr<Module>(new Module(std::move(impl)));
+}
+
+Session& Module::session() { return *impl_->session; }
+const ImageInformation& Module::image() const { return *impl_->image; }
+
+VersionRecord Module::version() const {
+    VersionRecord record{};
+    impl_->tkvercn1(&record);
+    return record;
+}
+
+const std::vector<FunctionInfo>& Module::functions() const { return impl_->functions; }
+
+// The KSCANX name stands for two entries: the call routine (resultKind 1)
+// only when callRoutine is true; every other name only without it.
+int Module::functionIndex(std::string_view name, bool callRoutine) const {
+    const std::string wanted = upper(name);
+    for (const FunctionInfo& f : impl_->functions) {
+        if (f.name != wanted) continue;
+        if ((f.descriptor->resultKind == kCallRoutine) == callRoutine) return f.index;
+    }
+    throw std::invalid_argument("the module has no " + std::string(callRoutine ? "call routine" : "function") +
+                                " named " + std::string(name));
+}
+
+FunctionTableRoutine Module::tableRoutine() const { return impl_->tableRoutine; }
+Module::McnMain Module::mcnMain() const { return impl_->mcnMain; }
+Module::Tkvercn1 Module::tkvercn1() const { return impl_->tkvercn1; }
+
+CallResult Module::call(std::string_view name, const std::vector<Argument>& arguments, bool callRoutine) {
+    CallSite site(*this, functionIndex(name, callRoutine));
+    return site.call(arguments);
+}
+
+// ---------------------------------------------------------------- CallSite
+
+namespace {
+inline constexpr std::int64_t kDefaultResultLength = 200;   // the language's default variable length
+inline constexpr std::int64_t kResultNotStored = -1;
+}  // namespace
+
+struct CallSite::Impl {
+    Module* module = nullptr;
+    Session* session = nullptr;
+    const FunctionInfo* function = nullptr;
+    ArgumentFrame frame{};
+    bool recheck = true;
+    bool typeChecking = true;
+
+    // Argument storage of the last call (kept until the next one).
+    std::array<double, kMaxArguments> numbers{};
+    std::array<StringValue, kMaxArguments> strings{};
+    std::array<std::unique_ptr<char[]>, kMaxArguments> texts;
+
+    // Character result.
+    StringValue result{};
+    std::unique_ptr<char[]> fixedBuffer;
+    bool growable = false;
+};
+
+CallSite::CallSite(Module& module, int functionIndex, std::uint8_t siteKind) : impl_(std::make_unique<Impl>()) {
+    const auto& functions = module.functions();
+    if (functionIndex < 0 || static_cast<std::size_t>(functionIndex) >= functions.size()) {
+        throw std::invalid_argument("no function with index " + std::to_string(functionIndex));
+    }
+    impl_->module = &module;
+    impl_->session = &module.session();
+    impl_->function = &functions[static_cast<std::size_t>(functionIndex)];
+    impl_->frame.siteKind = siteKind;
+    impl_->frame.callContext = impl_->session->defaultCallContext();
+    if (impl_->function->descriptor->resultKind == kCharacterResult) useFixedResult(kDefaultResultLength);
+}
+
+CallSite::~CallSite() = default;
+
+void CallSite::useFixedResult(std::int64_t capacity) {
+    if (capacity < 0) throw std::invalid_argument("result capacity must not be negative");
+    impl_->fixedBuffer.reset(new char[static_cast<std::size_t>(capacity)]);
+    impl_->growable = false;
+    impl_->result = StringValue{capacity, 0, impl_->fixedBuffer.get(), nullptr, capacity};
+}
+
+void CallSite::useGrowableResult(std::int64_t maxLength, std::int64_t initialCapacity) {
+    if (maxLength < 0 || initialCapacity < 0 || initialCapacity > maxLength) {
+        throw std::invalid_argument("growable result: need 0 <= initialCapacity <= maxLength");
+    }
+    MemoryPool* pool = impl_->session->resultPool();
+    ActiveSessionScope scope(impl_->session->impl());
+    void* data = pool->allocate(pool, initialCapacity, kPoolGrowResult);
+    if (data == nullptr) throw std::runtime_error("growable result: the result pool refused the first buffer");
+    impl_->fixedBuffer.reset();
+    impl_->growable = true;
+    impl_->result = StringValue{maxLength, 0, static_cast<char*>(data), pool, initialCapacity};
+}
+
+void CallSite::useNullCallContext(bool null) {
+    impl_->frame.callContext = null ? nullptr : impl_->session->defaultCallContext();
+}
+
+void CallSite::useCallContext(CallContext* context) { impl_->frame.callContext = context; }
+void CallSite::setSiteKind(std::uint8_t siteKind) { impl_->frame.siteKind = siteKind; }
+void CallSite::setRecheckFlag(bool on) { impl_->recheck = on; }
+void CallSite::setTypeChecking(bool on) { impl_->typeChecking = on; }
+ArgumentFrame& CallSite::frame() { return impl_->frame; }
+
+CallResult CallSite::call(const std::vector<Argument>& arguments) {
+    Impl& site = *impl_;
+    const FunctionDescriptor& d = *site.function->descriptor;
+    const auto n = static_cast<int>(arguments.size());
+    if (n < d.minArgs || n > d.maxArgs || n > kMaxArguments) {
+        throw std::invalid_argument(site.function->name + " takes " + std::to_string(d.minArgs) + " to " +
+                                    std::to_string(d.maxArgs) + " arguments, not " + std::to_string(n));
+    }
+    const bool callRoutine = d.resultKind == kCallRoutine;
+    for (int k = 1; k <= n; ++k) {
+        const Argument& a = arguments[static_cast<std::size_t>(k - 1)];
+        const std::uint32_t allowed = argumentTypeAt(d.argTypes, k);
+        if (site.typeChecking) {
+            if (std::holds_alternative<double>(a) && (allowed & kArgNumeric) == 0) {
+                throw std::invalid_argument(site.function->name + ": argument " + std::to_string(k) +
+                                            " must be character");
+            }
+            if (std::holds_alternative<std::string>(a) && (allowed & kArgCharacter) == 0) {
+                throw std::invalid_argument(site.function->name + ": argument " + std::to_string(k) +
+                                            " must be numeric");
+            }
+        }
+        if (callRoutine && (k == 3 || k == 4) && !std::holds_alternative<double>(a)) {
+            throw std::invalid_argument(site.function->name + ": output argument " + std::to_string(k) +
+                                        " must be a numeric variable");
+        }
+    }
+
+    ArgumentFrame& frame = site.frame;
+    frame.argCount = n;
+    for (int k = 1; k <= kMaxArguments; ++k) {
+        ArgumentSlot& slot = frame.arg(k);
+        slot.typeFlags = 0;
+        slot.errorMarks = 0;
+        slot.value = nullptr;
+        site.texts[static_cast<std::size_t>(k - 1)].reset();
+        if (k > n) continue;
+        const Argument& a = arguments[static_cast<std::size_t>(k - 1)];
+        if (const double* number = std::get_if<double>(&a)) {
+            site.numbers[static_cast<std::size_t>(k - 1)] = *number;
+            slot.typeFlags = kTypeNumeric;
+            slot.value = &site.numbers[static_cast<std::size_t>(k - 1)];
+        } else if (const std::string* text = std::get_if<std::string>(&a)) {
+            // Exactly the text's bytes, no terminator: a read past them is an
+            // AddressSanitizer report.
+            auto& bytes = site.texts[static_cast<std::size_t>(k - 1)];
+            bytes.reset(new char[text->size()]);
+            if (!text->empty()) std::memcpy(bytes.get(), text->data(), text->size());
+            const auto length = static_cast<std::int64_t>(text->size());
+            site.strings[static_cast<std::size_t>(k - 1)] = StringValue{length, length, bytes.get(), nullptr, length};
+            slot.typeFlags = kTypeCharacter;
+            if (k == 1 && site.recheck) slot.typeFlags |= kTypeRecheck;
+            slot.value = &site.strings[static_cast<std::size_t>(k - 1)];
+        }
+    }
+
+    double number = std::bit_cast<double>(kResultSentinelBits);
+    void* resultPlace = nullptr;
+    if (d.resultKind == kNumericResult) {
+        resultPlace = &number;
+    } else if (d.resultKind == kCharacterResult) {
+        site.result.length = kResultNotStored;
+        resultPlace = &site.result;
+    }
+
+    Session::Impl& s = site.session->impl();
+    s.collectRngMessages();
+    const std::size_t messagesBefore = s.messages.size();
+    CallResult r;
+    {
+        ActiveSessionScope scope(s);
+        r.status = site.function->entry(&frame, resultPlace);
+    }
+    s.collectRngMessages();
+    r.messages.assign(s.messages.begin() + static_cast<std::ptrdiff_t>(messagesBefore), s.messages.end());
+
+    if (d.resultKind == kNumericResult && std::bit_cast<std::uint64_t>(number) != kResultSentinelBits) {
+        r.number = number;
+    }
+    if (d.resultKind == kCharacterResult && site.result.length != kResultNotStored) {
+        if (site.result.length < 0 || (site.result.data == nullptr && site.result.length > 0)) {
+            throw std::runtime_error(site.function->name + ": the module stored an impossible result length");
+        }
+        r.text = std::string(site.result.data, static_cast<std::size_t>(site.result.length));
+    }
+    if (callRoutine) {
+        r.position = site.numbers[2];
+        r.length = site.numbers[3];
+    }
+    r.errorMarks.resize(static_cast<std::size_t>(n));
+    for (int k = 1; k <= n; ++k) r.errorMarks[static_cast<std::size_t>(k - 1)] = frame.arg(k).errorMarks;
+    return r;
+}
+
+// ---------------------------------------------------------------- statuses
+
+std::string statusName(std::int32_t status) {
+    switch (status) {
+    case kStatusOk: return "ok";
+    case kStatusMissingStart: return "missing start";
+    case kStatusInvalidArgument: return "invalid argument";
+    case kStatusNoMemory: return "no memory";
+    default: break;
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "status 0x%X", static_cast<unsigned>(status));
+    return text;
+}
+
+}  // namespace txhost

@@ -1,0 +1,502 @@
+// The Session: HostVector, service directory and numbered services, records,
+// pools, call contexts, the kernel object with the EncodingService, options,
+// messages and the host's message catalogue.
+#include <array>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <memory>
+#include <mutex>
+#include <type_traits>
+#include <utility>
+
+#include "host/encoding.h"
+#include "host/rng_services.h"
+#include "host/session_impl.h"
+
+namespace txhost {
+
+using namespace contract;
+
+// ---------------------------------------------------------------- active session
+
+namespace {
+std::atomic<Session::Impl*> gActiveSession{nullptr};
+// Live sessions in the order they were made; the newest becomes active, and
+// when the active one ends the newest remaining one takes over.
+std::mutex gSessionsMutex;
+std::vector<Session::Impl*> gLiveSessions;
+}
+
+Session::Impl* activeSession() { return gActiveSession.load(); }
+void setActiveSession(Session::Impl* session) { gActiveSession.store(session); }
+
+// ---------------------------------------------------------------- catalogue
+
+namespace {
+
+struct CatalogueEntry {
+    Message::Source source;
+    std::int32_t code;
+    const char* text;
+};
+
+// The host's own wording; %s is the function name, %c the letter.
+const CatalogueEntry kCatalogue[] = {
+    {Message::Source::Note, kNoteUnknownModifier,
+     "NOTE: Modifier letter %c is not known to function %s; the letter is ignored."},
+    {Message::Source::Error, kErrorNoMemory,
+     "ERROR: Out of memory: the host could not supply the memory a function module asked for."},
+};
+
+std::string substitute(std::string text, const char* functionName, std::int32_t character) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 1 < text.size()) {
+            if (text[i + 1] == 's') {
+                out += functionName != nullptr ? functionName : "";
+                ++i;
+                continue;
+            }
+            if (text[i + 1] == 'c') {
+                out += static_cast<char>(character);
+                ++i;
+                continue;
+            }
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string catalogueText(Message::Source source, std::int32_t code) {
+    for (const CatalogueEntry& entry : kCatalogue) {
+        if (entry.source == source && entry.code == code) return entry.text;
+    }
+    return {};
+}
+
+std::string formatNote(std::int32_t code, const char* functionName, std::int32_t character) {
+    std::string text = catalogueText(Message::Source::Note, code);
+    if (text.empty()) text = "NOTE: Note " + std::to_string(code) + " about function %s, character %c.";
+    return substitute(text, functionName, character);
+}
+
+std::string formatError(std::int32_t code, std::int64_t detail) {
+    std::string text = catalogueText(Message::Source::Error, code);
+    if (text.empty()) text = "ERROR: Error " + std::to_string(code) + " (detail " + std::to_string(detail) + ").";
+    return text;
+}
+
+// ---------------------------------------------------------------- services
+
+namespace {
+
+Session::Impl& serviceSession() {
+    Session::Impl* session = activeSession();
+    if (session == nullptr) {
+        // A service reached with no session alive: nothing can record it.
+        std::fputs("txhost: host service called with no active session\n", stderr);
+        std::abort();
+    }
+    return *session;
+}
+
+std::int64_t widen(std::uint64_t v) { return static_cast<std::int64_t>(v); }
+
+void hostNote(std::int32_t code, std::int32_t kind, const char* functionName, std::int32_t character) {
+    Session::Impl& s = serviceSession();
+    Message m;
+    m.source = Message::Source::Note;
+    m.code = code;
+    m.kind = kind;
+    m.functionName = functionName != nullptr ? functionName : "";
+    m.character = character;
+    m.text = formatNote(code, functionName, character);
+    s.addMessage(std::move(m));
+}
+
+void hostError(std::int32_t code, std::int64_t detail) {
+    Session::Impl& s = serviceSession();
+    Message m;
+    m.source = Message::Source::Error;
+    m.code = code;
+    m.detail = detail;
+    m.text = formatError(code, detail);
+    s.addMessage(std::move(m));
+}
+
+std::string upper(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return out;
+}
+
+std::int32_t hostGetOption(const char* name, std::int32_t nameLength, std::int64_t, std::int64_t, std::int64_t,
+                           void* destination, std::int64_t, void*) {
+    Session::Impl& s = serviceSession();
+    if (name == nullptr || nameLength < 0 || destination == nullptr) return kOptionBadArguments;
+    const auto found = s.systemOptions.find(upper(std::string_view(name, static_cast<std::size_t>(nameLength))));
+    if (found == s.systemOptions.end() || found->second.empty()) return kOptionUnknown;
+    const std::string& text = found->second;
+    char* end = nullptr;
+    errno = 0;
+    const double value = std::strtod(text.c_str(), &end);
+    while (end != nullptr && *end == ' ') ++end;
+    if (end == text.c_str() || end == nullptr || *end != '\0' || errno == ERANGE) return kOptionNotNumeric;
+    std::memcpy(destination, &value, sizeof value);
+    return 0;
+}
+
+void hostText8(char* destination) {
+    serviceSession();
+    if (destination != nullptr) std::memcpy(destination, kHostText8Value, 8);
+}
+
+void hostSetContextSlot(void* callContext, std::int32_t slot, void* value) {
+    Session::Impl& s = serviceSession();
+    auto* context = static_cast<CallContext*>(callContext);
+    if (context == nullptr || context->slots == nullptr || slot < 0 || slot >= kContextSlots) {
+        s.addMessage({Message::Source::Error, kUnexpectedServiceCode, 0, {}, 0, slot,
+                      "hostSetContextSlot: no call context or slot " + std::to_string(slot) + " out of range"});
+        return;
+    }
+    context->slots[slot] = value;
+}
+
+// (1, 2), the target of moduleProcedureB: answers the sum of its arguments.
+std::uint64_t hostForwarded(std::uint64_t a, std::uint64_t b, std::uint64_t c, std::uint64_t d) {
+    serviceSession().recordServiceCall(1, 2, {widen(a), widen(b), widen(c), widen(d)});
+    return a + b + c + d;
+}
+
+// Item 4163 is SessionOptions::optionText; a text longer than the buffer is
+// cut to the capacity. Any other item: status 1, length 0.
+std::int32_t hostQueryText(std::int64_t, std::int32_t item, std::int64_t, std::int64_t, std::int64_t, char* buffer,
+                           std::int32_t* length, std::int64_t, void*) {
+    Session::Impl& s = serviceSession();
+    if (length == nullptr) return 2;
+    if (item != kOptionTextItem || buffer == nullptr || *length < 0) {
+        *length = 0;
+        return item != kOptionTextItem ? 1 : 2;
+    }
+    const std::string& text = s.options.optionText;
+    const auto n = static_cast<std::int32_t>(std::min<std::size_t>(text.size(), static_cast<std::size_t>(*length)));
+    std::memcpy(buffer, text.data(), static_cast<std::size_t>(n));
+    *length = n;
+    return 0;
+}
+
+// Blanks, an optional sign and decimal digits. Status 0 with the characters
+// used (blanks and sign included) and the value; 1 when no digit follows
+// (nothing used, value 0); 2 when the value leaves the 32-bit range (the
+// digits are used, the value is clamped).
+std::int32_t hostParseInteger(const char* text, std::int32_t length, std::int64_t, std::int32_t* charactersUsed,
+                              std::int32_t* value) {
+    serviceSession();
+    std::int32_t used = 0;
+    std::int64_t v = 0;
+    std::int32_t status = 1;
+    if (text != nullptr) {
+        std::int32_t i = 0;
+        while (i < length && text[i] == ' ') ++i;
+        bool negative = false;
+        if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+        const std::int32_t digitsStart = i;
+        bool overflow = false;
+        while (i < length && text[i] >= '0' && text[i] <= '9') {
+            v = v * 10 + (text[i] - '0');
+            if (v > 2147483648LL) {
+                overflow = true;
+                v = 2147483648LL;
+            }
+            ++i;
+        }
+        if (i > digitsStart) {
+            used = i;
+            if (negative) v = -v;
+            if (v > 2147483647LL) {
+                v = 2147483647LL;
+                overflow = true;
+            }
+            status = overflow ? 2 : 0;
+        } else {
+            v = 0;
+        }
+    }
+    if (charactersUsed != nullptr) *charactersUsed = used;
+    if (value != nullptr) *value = static_cast<std::int32_t>(v);
+    return status;
+}
+
+std::int32_t hostOptionBracket(std::int64_t a, std::int32_t b) {
+    serviceSession().recordServiceCall(39, 108, {a, b});
+    return 0;
+}
+
+std::int32_t hostSetOptionFlag(std::int64_t a, std::int32_t b, std::int32_t c) {
+    serviceSession().recordServiceCall(39, 138, {a, b, c});
+    return 0;
+}
+
+// Every slot the host does not serve gets a function of its own, so the
+// record names the slot the module called.
+void unexpectedService(int table, int function) {
+    Session::Impl* s = activeSession();
+    if (s == nullptr) return;
+    s->recordServiceCall(table, function, {});
+    s->addMessage({Message::Source::Error, kUnexpectedServiceCode, 0, {}, 0, 0,
+                   "unexpected service (" + std::to_string(table) + ", " + std::to_string(function) + ")"});
+}
+
+template <int Slot>
+std::uint64_t unexpectedSlot(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t) {
+    unexpectedService(Slot / kServiceFunctions, Slot % kServiceFunctions);
+    return 0;
+}
+
+template <std::size_t... Slots>
+const std::array<void*, sizeof...(Slots)>& unexpectedSlots(std::index_sequence<Slots...>) {
+    static const std::array<void*, sizeof...(Slots)> slots{reinterpret_cast<void*>(&unexpectedSlot<Slots>)...};
+    return slots;
+}
+
+const std::array<void*, kServiceTables * kServiceFunctions>& allUnexpectedSlots() {
+    return unexpectedSlots(std::make_index_sequence<kServiceTables * kServiceFunctions>{});
+}
+
+template <typename R, typename... P>
+void serve(Session::Impl& s, HostService<R(P...)> service, R (*fn)(P...)) {
+    s.serviceTables[static_cast<std::size_t>(service.table)][static_cast<std::size_t>(service.function)] =
+        reinterpret_cast<void*>(fn);
+}
+
+// ---------------------------------------------------------------- encoding service
+
+EncodingHandle* openHandle(void* service, const char16_t*, std::int32_t, std::int64_t* status);
+
+}  // namespace
+
+struct Session::Impl::ServiceObject {
+    EncodingService record{};   // must stay first
+    Session::Impl* session = nullptr;
+};
+
+namespace {
+
+EncodingHandle* openHandle(void* service, const char16_t*, std::int32_t, std::int64_t* status) {
+    auto* object = static_cast<Session::Impl::ServiceObject*>(service);
+    ++object->session->counters.openHandleCalls;
+    if (status != nullptr) *status = 0;
+    return contractHandle(*object->session->handle);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- random library services
+
+// RngServices may be declared only (rng_services.h) with its definition in
+// rng_services.cpp; then no code here can create or destroy its unique_ptr,
+// whose destructor needs the complete type. The two templates below do the
+// work only when the type is complete here, and otherwise leave the slot
+// empty (the kernel words stay null).
+template <typename T, typename = void>
+struct IsComplete : std::false_type {};
+template <typename T>
+struct IsComplete<T, std::void_t<decltype(sizeof(T))>> : std::true_type {};
+
+template <typename T = RngServices>
+void createRngServices(Session::Impl& impl, Session& session) {
+    if constexpr (IsComplete<T>::value) {
+        new (&impl.rng.services) std::unique_ptr<T>(makeRngServices(session));
+        impl.rngCreated = true;
+        installRngServices(*impl.rng.services, impl.kernelWords.data());
+    }
+}
+
+template <typename T = RngServices>
+void destroyRngServices(Session::Impl& impl) {
+    if constexpr (IsComplete<T>::value) {
+        if (impl.rngCreated) std::destroy_at(reinterpret_cast<std::unique_ptr<T>*>(&impl.rng.services));
+        impl.rngCreated = false;
+    }
+}
+
+RngServices* rngOf(Session::Impl& impl) { return impl.rngCreated ? impl.rng.services.get() : nullptr; }
+
+// ---------------------------------------------------------------- Impl
+
+Session::Impl::Impl(Session& session, SessionOptions sessionOptions) : owner(&session), options(std::move(sessionOptions)) {
+    systemOptions["YEARCUTOFF"] = "1926";
+    for (const auto& [name, value] : options.options) systemOptions[upper(name)] = value;
+
+    handle = makeEncodingHandle(*this, options.encoding);
+
+    // Service directory: every slot answers, the served ones do the work.
+    const auto& unexpected = allUnexpectedSlots();
+    serviceTables.resize(kServiceTables);
+    for (int c = 0; c < kServiceTables; ++c) {
+        for (int f = 0; f < kServiceFunctions; ++f) {
+            serviceTables[static_cast<std::size_t>(c)][static_cast<std::size_t>(f)] =
+                unexpected[static_cast<std::size_t>(c * kServiceFunctions + f)];
+        }
+        serviceDirectory[static_cast<std::size_t>(c)] = serviceTables[static_cast<std::size_t>(c)].data();
+    }
+    serve(*this, kHostNote, &hostNote);
+    serve(*this, kHostError, &hostError);
+    serve(*this, kHostGetOption, &hostGetOption);
+    serve(*this, kHostText8, &hostText8);
+    serve(*this, kHostSetContextSlot, &hostSetContextSlot);
+    serve(*this, kHostForwarded, &hostForwarded);
+    serve(*this, kHostQueryText, &hostQueryText);
+    serve(*this, kHostParseInteger, &hostParseInteger);
+    serve(*this, kHostOptionBracket, &hostOptionBracket);
+    serve(*this, kHostSetOptionFlag, &hostSetOptionFlag);
+
+    hostPool = std::make_unique<Pool>(*this, "host");
+    modulePool = std::make_unique<Pool>(*this, "module");
+    resultPool = std::make_unique<Pool>(*this, "result");
+    ContextObject& task = newContext();
+
+    taskRecord[kTaskCallContextWord] = &task.record;
+    sessionEncodingRecord[kMultiByteSessionByte] = handleIsMultiByte(*handle) ? 1 : 0;
+    sessionRecord[kSessionEncodingWord] = sessionEncodingRecord.data();
+    initRecord[kInitRecordValueWord] = &initValue;
+    fillByteTables(*handle, upcaseMap.data(), lowcaseMap.data(), classTable.data());
+
+    encodingService = std::make_unique<ServiceObject>();
+    encodingService->session = this;
+    encodingService->record.openHandle = &openHandle;
+    if (options.cacheSessionHandle) encodingService->record.cachedSessionHandle = contractHandle(*handle);
+    kernelWords[kKernelEncodingService] = &encodingService->record;
+
+    hostVector.serviceDirectory = serviceDirectory.data();
+    hostVector.serviceUseFlags = serviceUseFlags.data();
+    hostVector.taskRecord = taskRecord.data();
+    hostVector.hostPool = hostPool->contractPool();
+    hostVector.upcaseMap = upcaseMap.data();
+    hostVector.lowcaseMap = lowcaseMap.data();
+    hostVector.classTable = classTable.data();
+    hostVector.modulePool = modulePool->contractPool();
+    hostVector.sessionRecord = sessionRecord.data();
+    hostVector.initRecord = initRecord.data();
+    hostVector.encodingRoot = kernelWords.data();
+    hostVector.word95 = 0;
+
+    createRngServices(*this, session);
+}
+
+Session::Impl::~Impl() {
+    {
+        std::lock_guard<std::mutex> lock(gSessionsMutex);
+        std::erase(gLiveSessions, this);
+        if (activeSession() == this) setActiveSession(gLiveSessions.empty() ? nullptr : gLiveSessions.back());
+    }
+    destroyRngServices(*this);
+}
+
+void Session::Impl::addMessage(Message message) {
+    collectRngMessages();
+    messages.push_back(std::move(message));
+}
+
+void Session::Impl::collectRngMessages() {
+    RngServices* services = rngOf(*this);
+    if (services == nullptr) return;
+    for (Message& m : takeRngMessages(*services)) messages.push_back(std::move(m));
+}
+
+void Session::Impl::recordServiceCall(int table, int function, std::vector<std::int64_t> arguments) {
+    serviceCalls.push_back({table, function, std::move(arguments)});
+}
+
+ContextObject& Session::Impl::newContext() {
+    auto context = std::make_unique<ContextObject>();
+    context->pool = std::make_unique<Pool>(*this, "context " + std::to_string(contexts.size()));
+    context->record.pool = context->pool->contractPool();
+    context->record.slots = context->slots.data();
+    contexts.push_back(std::move(context));
+    return *contexts.back();
+}
+
+bool Session::Impl::allocationFails() {
+    if (failAllocationCountdown <= 0) return false;
+    return --failAllocationCountdown == 0;
+}
+
+bool Session::Impl::reallocationFails() {
+    if (failReallocationCountdown <= 0) return false;
+    return --failReallocationCountdown == 0;
+}
+
+// ---------------------------------------------------------------- Session
+
+Session::Session(SessionOptions options) : impl_(std::make_unique<Impl>(*this, std::move(options))) {
+    std::lock_guard<std::mutex> lock(gSessionsMutex);
+    gLiveSessions.push_back(impl_.get());
+    setActiveSession(impl_.get());
+}
+
+Session::~Session() = default;
+
+HostVector* Session::hostVector() { return &impl_->hostVector; }
+const SessionOptions& Session::options() const { return impl_->options; }
+EncodingHandle* Session::encodingHandle() { return contractHandle(*impl_->handle); }
+bool Session::multiByte() const {
+    const auto* record = static_cast<const std::uint8_t*>(impl_->sessionRecord[kSessionEncodingWord]);
+    return record != nullptr && record[kMultiByteSessionByte] != 0;
+}
+void Session::setMultiByteSessionFlag(bool on) { impl_->sessionEncodingRecord[kMultiByteSessionByte] = on ? 1 : 0; }
+void Session::setSessionEncodingRecordNull(bool null) {
+    impl_->sessionRecord[kSessionEncodingWord] = null ? nullptr : impl_->sessionEncodingRecord.data();
+}
+
+std::uint8_t Session::serviceUseFlag(int table) const {
+    if (table < 0 || table >= kServiceTables) throw std::out_of_range("service table " + std::to_string(table));
+    return impl_->serviceUseFlags[static_cast<std::size_t>(table)];
+}
+void Session::clearServiceUseFlags() { impl_->serviceUseFlags.fill(0); }
+
+std::vector<Message> Session::takeMessages() {
+    impl_->collectRngMessages();
+    std::vector<Message> taken;
+    taken.swap(impl_->messages);
+    return taken;
+}
+
+std::vector<ServiceCall> Session::takeServiceCalls() {
+    std::vector<ServiceCall> taken;
+    taken.swap(impl_->serviceCalls);
+    return taken;
+}
+
+CallContext* Session::defaultCallContext() { return &impl_->contexts.front()->record; }
+CallContext* Session::newCallContext() { return &impl_->newContext().record; }
+MemoryPool* Session::hostPool() { return impl_->hostPool->contractPool(); }
+MemoryPool* Session::modulePool() { return impl_->modulePool->contractPool(); }
+MemoryPool* Session::resultPool() { return impl_->resultPool->contractPool(); }
+
+void Session::failAllocationAfter(std::int64_t n) { impl_->failAllocationCountdown = n > 0 ? n : 0; }
+void Session::failReallocationAfter(std::int64_t n) { impl_->failReallocationCountdown = n > 0 ? n : 0; }
+HostCounters& Session::counters() { return impl_->counters; }
+
+void Session::setSetting(std::string_view name, std::string_view text) { storeSetText(rngServices(*this), name, text); }
+void Session::setSetting(std::string_view name, std::int64_t value) { storeSetInteger(rngServices(*this), name, value); }
+void Session::setSetting(std::string_view name, double value) { storeSetDouble(rngServices(*this), name, value); }
+void Session::clearSetting(std::string_view name) { storeClear(rngServices(*this), name); }
+
+Session::Impl& Session::impl() { return *impl_; }
+
+RngServices& rngServices(Session& session) {
+    RngServices* services = rngOf(session.impl());
+    if (services == nullptr) throw std::logic_error("the random library's host services are not built in");
+    return *services;
+}
+
+}  // namespace txhost

@@ -1,0 +1,158 @@
+// The host's side of a Session, shared by the host's own sources (and the
+// random library's services): the pools, call contexts, records, service
+// directory and encoding objects that the HostVector points to. Every host
+// object the module reads starts with the contract record it expects, so the
+// module's pointer is also the address of the host object.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "host/host.h"
+#include "module/host/services.h"
+
+namespace txhost {
+
+struct RngServices;
+class Codec;
+struct HandleObject;
+
+// A memory pool: the contract's MemoryPool followed by the host's bookkeeping.
+// Every block belongs to the pool until the pool is destroyed; blocks are
+// aligned to 16 bytes and exactly as large as asked, so AddressSanitizer sees
+// any read past them.
+struct Pool {
+    contract::MemoryPool table;   // must stay first: the module holds &table
+    Session::Impl* session = nullptr;
+    std::string name;
+    std::unordered_map<void*, std::size_t> blocks;   // address -> size
+
+    Pool(Session::Impl& owner, std::string poolName);
+    ~Pool();
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+
+    contract::MemoryPool* contractPool() { return &table; }
+    void* allocate(std::int64_t size, std::int32_t flags);
+    void* reallocate(void* address, std::int64_t size, std::int32_t flags);
+    bool owns(const void* address) const { return blocks.count(const_cast<void*>(address)) != 0; }
+    static Pool* from(void* pool) { return reinterpret_cast<Pool*>(pool); }
+};
+static_assert(std::is_standard_layout_v<contract::MemoryPool>);
+
+inline constexpr int kContextSlots = 64;
+
+// A call context: word 5 its pool, word 6 its slot table (kContextSlots words).
+struct ContextObject {
+    contract::CallContext record;   // must stay first
+    std::array<void*, kContextSlots> slots{};
+    std::unique_ptr<Pool> pool;
+};
+
+// The option value stored by hostGetOption: an f64 in the 8-byte destination.
+inline constexpr std::int32_t kOptionUnknown = 1;     // no such option, or set to ""
+inline constexpr std::int32_t kOptionNotNumeric = 2;  // text that is not a number
+inline constexpr std::int32_t kOptionBadArguments = 3;
+
+// The 8-byte blank-padded text of hostText8.
+inline constexpr char kHostText8Value[] = "TXHOST  ";
+// The 32-bit value behind word 98 of the init record ("TXH1").
+inline constexpr std::uint32_t kInitValue = 0x31485854u;
+// The hostWord handed to mcn_main ("TXHOSTVC").
+inline constexpr std::uint64_t kHostWord = 0x43565453'4F485854ull;
+
+struct Session::Impl {
+    Session* owner = nullptr;
+    SessionOptions options;
+    std::map<std::string, std::string> systemOptions;   // upper-case names
+
+    HostCounters counters;
+    std::vector<Message> messages;
+    std::vector<ServiceCall> serviceCalls;
+    std::int64_t failAllocationCountdown = 0;
+    std::int64_t failReallocationCountdown = 0;
+
+    // HostVector and what it points to.
+    contract::HostVector hostVector{};
+    std::vector<std::array<void*, contract::kServiceFunctions>> serviceTables;
+    std::array<void* const*, contract::kServiceTables> serviceDirectory{};
+    std::array<std::uint8_t, contract::kServiceTables> serviceUseFlags{};
+    std::array<void*, 64> taskRecord{};
+    std::array<void*, 16> sessionRecord{};
+    std::array<std::uint8_t, 128> sessionEncodingRecord{};
+    std::array<void*, 128> initRecord{};
+    std::uint32_t initValue = kInitValue;
+    std::array<std::uint8_t, 256> upcaseMap{};
+    std::array<std::uint8_t, 256> lowcaseMap{};
+    std::array<std::uint8_t, 256> classTable{};
+    std::array<void*, 64> kernelWords{};
+
+    std::unique_ptr<Pool> hostPool;
+    std::unique_ptr<Pool> modulePool;
+    std::unique_ptr<Pool> resultPool;
+    std::vector<std::unique_ptr<ContextObject>> contexts;   // [0] is the task's default context
+
+    std::unique_ptr<HandleObject> handle;
+    struct ServiceObject;
+    std::unique_ptr<ServiceObject> encodingService;
+
+    // The random library's services (rng_services.h). Kept in a union so that
+    // only session.cpp decides when the unique_ptr is built and destroyed:
+    // that needs the complete RngServices (see createRngServices). While
+    // rng_services.h only declares RngServices, the Session cannot build the
+    // services: rngCreated stays false and kernel words 11, 13, 14, 15, 26,
+    // 33, 35 stay null. Define the struct in the header to switch them on.
+    union RngSlot {
+        std::unique_ptr<RngServices> services;
+        RngSlot() {}
+        ~RngSlot() {}
+    } rng;
+    bool rngCreated = false;
+
+    explicit Impl(Session& session, SessionOptions sessionOptions);
+    ~Impl();
+
+    void addMessage(Message message);
+    // Pulls the random library's log lines and catalogued messages into messages.
+    void collectRngMessages();
+    void recordServiceCall(int table, int function, std::vector<std::int64_t> arguments);
+    ContextObject& newContext();
+    // Fault injection: true when this allocation (or reallocation) must fail.
+    bool allocationFails();
+    bool reallocationFails();
+};
+
+// The session whose HostVector the module is bound to: numbered services
+// carry no session argument, so they act on this one. A new Session becomes
+// active (when the active one ends, the newest live one takes over);
+// Module::load/attach make their session active; CallSite::call makes its
+// session active for the duration of the call.
+Session::Impl* activeSession();
+void setActiveSession(Session::Impl* session);
+
+struct ActiveSessionScope {
+    Session::Impl* previous;
+    explicit ActiveSessionScope(Session::Impl& session) : previous(activeSession()) { setActiveSession(&session); }
+    ~ActiveSessionScope() { setActiveSession(previous); }
+    ActiveSessionScope(const ActiveSessionScope&) = delete;
+    ActiveSessionScope& operator=(const ActiveSessionScope&) = delete;
+};
+
+// The host's message catalogue: the text of note or error `code`, with
+// printf-style %s (function name) and %c (letter) where the message has them.
+std::string catalogueText(Message::Source source, std::int32_t code);
+std::string formatNote(std::int32_t code, const char* functionName, std::int32_t character);
+std::string formatError(std::int32_t code, std::int64_t detail);
+
+// Encoding objects (encoding.cpp).
+std::unique_ptr<HandleObject> makeEncodingHandle(Session::Impl& session, const std::string& encoding);
+void fillByteTables(const HandleObject& handle, std::uint8_t* upcase, std::uint8_t* lowcase, std::uint8_t* classes);
+bool handleIsMultiByte(const HandleObject& handle);
+contract::EncodingHandle* contractHandle(HandleObject& handle);
+
+}  // namespace txhost

@@ -1,0 +1,475 @@
+// The EncodingHandle operations on UTF-8, Shift_JIS and single-byte code
+// pages, and the session's byte tables.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "handle_helpers.h"
+#include "host/host.h"
+
+namespace {
+
+using namespace hosttest;
+using txhost::Session;
+
+// Texts in their session encoding.
+const std::string kUtf8Mixed = "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80";   // a é 漢 😀
+const std::string kSjisMixed = "a\x82\xA0\xB1\x8A\xBF";                    // a あ ｱ 漢
+
+struct LengthCase {
+    const char* encoding;
+    std::string text;
+    std::int64_t characters;
+};
+
+TEST(EncodingHandle, CharLengthAndCountChars) {
+    const LengthCase cases[] = {
+        {"UTF-8", "", 0},
+        {"UTF-8", "abc", 3},
+        {"UTF-8", kUtf8Mixed, 4},
+        {"UTF-8", "a\xC3", 2},               // lead byte at the end: one character of its own
+        {"UTF-8", "\xE2\x82", 2},            // cut sequence: each byte a character
+        {"UTF-8", "\xF0\x9F\x98", 3},
+        {"UTF-8", "\xC0\xAF", 2},            // overlong
+        {"UTF-8", "\xED\xA0\x80", 3},        // surrogate
+        {"UTF-8", "\xF4\x90\x80\x80", 4},    // above U+10FFFF
+        {"UTF-8", "\x80\xBF", 2},            // stray continuation bytes
+        {"Shift_JIS", kSjisMixed, 4},
+        {"Shift_JIS", "\x82", 1},            // lead byte at the end
+        {"Shift_JIS", "\x82\x20", 2},        // lead byte without a trail byte
+        {"Shift_JIS", "\xF0\x40", 1},        // user-defined area: a pair all the same
+        {"ISO-8859-1", "\xE9\xC3\xA9", 3},
+        {"windows-1252", "\x81\x80", 2},
+    };
+    for (const LengthCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "]");
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        Cursor cursor(h, c.text);
+        EXPECT_EQ(c.characters, charLength(h, cursor.get()));
+        std::int64_t n = -1;
+        EXPECT_EQ(0, countChars(h, c.text, &n));
+        EXPECT_EQ(c.characters, n);
+    }
+}
+
+TEST(EncodingHandle, HandleFieldsByEncoding) {
+    struct FieldCase {
+        const char* encoding;
+        std::int32_t kind;
+        bool utf8;
+        bool multiByte;
+    };
+    const FieldCase cases[] = {
+        {"UTF-8", kUnpositionedCursors, true, true},
+        {"Shift_JIS", 2, false, true},
+        {"ISO-8859-1", kSingleByteEncoding, false, false},
+        {"windows-1252", kSingleByteEncoding, false, false},
+        {"ISO-8859-15", kSingleByteEncoding, false, false},
+    };
+    for (const FieldCase& c : cases) {
+        SCOPED_TRACE(c.encoding);
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        EXPECT_EQ(c.kind, h->encodingKind);
+        EXPECT_EQ(c.utf8, h->encodingId == kEncodingIdUtf8);
+        EXPECT_EQ(c.multiByte, session.multiByte());
+        for (int word : {kOpCharLength, kOpFindChar, kOpToLowerChar, kOpToUpperChar, kOpSeekChars, kOpNextChar,
+                         kOpCompareAt, kOpCurrentChar, kOpTrimmedLength, kOpByteOffsetOf, kOpCountChars,
+                         kOpSkipModifierText, kOpCopyWholeChars, kOpBlankTrimmedBytes, kOpClassTestAlpha, kOpCaseTest,
+                         kOpClassTestCtlDigit, kOpClassTestSpace, kOpClassTestHex, kOpClassTestGraphic}) {
+            EXPECT_NE(nullptr, h->at(word)) << word;
+        }
+        ASSERT_NE(nullptr, h->transcoder());
+        EXPECT_NE(nullptr, h->transcoder()->transcode);
+    }
+    EXPECT_THROW(Session(withEncoding("EBCDIC-XYZ")), std::invalid_argument);
+}
+
+// seekChars: the characters 0..n-1 are the positions; n and beyond, and
+// anything before 0, answer -99 and leave the cursor alone.
+TEST(EncodingHandle, SeekCharsStopsAtBothEnds) {
+    struct SeekCase {
+        const char* encoding;
+        std::string text;
+        std::int64_t characters;
+    };
+    const SeekCase cases[] = {
+        {"UTF-8", kUtf8Mixed, 4},
+        {"UTF-8", "x\xE2\x82y", 4},
+        {"Shift_JIS", kSjisMixed, 4},
+        {"ISO-8859-1", "ab\xE9", 3},
+    };
+    for (const SeekCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "]");
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        Cursor cursor(h, c.text);
+        for (std::int64_t i = 0; i < c.characters; ++i) {
+            ASSERT_EQ(0, seek(h, cursor.get(), kSeekFromStart, i)) << i;
+            EXPECT_EQ(byteOffsetOf(h, cursor.get(), i), cursor->offset);
+            EXPECT_EQ(i, cursor->state);
+        }
+        // At the last character: one more to the right leaves the text.
+        EXPECT_EQ(kSeekOutside, seek(h, cursor.get(), kSeekFromCurrent, 1));
+        EXPECT_EQ(c.characters - 1, cursor->state);
+        EXPECT_EQ(kSeekOutside, seek(h, cursor.get(), kSeekFromStart, c.characters));
+        EXPECT_EQ(kSeekOutside, seek(h, cursor.get(), kSeekFromStart, -1));
+        EXPECT_EQ(kSeekOutside, seek(h, cursor.get(), kSeekFromCurrent, -c.characters));
+        EXPECT_EQ(c.characters - 1, cursor->state);
+        // Leftwards one by one to the first character, then off the start.
+        for (std::int64_t i = c.characters - 2; i >= 0; --i) {
+            ASSERT_EQ(0, seek(h, cursor.get(), kSeekFromCurrent, -1)) << i;
+            EXPECT_EQ(i, cursor->state);
+            EXPECT_EQ(byteOffsetOf(h, cursor.get(), i), cursor->offset);
+        }
+        EXPECT_EQ(kSeekOutside, seek(h, cursor.get(), kSeekFromCurrent, -1));
+        EXPECT_EQ(0, cursor->state);
+        EXPECT_EQ(0, cursor->offset);
+        // nextChar walks to the last character and then reports the end.
+        std::int64_t steps = 0;
+        while (next(h, cursor.get()) == 0) ++steps;
+        EXPECT_EQ(c.characters - 1, steps);
+        EXPECT_EQ(kCursorEmpty, next(h, cursor.get()));
+    }
+    Session session;
+    EncodingHandle* h = session.encodingHandle();
+    Cursor empty(h, "");
+    EXPECT_EQ(kSeekOutside, seek(h, empty.get(), kSeekFromStart, 0));
+    EXPECT_LT(next(h, empty.get()), 0);
+    EXPECT_EQ(0, charLength(h, empty.get()));
+}
+
+// Positions, offsets and characters of a long text against a plain walk.
+TEST(EncodingHandle, RandomSeeksAgreeWithAPlainWalk) {
+    for (const char* encoding : {"UTF-8", "Shift_JIS"}) {
+        SCOPED_TRACE(encoding);
+        Session session(withEncoding(encoding));
+        EncodingHandle* h = session.encodingHandle();
+        const std::string unit = std::string(encoding) == "UTF-8" ? kUtf8Mixed + "\xC3" : kSjisMixed + "\x82";
+        std::string text;
+        for (int i = 0; i < 40; ++i) text += unit;
+        Cursor cursor(h, text);
+        const std::int64_t n = charLength(h, cursor.get());
+        std::vector<std::int64_t> offsets;
+        for (std::int64_t i = 0; i <= n; ++i) offsets.push_back(byteOffsetOf(h, cursor.get(), i));
+        EXPECT_EQ(static_cast<std::int64_t>(text.size()), offsets.back());
+        std::uint32_t x = 12345;
+        std::int64_t at = 0;
+        for (int k = 0; k < 500; ++k) {
+            x = x * 1103515245u + 12345u;
+            const std::int64_t target = static_cast<std::int64_t>(x >> 8) % (n + 4) - 2;
+            const bool relative = (x & 1) != 0;
+            const std::int32_t answer = relative ? seek(h, cursor.get(), kSeekFromCurrent, target - at)
+                                                 : seek(h, cursor.get(), kSeekFromStart, target);
+            if (target < 0 || target >= n) {
+                ASSERT_EQ(kSeekOutside, answer);
+            } else {
+                ASSERT_EQ(0, answer);
+                at = target;
+            }
+            ASSERT_EQ(at, cursor->state);
+            ASSERT_EQ(offsets[static_cast<std::size_t>(at)], cursor->offset);
+        }
+    }
+}
+
+struct CompareCase {
+    const char* encoding;
+    std::string text;
+    std::int64_t at;          // character index of the cursor
+    std::string search;
+    std::int64_t searchLength;
+    std::int32_t flags;
+    bool match;
+};
+
+TEST(EncodingHandle, CompareAtExactAndCaseless) {
+    const CompareCase cases[] = {
+        {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\xA4\xC3\xB6\xC3\xBC", 3, kCompareCaseless, true},
+        {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\xA4\xC3\xB6\xC3\xBC", 3, kCompareExact, false},
+        {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\x84\xC3\x96\xC3\x9C", 3, kCompareExact, true},
+        {"UTF-8", "x\xCE\xA3", 1, "\xCF\x82", 1, kCompareCaseless, true},        // Σ and final ς fold alike
+        {"UTF-8", "STRASSE", 0, "stra\xC3\x9F" "e", 6, kCompareCaseless, false},  // no full folding
+        {"UTF-8", "ab", 1, "bc", 2, kCompareExact, false},                       // text ends first
+        {"UTF-8", "abc", 0, "ab  ", 2, kCompareExact, true},                     // only searchLength characters
+        {"UTF-8", "abc", 0, "ab", 3, kCompareExact, false},                      // search shorter than asked
+        {"UTF-8", "abc", 0, "", 0, kCompareExact, false},                        // empty search never matches
+        {"UTF-8", "a\xC3" "b", 1, "\xC3", 1, kCompareCaseless, true},             // invalid byte against itself
+        {"Shift_JIS", "x\x82\x60\x84\x44", 1, "\x82\x81\x84\x74", 2, kCompareCaseless, true},   // Ａ Д vs ａ д
+        {"Shift_JIS", "x\x82\x60\x84\x44", 1, "\x82\x81\x84\x74", 2, kCompareExact, false},
+        {"Shift_JIS", "\x83\xB0", 0, "\x83\xD0", 1, kCompareCaseless, true},                    // Σ σ
+        {"ISO-8859-1", "x\xC4\xD6", 1, "\xE4\xF6", 2, kCompareCaseless, true},                  // ÄÖ äö
+        {"ISO-8859-1", "x\xC4\xD6", 1, "\xE4\xF6", 2, kCompareExact, false},
+        {"ISO-8859-15", "\xA6", 0, "\xA8", 1, kCompareCaseless, true},                          // Š š
+    };
+    for (const CompareCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "] at " + std::to_string(c.at) + " [" + c.search + "]");
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        Cursor text(h, c.text);
+        Cursor search(h, c.search);
+        if (c.at != 0) {
+            ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, c.at));
+        }
+        EXPECT_EQ(c.match, compareAt(h, text.get(), search.get(), c.searchLength, c.flags) == 0);
+        EXPECT_EQ(c.at, text->state);   // compareAt moves nothing
+    }
+}
+
+TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
+    struct CharCase {
+        const char* encoding;
+        std::string text;
+        std::int64_t at;
+        std::string character;
+        std::string upper;
+        std::string lower;
+        std::string list;
+        std::int64_t indexInList;   // of the character as taken, -1 absent
+    };
+    const CharCase cases[] = {
+        {"UTF-8", kUtf8Mixed, 1, "\xC3\xA9", "\xC3\x89", "\xC3\xA9", "x\xC3\x89\xC3\xA9", 2},
+        {"UTF-8", kUtf8Mixed, 2, "\xE6\xBC\xA2", "\xE6\xBC\xA2", "\xE6\xBC\xA2", "\xE6\xBC\xA2", 0},
+        {"UTF-8", "\xC4\xB0", 0, "\xC4\xB0", "\xC4\xB0", "i", "I", -1},             // İ lowers to one byte
+        {"UTF-8", "\xC5\xBF", 0, "\xC5\xBF", "S", "\xC5\xBF", "s", -1},             // ſ uppers to S
+        {"UTF-8", "a\xC3", 1, "\xC3", "\xC3", "\xC3", "\xC3\xA9\xC3", 1},             // invalid byte stays
+        {"Shift_JIS", kSjisMixed, 1, "\x82\xA0", "\x82\xA0", "\x82\xA0", "a\x82\xA0", 1},
+        {"Shift_JIS", "\x82\x81", 0, "\x82\x81", "\x82\x60", "\x82\x81", "\x82\x60", -1},   // ａ -> Ａ
+        {"ISO-8859-1", "a\xE9", 1, "\xE9", "\xC9", "\xE9", "\xC9\xE9", 1},
+        {"ISO-8859-1", "\xFF", 0, "\xFF", "\xFF", "\xFF", "", -1},                  // ÿ: Ÿ is not in Latin-1
+        {"windows-1252", "\xFF", 0, "\xFF", "\x9F", "\xFF", "\x9F", -1},            // ÿ -> Ÿ (0x9F)
+    };
+    for (const CharCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "] at " + std::to_string(c.at));
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        Cursor text(h, c.text);
+        if (c.at != 0) {
+            ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, c.at));
+        }
+        CharCursor ch(h);
+        ASSERT_EQ(0, currentChar(h, text.get(), ch.get()));
+        EXPECT_EQ(c.character, ch.held());
+        Cursor list(h, c.list);
+        EXPECT_EQ(c.indexInList, findChar(h, list.get(), ch.get()));
+        toUpper(h, ch.get());
+        EXPECT_EQ(c.upper, ch.held());
+        CharCursor again(h);
+        ASSERT_EQ(0, currentChar(h, text.get(), again.get()));
+        toLower(h, again.get());
+        EXPECT_EQ(c.lower, again.held());
+    }
+}
+
+// Class bits through the handle: the byte table's bits for characters of one
+// byte, plus 0x100 (alphabetic) or 0x200 (other graphic) for wider ones.
+TEST(EncodingHandle, ClassTestsAndCaseTests) {
+    struct ClassCase {
+        const char* encoding;
+        std::string character;
+        std::uint32_t bits;   // expected bits among 0x3FF
+    };
+    const ClassCase cases[] = {
+        {"UTF-8", "a", 0x02 | 0x80},
+        {"UTF-8", "Z", 0x01},
+        {"UTF-8", "7", 0x04 | 0x80},
+        {"UTF-8", "!", 0x10},
+        {"UTF-8", "~", 0x00},                 // a symbol, not punctuation
+        {"UTF-8", " ", 0x08 | 0x20},
+        {"UTF-8", "\t", 0x08 | 0x40},
+        {"UTF-8", "\x01", 0x40},
+        {"UTF-8", "\xC3\xA9", 0x02 | 0x100},                 // é
+        {"UTF-8", "\xC3\x89", 0x01 | 0x100},                 // É
+        {"UTF-8", "\xE6\xBC\xA2", 0x100},                    // 漢
+        {"UTF-8", "\xE2\x82\xAC", 0x200},                    // €
+        {"UTF-8", "\xE3\x80\x81", 0x10 | 0x200},             // 、
+        {"UTF-8", "\xE3\x80\x80", 0x08 | 0x20},              // ideographic space
+        {"UTF-8", "\xEF\xBC\x90", 0x04 | 0x200},             // fullwidth 0
+        {"UTF-8", "\xC2\xA0", 0x08 | 0x20},                  // no-break space
+        {"UTF-8", "\xC3", 0x00},                             // invalid byte
+        {"Shift_JIS", "\x82\xA0", 0x100},                    // あ
+        {"Shift_JIS", "\x82\x60", 0x01 | 0x100},             // Ａ
+        {"Shift_JIS", "\x81\x41", 0x10 | 0x200},             // 、
+        {"Shift_JIS", "\xB1", 0x00},                         // ｱ: one byte, no wide class
+        {"ISO-8859-1", "\xE9", 0x02},
+        {"ISO-8859-1", "\xA0", 0x08 | 0x20},
+        {"ISO-8859-1", "\xBF", 0x10},                        // ¿
+        {"ISO-8859-1", "\xD7", 0x00},                        // × is a symbol
+        {"windows-1252", "\x80", 0x00},                      // € is a symbol
+        {"windows-1252", "\x8A", 0x01},                      // Š
+    };
+    const std::pair<int, std::int32_t> tests[] = {
+        {kOpClassTestAlpha, 0x103}, {kOpClassTestAlpha, 0x10},   {kOpClassTestAlpha, 0x337},
+        {kOpClassTestCtlDigit, 0x40}, {kOpClassTestCtlDigit, 0x04}, {kOpClassTestSpace, 0x28},
+        {kOpClassTestHex, 0x80},      {kOpClassTestGraphic, 0x317},
+    };
+    for (const ClassCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " [" + c.character + "]");
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        Cursor text(h, "." + c.character);
+        ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, 1));
+        for (const auto& [word, mask] : tests) {
+            EXPECT_EQ((c.bits & static_cast<std::uint32_t>(mask)) != 0, classTest(h, word, text.get(), mask))
+                << "word " << word << " mask " << mask;
+        }
+        for (std::uint32_t bit = 1; bit <= 0x200; bit <<= 1) {
+            EXPECT_EQ((c.bits & bit) != 0, classTest(h, kOpClassTestGraphic, text.get(), static_cast<std::int32_t>(bit)))
+                << "bit " << bit;
+        }
+        CharCursor ch(h);
+        ASSERT_EQ(0, currentChar(h, text.get(), ch.get()));
+        EXPECT_EQ((c.bits & 0x01) != 0, caseTest(h, ch.get(), kIsUpper));
+        EXPECT_EQ((c.bits & 0x02) != 0, caseTest(h, ch.get(), kIsLower));
+        EXPECT_EQ((c.bits & 0x10) != 0, classTest(h, kOpClassTestAlpha, ch.get(), 0x10));   // on the held character
+        if (c.character.size() == 1 && (!session.multiByte() || static_cast<unsigned char>(c.character[0]) < 0x80)) {
+            EXPECT_EQ(c.bits, session.hostVector()->classTable[static_cast<unsigned char>(c.character[0])]);
+        }
+    }
+}
+
+TEST(EncodingHandle, ByteTablesOfTheSession) {
+    Session latin1(withEncoding("ISO-8859-1"));
+    const HostVector* hv = latin1.hostVector();
+    for (unsigned char c : std::string("!\"#%&'()*,-./:;?@[\\]_{}")) EXPECT_EQ(0x10, hv->classTable[c]) << c;
+    for (unsigned char c : std::string("$+<=>^`|~")) EXPECT_EQ(0, hv->classTable[c]) << c;
+    for (int b = 'a'; b <= 'z'; ++b) {
+        EXPECT_EQ(b - 32, hv->upcaseMap[b]);
+        EXPECT_EQ(b, hv->lowcaseMap[b - 32]);
+    }
+    EXPECT_EQ(0xC9, hv->upcaseMap[0xE9]);
+    EXPECT_EQ(0xE9, hv->lowcaseMap[0xC9]);
+    EXPECT_EQ(0xDF, hv->upcaseMap[0xDF]);   // ß has no one-character upper case
+    EXPECT_EQ(0xB5, hv->upcaseMap[0xB5]);   // µ: its upper case is Greek
+    EXPECT_EQ(0x48, hv->classTable[0x85]);   // NEL: control and white space
+    int hex = 0;
+    for (int b = 0; b < 256; ++b) hex += (hv->classTable[b] & 0x80) != 0;
+    EXPECT_EQ(22, hex);
+
+    Session utf8(withEncoding("UTF-8"));
+    const HostVector* u = utf8.hostVector();
+    for (int b = 0x80; b < 256; ++b) {
+        EXPECT_EQ(0, u->classTable[b]) << b;
+        EXPECT_EQ(b, u->upcaseMap[b]);
+        EXPECT_EQ(b, u->lowcaseMap[b]);
+    }
+    EXPECT_EQ('A', u->upcaseMap['a']);
+    EXPECT_EQ(0x02 | 0x80, u->classTable['a']);
+}
+
+TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
+    struct CopyCase {
+        const char* encoding;
+        std::string source;
+        std::int64_t capacity;
+        std::int64_t copied;
+    };
+    const CopyCase cases[] = {
+        {"UTF-8", kUtf8Mixed, 100, 10}, {"UTF-8", kUtf8Mixed, 3, 3},  {"UTF-8", kUtf8Mixed, 5, 3},
+        {"UTF-8", kUtf8Mixed, 6, 6},    {"UTF-8", kUtf8Mixed, 9, 6},  {"UTF-8", kUtf8Mixed, 0, 0},
+        {"UTF-8", "\xC3\xA9", 1, 0},    {"UTF-8", "a\xE2\x82", 2, 2},  // invalid bytes copy one by one
+        {"Shift_JIS", kSjisMixed, 2, 1}, {"Shift_JIS", kSjisMixed, 4, 4}, {"Shift_JIS", kSjisMixed, 5, 4},
+        {"ISO-8859-1", "\xE9\xE9\xE9", 2, 2},
+    };
+    for (const CopyCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " cap " + std::to_string(c.capacity));
+        Session session(withEncoding(c.encoding));
+        EncodingHandle* h = session.encodingHandle();
+        std::vector<char> out(static_cast<std::size_t>(c.capacity) + 1, '#');
+        std::int64_t copied = -1;
+        const std::int32_t status = copyWholeChars(h, c.source, out.data(), c.capacity, &copied);
+        EXPECT_EQ(c.copied, copied);
+        EXPECT_EQ(c.copied == static_cast<std::int64_t>(c.source.size()) ? 0 : 1, status);
+        EXPECT_EQ(c.source.substr(0, static_cast<std::size_t>(c.copied)),
+                  std::string(out.data(), static_cast<std::size_t>(copied)));
+        EXPECT_EQ('#', out[static_cast<std::size_t>(copied)]);
+    }
+}
+
+TEST(EncodingHandle, TrimmingOffsetsAndModifiers) {
+    Session session(withEncoding("UTF-8"));
+    EncodingHandle* h = session.encodingHandle();
+    Cursor text(h, "\xC3\xA9t\xC3\xA9  ");
+    EXPECT_EQ(5, charLength(h, text.get()));
+    EXPECT_EQ(3, trimmedLength(h, text.get()));
+    EXPECT_EQ(0, byteOffsetOf(h, text.get(), 0));
+    EXPECT_EQ(2, byteOffsetOf(h, text.get(), 1));
+    EXPECT_EQ(3, byteOffsetOf(h, text.get(), 2));
+    EXPECT_EQ(7, byteOffsetOf(h, text.get(), 5));   // the end of the text
+    EXPECT_EQ(-1, byteOffsetOf(h, text.get(), 6));
+    EXPECT_EQ(-1, byteOffsetOf(h, text.get(), -1));
+    EXPECT_EQ(5, blankTrimmedBytes(h, "\xC3\xA9t\xC3\xA9  "));
+    EXPECT_EQ(0, blankTrimmedBytes(h, "   "));
+    EXPECT_EQ(0, blankTrimmedBytes(h, ""));
+    EXPECT_FALSE(skipModifierText(h, "it"));
+    Cursor blanks(h, "   ");
+    EXPECT_EQ(0, trimmedLength(h, blanks.get()));
+}
+
+TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
+    struct TranscodeCase {
+        const char* encoding;
+        std::u16string source;
+        std::int64_t capacity;
+        std::string expected;
+        std::int32_t status;
+    };
+    const TranscodeCase cases[] = {
+        {"UTF-8", u"ABC", 10, "ABC", 0},
+        {"UTF-8", u"\u00E9\u6F22", 10, "\xC3\xA9\xE6\xBC\xA2", 0},
+        {"UTF-8", u"\u00E9\u6F22", 4, "\xC3\xA9", 1},                 // cut before the character that does not fit
+        {"ISO-8859-1", u"a\u00E9", 10, "a\xE9", 0},
+        {"ISO-8859-15", u"\u20AC", 10, "\xA4", 0},
+        {"Shift_JIS", u"a\u3042", 10, "a\x82\xA0", 0},
+        {"UTF-8", std::u16string(u"ABCDEFGHIJKLMNOPQRSTUVWXYZ", 24) + u'\0', 25,
+         std::string("ABCDEFGHIJKLMNOPQRSTUVWX") + '\0', 0},            // the modifier alphabet with its terminator
+    };
+    for (const TranscodeCase& c : cases) {
+        SCOPED_TRACE(c.encoding);
+        Session session(withEncoding(c.encoding));
+        Transcoder* t = session.encodingHandle()->transcoder();
+        std::vector<char> out(static_cast<std::size_t>(c.capacity));
+        std::int64_t length = -1;
+        const std::int32_t status = t->transcode(t, c.source.data(), static_cast<std::int64_t>(c.source.size() * 2),
+                                                 out.data(), c.capacity, &length, 0);
+        EXPECT_EQ(c.status, status);
+        EXPECT_EQ(c.expected, std::string(out.data(), static_cast<std::size_t>(length)));
+    }
+}
+
+TEST(EncodingHandle, EveryOperationIsCounted) {
+    Session session(withEncoding("Shift_JIS"));
+    EncodingHandle* h = session.encodingHandle();
+    session.counters().handleOperations.clear();
+    Cursor text(h, kSjisMixed);   // one seekChars to position it
+    charLength(h, text.get());
+    CharCursor ch(h);             // another seekChars
+    currentChar(h, text.get(), ch.get());
+    classTest(h, kOpClassTestHex, text.get(), 0x80);
+    auto& ops = session.counters().handleOperations;
+    EXPECT_EQ(2, ops[kOpSeekChars]);
+    EXPECT_EQ(1, ops[kOpCharLength]);
+    EXPECT_EQ(1, ops[kOpCurrentChar]);
+    EXPECT_EQ(1, ops[kOpClassTestHex]);
+}
+
+TEST(EncodingHandle, EncodingServiceCachesOrOpens) {
+    for (bool cached : {true, false}) {
+        txhost::SessionOptions options = withEncoding("UTF-8");
+        options.cacheSessionHandle = cached;
+        Session session(options);
+        auto* root = static_cast<void**>(session.hostVector()->encodingRoot);
+        auto* service = static_cast<EncodingService*>(root[kKernelEncodingService]);
+        ASSERT_NE(nullptr, service);
+        EXPECT_EQ(cached ? session.encodingHandle() : nullptr, service->cachedSessionHandle);
+        std::int64_t status = -1;
+        EXPECT_EQ(session.encodingHandle(), service->openHandle(service, kSessionHandleName, 3, &status));
+        EXPECT_EQ(0, status);
+        EXPECT_EQ(1, session.counters().openHandleCalls);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,125 @@
+// The loader's failures and the call API's refusals, which happen before
+// the module is called.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <stdexcept>
+
+#include "host/host.h"
+#include "module/exports.h"
+
+namespace {
+
+using txhost::Absent;
+using txhost::Argument;
+using txhost::Module;
+using txhost::Session;
+
+std::string loadError(Session& session, const std::string& path) {
+    try {
+        Module::load(session, path);
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return "";
+}
+
+TEST(Loader, MissingFile) {
+    Session session;
+    const std::string error = loadError(session, "/nonexistent/txscanmd.so");
+    EXPECT_NE(std::string::npos, error.find("cannot load module '/nonexistent/txscanmd.so'")) << error;
+}
+
+TEST(Loader, MissingSymbol) {
+    // A library that surely exists and exports neither entry point.
+    Session session;
+    const std::string error = loadError(session, "libm.so.6");
+    EXPECT_NE(std::string::npos, error.find("does not export 'mcn_main'")) << error;
+}
+
+TEST(Loader, AttachNeedsBothEntryPoints) {
+    Session session;
+    EXPECT_THROW(Module::attach(session, nullptr, &tkvercn1), std::runtime_error);
+    EXPECT_THROW(Module::attach(session, &mcn_main, nullptr), std::runtime_error);
+}
+
+void* notAnImage(void*, std::uint64_t) {
+    static char junk[128] = "not an image";
+    return junk;
+}
+void* noImage(void*, std::uint64_t) { return nullptr; }
+
+TEST(Loader, RefusesWhatIsNotAnImage) {
+    Session session;
+    EXPECT_THROW(Module::attach(session, &notAnImage, &tkvercn1), std::runtime_error);
+    EXPECT_THROW(Module::attach(session, &noImage, &tkvercn1), std::runtime_error);
+}
+
+TEST(Loader, AttachedModuleListsItsFunctions) {
+    Session session;
+    auto module = Module::attach(session, &mcn_main, &tkvercn1);
+    ASSERT_EQ(8u, module->functions().size());
+    EXPECT_EQ(6, module->functionIndex("KSCANX"));
+    EXPECT_EQ(7, module->functionIndex("kscanx", true));
+    EXPECT_EQ(0, module->functionIndex("KCOUNTX"));
+    EXPECT_THROW(module->functionIndex("KFIND", true), std::invalid_argument);
+    EXPECT_THROW(module->functionIndex("NOSUCH"), std::invalid_argument);
+    for (const auto& f : module->functions()) {
+        EXPECT_NE(nullptr, f.entry) << f.name;
+        EXPECT_EQ(f.name, std::string(f.descriptor->name));
+    }
+    // The init record's value and the host word reached the module's binding.
+    EXPECT_EQ(std::string("5.12.03R2C03112014"), module->version().releaseWithYear);
+}
+
+TEST(CallSites, RefuseArgumentCountsAndTypesBeforeCalling) {
+    Session session;
+    auto module = Module::attach(session, &mcn_main, &tkvercn1);
+    session.counters().handleOperations.clear();
+    struct RefusedCase {
+        const char* name;
+        bool callRoutine;
+        std::vector<Argument> arguments;
+    };
+    const RefusedCase cases[] = {
+        {"KFIND", false, {std::string("a")}},
+        {"KFIND", false, {std::string("a"), std::string("b"), 1.0, std::string("i"), 2.0}},
+        {"KCOUNTW", false, {}},
+        {"KSCANX", false, {std::string("a"), std::string("b")}},    // the count must be numeric
+        {"KCOUNTC", false, {1.0, std::string("a")}},                // the source must be character
+        {"KSCANX", true, {std::string("a b"), 1.0, Absent{}, 0.0}}, // outputs must be variables
+        {"KSCANX", true, {std::string("a b"), 1.0, 0.0}},
+    };
+    for (const RefusedCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_THROW(module->call(c.name, c.arguments, c.callRoutine), std::invalid_argument);
+    }
+    EXPECT_TRUE(session.counters().handleOperations.empty());
+}
+
+TEST(CallSites, FrameLayoutOfACall) {
+    Session session;
+    auto module = Module::attach(session, &mcn_main, &tkvercn1);
+    txhost::CallSite site(*module, module->functionIndex("KFIND"), 0x48);
+    EXPECT_EQ(session.defaultCallContext(), site.frame().callContext);
+    EXPECT_EQ(0x48, site.frame().siteKind);
+    site.call({std::string("abc"), std::string("b"), 1.0, std::string("i")});
+    const auto& frame = site.frame();
+    EXPECT_EQ(4, frame.argCount);
+    EXPECT_EQ(0x02 | 0x08, frame.arg(1).typeFlags);
+    EXPECT_EQ(0x02, frame.arg(2).typeFlags);
+    EXPECT_EQ(0x01, frame.arg(3).typeFlags);
+    EXPECT_EQ(0x02, frame.arg(4).typeFlags);
+    EXPECT_EQ(1.0, *frame.number(3));
+    EXPECT_EQ(3, frame.string(1)->length);
+    EXPECT_EQ(0, std::memcmp("abc", frame.string(1)->data, 3));
+    site.setRecheckFlag(false);
+    site.useNullCallContext(true);
+    EXPECT_EQ(nullptr, site.frame().callContext);
+    site.call({std::string("abc"), std::string("b")});
+    EXPECT_EQ(0x02, site.frame().arg(1).typeFlags);
+    EXPECT_EQ(nullptr, site.frame().arg(3).value);
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+// The HostVector's words and the numbered services, called through the
+// directory the way the module calls them.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+
+#include "handle_helpers.h"
+#include "host/host.h"
+#include "module/host/services.h"
+
+namespace {
+
+using namespace txscan::contract;
+using txhost::Message;
+using txhost::Session;
+using hosttest::withEncoding;
+
+template <typename R, typename... P>
+auto service(Session& s, HostService<R(P...)> which) {
+    s.hostVector()->serviceUseFlags[which.table] = 1;
+    return reinterpret_cast<R (*)(P...)>(s.hostVector()->serviceDirectory[which.table][which.function]);
+}
+
+TEST(HostVector, WordsTheModuleReads) {
+    Session session(withEncoding("UTF-8"));
+    const HostVector* hv = session.hostVector();
+    EXPECT_EQ(0u, hv->word95);
+    ASSERT_NE(nullptr, hv->serviceDirectory);
+    for (int c = 0; c < kServiceTables; ++c) {
+        ASSERT_NE(nullptr, hv->serviceDirectory[c]);
+        for (int f = 0; f < kServiceFunctions; ++f) ASSERT_NE(nullptr, hv->serviceDirectory[c][f]) << c << "," << f;
+    }
+    EXPECT_NE(nullptr, hv->upcaseMap);
+    EXPECT_NE(nullptr, hv->lowcaseMap);
+    EXPECT_NE(nullptr, hv->classTable);
+    auto* init = static_cast<void* const*>(hv->initRecord);
+    ASSERT_NE(nullptr, init[kInitRecordValueWord]);
+    auto* sessionRecord = static_cast<void* const*>(hv->sessionRecord);
+    auto* encodingRecord = static_cast<const std::uint8_t*>(sessionRecord[kSessionEncodingWord]);
+    ASSERT_NE(nullptr, encodingRecord);
+    EXPECT_EQ(1, encodingRecord[kMultiByteSessionByte]);
+    session.setMultiByteSessionFlag(false);
+    EXPECT_EQ(0, encodingRecord[kMultiByteSessionByte]);
+    EXPECT_FALSE(session.multiByte());
+    session.setSessionEncodingRecordNull(true);
+    EXPECT_EQ(nullptr, sessionRecord[kSessionEncodingWord]);
+    session.setSessionEncodingRecordNull(false);
+    EXPECT_EQ(encodingRecord, sessionRecord[kSessionEncodingWord]);
+    auto* root = static_cast<void* const*>(hv->encodingRoot);
+    EXPECT_NE(nullptr, root[kKernelEncodingService]);
+}
+
+TEST(Services, NoteAndErrorBecomeMessages) {
+    Session session;
+    service(session, kHostNote)(kNoteUnknownModifier, kNoteKindModifier, "FIND", 'Q');
+    service(session, kHostError)(kErrorNoMemory, 0);
+    const auto messages = session.takeMessages();
+    ASSERT_EQ(2u, messages.size());
+    EXPECT_EQ(Message::Source::Note, messages[0].source);
+    EXPECT_EQ(744, messages[0].code);
+    EXPECT_EQ(6, messages[0].kind);
+    EXPECT_EQ("FIND", messages[0].functionName);
+    EXPECT_EQ('Q', messages[0].character);
+    EXPECT_NE(std::string::npos, messages[0].text.find("Q"));
+    EXPECT_NE(std::string::npos, messages[0].text.find("FIND"));
+    EXPECT_EQ(Message::Source::Error, messages[1].source);
+    EXPECT_EQ(1016, messages[1].code);
+    EXPECT_NE(std::string::npos, messages[1].text.find("memory"));
+    EXPECT_TRUE(session.takeMessages().empty());
+    EXPECT_EQ(1, session.serviceUseFlag(39));
+    session.clearServiceUseFlags();
+    EXPECT_EQ(0, session.serviceUseFlag(39));
+}
+
+TEST(Services, GetOptionStoresADouble) {
+    struct OptionCase {
+        std::map<std::string, std::string> options;
+        std::string name;
+        std::int32_t status;
+        double value;
+    };
+    const OptionCase cases[] = {
+        {{}, "YEARCUTOFF", 0, 1926.0},
+        {{{"YEARCUTOFF", "1950"}}, "YEARCUTOFF", 0, 1950.0},
+        {{{"yearcutoff", "1940"}}, "YearCutoff", 0, 1940.0},
+        {{{"YEARCUTOFF", ""}}, "YEARCUTOFF", 1, 0.0},
+        {{{"YEARCUTOFF", "soon"}}, "YEARCUTOFF", 2, 0.0},
+        {{}, "NOSUCHOPTION", 1, 0.0},
+    };
+    for (const OptionCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        txhost::SessionOptions options;
+        options.options = c.options;
+        Session session(options);
+        double value = -1.0;
+        const std::int32_t status = service(session, kHostGetOption)(
+            c.name.data(), static_cast<std::int32_t>(c.name.size()), 0, 0, 0, &value, 0, session.defaultCallContext());
+        EXPECT_EQ(c.status, status);
+        EXPECT_EQ(c.status == 0 ? c.value : -1.0, value);
+    }
+}
+
+TEST(Services, TextSlotQueryAndParse) {
+    txhost::SessionOptions options;
+    options.optionText = "RNGSEED=12345 OTHER";
+    Session session(options);
+    char text[8];
+    service(session, kHostText8)(text);
+    EXPECT_EQ("TXHOST  ", std::string(text, 8));
+
+    CallContext* context = session.defaultCallContext();
+    int record = 0;
+    service(session, kHostSetContextSlot)(context, kEnvironmentSlot, &record);
+    EXPECT_EQ(&record, context->slots[kEnvironmentSlot]);
+    EXPECT_EQ(1, session.serviceUseFlag(0));
+
+    char buffer[1024];
+    std::int32_t length = sizeof buffer;
+    EXPECT_EQ(0, service(session, kHostQueryText)(0, kOptionTextItem, 0, 0, 0, buffer, &length, 0, context));
+    EXPECT_EQ("RNGSEED=12345 OTHER", std::string(buffer, static_cast<std::size_t>(length)));
+    length = 7;
+    EXPECT_EQ(0, service(session, kHostQueryText)(0, kOptionTextItem, 0, 0, 0, buffer, &length, 0, context));
+    EXPECT_EQ("RNGSEED", std::string(buffer, static_cast<std::size_t>(length)));
+    length = sizeof buffer;
+    EXPECT_NE(0, service(session, kHostQueryText)(0, 1, 0, 0, 0, buffer, &length, 0, context));
+    EXPECT_EQ(0, length);
+
+    struct ParseCase {
+        std::string text;
+        std::int32_t status, used, value;
+    };
+    const ParseCase parses[] = {
+        {"12345 OTHER", 0, 5, 12345}, {"-5", 0, 2, -5},        {"+7x", 0, 2, 7},
+        {" 42", 0, 3, 42},            {"abc", 1, 0, 0},        {"", 1, 0, 0},
+        {"-", 1, 0, 0},               {"2147483647", 0, 10, 2147483647},
+        {"-2147483648", 0, 11, -2147483647 - 1}, {"99999999999", 2, 11, 2147483647},
+    };
+    for (const ParseCase& p : parses) {
+        SCOPED_TRACE(p.text);
+        std::int32_t used = -1, value = -1;
+        EXPECT_EQ(p.status, service(session, kHostParseInteger)(p.text.data(), static_cast<std::int32_t>(p.text.size()),
+                                                                0, &used, &value));
+        EXPECT_EQ(p.used, used);
+        EXPECT_EQ(p.value, value);
+    }
+}
+
+TEST(Services, RecordedCallsAndUnexpectedSlots) {
+    Session session;
+    EXPECT_EQ(10u, service(session, kHostForwarded)(1, 2, 3, 4));
+    EXPECT_EQ(0, service(session, kHostOptionBracket)(0, -1));
+    EXPECT_EQ(0, service(session, kHostSetOptionFlag)(0, 28, 1));
+    using Unknown = std::uint64_t (*)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t);
+    reinterpret_cast<Unknown>(session.hostVector()->serviceDirectory[7][300])(0, 0, 0, 0);
+    const auto calls = session.takeServiceCalls();
+    ASSERT_EQ(4u, calls.size());
+    EXPECT_EQ(1, calls[0].table);
+    EXPECT_EQ(2, calls[0].function);
+    EXPECT_EQ((std::vector<std::int64_t>{1, 2, 3, 4}), calls[0].arguments);
+    EXPECT_EQ(108, calls[1].function);
+    EXPECT_EQ((std::vector<std::int64_t>{0, -1}), calls[1].arguments);
+    EXPECT_EQ(138, calls[2].function);
+    EXPECT_EQ((std::vector<std::int64_t>{0, 28, 1}), calls[2].arguments);
+    EXPECT_EQ(7, calls[3].table);
+    EXPECT_EQ(300, calls[3].function);
+    const auto messages = session.takeMessages();
+    ASSERT_EQ(1u, messages.size());
+    EXPECT_EQ(txhost::kUnexpectedServiceCode, messages[0].code);
+    EXPECT_EQ("unexpected service (7, 300)", messages[0].text);
+}
+
+TEST(Statuses, Names) {
+    EXPECT_EQ("ok", txhost::statusName(0));
+    EXPECT_EQ("missing start", txhost::statusName(kStatusMissingStart));
+    EXPECT_EQ("invalid argument", txhost::statusName(kStatusInvalidArgument));
+    EXPECT_EQ("no memory", txhost::statusName(kStatusNoMemory));
+    EXPECT_EQ("status 0x80000803", txhost::statusName(static_cast<std::int32_t>(0x80000803u)));
+}
+
+}  // namespace
