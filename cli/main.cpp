@@ -1,2 +1,18 @@
 // txscan: the command line for the txscanmd functions.
-int main() { return 0; }
+#include <iostream>
+
+#include "commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"txscan: character-based string functions of the txscanmd module"};
+    app.require_subcommand(1);
+    txcli::addInfoCommand(app);
+    txcli::addEvalCommand(app);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);
+        return code == 0 ? 0 : txcli::kUsageError;
+    }
+    return 0;
+}

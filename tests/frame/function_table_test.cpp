@@ -1,0 +1,98 @@
+// The function-table routine in both modes, its refusals and its out-of-memory answer.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "host/host.h"
+
+namespace {
+
+using namespace txscan::contract;
+
+struct ExpectedDescriptor {
+    const char* name;
+    int min, max, resultKind, flag33;
+    std::uint32_t argTypes;
+};
+constexpr ExpectedDescriptor kDescriptors[] = {
+    {"KCOUNTX", 2, 3, 0, 0, 0x92}, {"KCOUNTC", 2, 3, 0, 2, 0x92},  {"KCOUNTW", 1, 3, 0, 2, 0x92},
+    {"KFIND", 2, 4, 0, 0, 0x6D2},  {"KFINDC", 1, 4, 0, 2, 0x6D2},  {"KFINDW", 2, 5, 0, 2, 0x36D2},
+    {"KSCANX", 2, 4, 2, 2, 0x48A}, {"KSCANX", 4, 6, 1, 2, 0x1224A},
+};
+
+class FunctionTableRoutine : public ::testing::Test {
+protected:
+    txhost::Session session;
+    std::unique_ptr<txhost::Module> module = txhost::Module::load(session);
+};
+
+TEST_F(FunctionTableRoutine, ModeOneDescribesTheEightFunctions) {
+    auto* table = static_cast<FunctionTable*>(module->tableRoutine()(1));
+    ASSERT_NE(nullptr, table);
+    EXPECT_EQ(8, table->count);
+    EXPECT_EQ(0u, table->zero);
+    for (int i = 0; i < 8; ++i) {
+        const FunctionDescriptor& d = table->descriptors[i];
+        const ExpectedDescriptor& e = kDescriptors[i];
+        SCOPED_TRACE(i);
+        char name[24] = {};
+        std::memcpy(name, e.name, std::strlen(e.name));
+        EXPECT_EQ(0, std::memcmp(name, d.name, 24));
+        EXPECT_EQ(e.min, d.minArgs);
+        EXPECT_EQ(e.max, d.maxArgs);
+        EXPECT_EQ(0x42u, d.constant42);
+        EXPECT_EQ(e.resultKind, d.resultKind);
+        EXPECT_EQ(e.flag33, d.flag33);
+        EXPECT_EQ(0x20, d.flag34);
+        EXPECT_EQ(0x08, d.flag35);
+        EXPECT_EQ(e.argTypes, d.argTypes);
+        EXPECT_EQ(0u, d.argTypes >> (3 * d.maxArgs));
+    }
+}
+
+TEST(ArgumentTypes, DecodeCallRoutineTypes) {
+    const std::uint32_t expected[] = {2, 1, 1, 1, 2, 2, 0, 0};
+    for (int p = 1; p <= 8; ++p) EXPECT_EQ(expected[p - 1], argumentTypeAt(0x1224A, p)) << p;
+}
+
+TEST_F(FunctionTableRoutine, ModeTwoListsTheEntriesInDescriptorOrder) {
+    session.counters().allocationsByFlags.clear();
+    auto* words = static_cast<std::uint64_t*>(module->tableRoutine()(2));
+    ASSERT_NE(nullptr, words);
+    EXPECT_EQ(1, session.counters().allocationsByFlags[0x2006]);
+    EXPECT_EQ(0u, words[0]);
+    const auto& functions = module->functions();
+    ASSERT_EQ(8u, functions.size());
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(reinterpret_cast<std::uint64_t>(functions[i].entry), words[i + 1]) << i;
+        EXPECT_NE(0u, words[i + 1]);
+    }
+    EXPECT_NE(words[7], words[8]);  // the two KSCANX entries differ
+}
+
+TEST_F(FunctionTableRoutine, OtherModesAllocateNothing) {
+    for (int mode : {0, 3, -1, -2, 1000}) {
+        session.counters().allocationsByFlags.clear();
+        EXPECT_EQ(nullptr, module->tableRoutine()(mode)) << mode;
+        EXPECT_TRUE(session.counters().allocationsByFlags.empty()) << mode;
+    }
+}
+
+TEST_F(FunctionTableRoutine, RefusedMemoryRaisesError1016Once) {
+    for (int mode : {1, 2}) {
+        session.takeMessages();
+        session.clearServiceUseFlags();
+        session.failAllocationAfter(1);
+        EXPECT_EQ(nullptr, module->tableRoutine()(mode)) << mode;
+        const auto messages = session.takeMessages();
+        ASSERT_EQ(1u, messages.size()) << mode;
+        EXPECT_EQ(txhost::Message::Source::Error, messages[0].source);
+        EXPECT_EQ(1016, messages[0].code);
+        EXPECT_EQ(0, messages[0].detail);
+        EXPECT_EQ(1, session.serviceUseFlag(39));
+        session.failAllocationAfter(0);
+        EXPECT_NE(nullptr, module->tableRoutine()(mode));
+    }
+}
+
+}  // namespace
