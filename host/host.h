@@ -32,10 +32,10 @@ struct Message {
     Source source = Source::Note;
     std::int32_t code = 0;       // note/error/message number (0 for log lines)
     std::int32_t kind = 0;       // note class, or severity / log level
-    std::string functionName;    // notes: the function's short name
+    std::string functionName{};  // notes: the function's short name
     std::int32_t character = 0;  // notes: the letter
     std::int64_t detail = 0;     // errors: the detail word
-    std::string text;            // formatted from the host's catalogue (or the log line itself)
+    std::string text{};          // formatted from the host's catalogue (or the log line itself)
 };
 
 // Message code of a call into a directory slot the host does not serve; its
@@ -48,7 +48,7 @@ inline constexpr std::int32_t kUnexpectedServiceCode = -1;
 struct ServiceCall {
     int table = 0;
     int function = 0;
-    std::vector<std::int64_t> arguments;
+    std::vector<std::int64_t> arguments{};
 };
 
 // Session encodings the host offers.
@@ -62,18 +62,18 @@ struct SessionOptions {
     // as an f64 in its 8-byte destination (status 0); an unknown name, or one
     // mapped to "", answers status 1 and a value that is not a number status
     // 2, storing nothing. "YEARCUTOFF" is "1926" unless given here.
-    std::map<std::string, std::string> options;
-    std::string optionText;
+    std::map<std::string, std::string> options{};
+    std::string optionText{};
     bool cacheSessionHandle = true;   // false: cachedSessionHandle stays 0 and every call opens one
     bool hardwareRandom = true;       // false: the processor record reports no RDRAND
 };
 
 // Counters the tests read.
 struct HostCounters {
-    std::map<std::int32_t, std::int64_t> allocationsByFlags;  // pool allocations by flag word
+    std::map<std::int32_t, std::int64_t> allocationsByFlags{};  // pool allocations by flag word
     std::int64_t reallocations = 0;
     std::int64_t openHandleCalls = 0;
-    std::map<int, std::int64_t> handleOperations;             // handle word -> calls
+    std::map<int, std::int64_t> handleOperations{};           // handle word -> calls
 };
 
 class Session {
@@ -153,7 +153,7 @@ struct CallResult {
 };
 
 struct FunctionInfo {
-    std::string name;
+    std::string name{};
     int index = 0;
     const contract::FunctionDescriptor* descriptor = nullptr;
     contract::EntryRoutine entry = nullptr;
