@@ -10,11 +10,15 @@
 //   - The host implements rngServices(session), returning that object.
 //   - Session::setSetting/clearSetting forward to storeSet*/storeClear.
 //   - Session::takeMessages appends takeRngMessages(services) to its own list.
+//   - systemQuery and currentTask carry no session: they answer for the
+//     host's active session (session_impl.h).
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "host/host.h"
@@ -22,7 +26,16 @@
 namespace txhost {
 
 class Session;
-struct RngServices;
+
+// The host objects live in RngHostState (rng_services.cpp); RngServices is
+// complete here so that any owner can hold and destroy it.
+struct RngHostState;
+struct RngHostStateDeleter {
+    void operator()(RngHostState* state) const;
+};
+struct RngServices {
+    std::unique_ptr<RngHostState, RngHostStateDeleter> state;
+};
 
 std::unique_ptr<RngServices> makeRngServices(Session& session);   // owns store, logger, system query, task
 void installRngServices(RngServices& services, void** kernelWords); // fills kernel words 11,13,14,15,26,33,35
@@ -35,7 +48,20 @@ void storeSetInteger(RngServices& services, std::string_view name, std::int64_t 
 void storeSetDouble(RngServices& services, std::string_view name, double value);
 void storeClear(RngServices& services, std::string_view name);
 
+// What the store holds under a name (tests): nothing, a double, an integer or text (UTF-8).
+using StoredValue = std::variant<std::monostate, double, std::int64_t, std::string>;
+StoredValue storeGet(RngServices& services, std::string_view name);
+
 // Log lines and catalogued messages recorded since the last take, in order.
 std::vector<Message> takeRngMessages(RngServices& services);
+
+// Switches for tests. The hardware switch acts together with
+// SessionOptions::hardwareRandom: RDRAND is reported only when both allow it
+// and the processor has it.
+void setHardwareRandom(RngServices& services, bool available);
+void setLoggerPresent(RngServices& services, bool present);       // false: kernel word 26 is null
+void failStoreCalls(RngServices& services, std::int32_t status);  // every get and set answers status (0: off)
+void failLogLines(RngServices& services, std::int32_t status);    // logLine answers status (0: off)
+void failTranscoding(RngServices& services, std::int32_t status); // the name transcoder answers status (0: off)
 
 }  // namespace txhost

@@ -1,0 +1,101 @@
+// The hashes of the random library: the MurmurHash3 finalisers that spread
+// seeds into state words, MurmurHash3 x86_32 for rehashing the 32-bit
+// twisters, and hashWords64 (the x64_128 block step over 64-bit words,
+// folded to 64 bits) for rehashing MT64.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace txscan::rng {
+
+constexpr std::uint64_t fmix64(std::uint64_t x) {
+    x ^= x >> 33;
+    x *= 0xFF51AFD7ED558CCDull;
+    x ^= x >> 33;
+    x *= 0xC4CEB9FE1A85EC53ull;
+    x ^= x >> 33;
+    return x;
+}
+
+constexpr std::uint32_t fmix32(std::uint32_t h) {
+    h ^= h >> 16;
+    h *= 0x85EBCA6Bu;
+    h ^= h >> 13;
+    h *= 0xC2B2AE35u;
+    h ^= h >> 16;
+    return h;
+}
+
+// The published 32-bit MurmurHash3 of `length` bytes with `seed`.
+inline std::uint32_t murmur3x86_32(const void* data, std::size_t length, std::uint32_t seed) {
+    constexpr std::uint32_t c1 = 0xCC9E2D51u;
+    constexpr std::uint32_t c2 = 0x1B873593u;
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    std::uint32_t h = seed;
+    std::size_t blocks = length / 4;
+    for (std::size_t i = 0; i < blocks; ++i) {
+        std::uint32_t k = std::uint32_t{bytes[4 * i]} | std::uint32_t{bytes[4 * i + 1]} << 8 |
+                          std::uint32_t{bytes[4 * i + 2]} << 16 | std::uint32_t{bytes[4 * i + 3]} << 24;
+        k *= c1;
+        k = std::rotl(k, 15);
+        k *= c2;
+        h ^= k;
+        h = std::rotl(h, 13);
+        h = h * 5 + 0xE6546B64u;
+    }
+    const unsigned char* tail = bytes + blocks * 4;
+    std::uint32_t k = 0;
+    switch (length & 3) {
+    case 3: k ^= std::uint32_t{tail[2]} << 16; [[fallthrough]];
+    case 2: k ^= std::uint32_t{tail[1]} << 8; [[fallthrough]];
+    case 1:
+        k ^= tail[0];
+        k *= c1;
+        k = std::rotl(k, 15);
+        k *= c2;
+        h ^= k;
+    }
+    h ^= static_cast<std::uint32_t>(length);
+    return fmix32(h);
+}
+
+// hashWords64 of n words (n ≤ 3 in this library: index, tag, value).
+inline std::uint64_t hashWords64(const std::uint64_t* words, int n, std::uint64_t seed) {
+    constexpr std::uint64_t c1 = 0x87C37B91114253D5ull;
+    constexpr std::uint64_t c2 = 0x4CF5AD432745937Full;
+    std::uint64_t h1 = seed;
+    std::uint64_t h2 = seed;
+    int m = (n + 1) & ~1;
+    for (int i = 0; i < m; i += 2) {
+        std::uint64_t k1 = words[i];
+        std::uint64_t k2 = i + 1 < n ? words[i + 1] : fmix64(seed);
+        k1 *= c1;
+        k1 = std::rotl(k1, 31);
+        k1 *= c2;
+        h1 ^= k1;
+        h1 = std::rotl(h1, 27);
+        h1 += h2;
+        h1 = h1 * 5 + 0x52DCE729;
+        k2 *= c2;
+        k2 = std::rotl(k2, 33);
+        k2 *= c1;
+        h2 ^= k2;
+        h2 = std::rotl(h2, 31);
+        h2 += h1;
+        h2 = h2 * 5 + 0x38495AB5;
+    }
+    std::uint64_t len = 8 * static_cast<std::uint64_t>(m);
+    h1 ^= len;
+    h2 ^= len;
+    h1 += h2;
+    h2 += h1;
+    h1 = fmix64(h1);
+    h2 = fmix64(h2);
+    h1 += h2;
+    h2 += h1;
+    return h1 ^ h2;
+}
+
+}  // namespace txscan::rng

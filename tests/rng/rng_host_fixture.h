@@ -1,0 +1,65 @@
+// A host session with the module bound in-process, for tests that call the
+// random library's routines directly, and helpers to read what it logged.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "host/rng_services.h"
+#include "module/exports.h"
+#include "rng/method.h"
+
+namespace rngtest {
+
+using txhost::Message;
+
+class RngHostTest : public ::testing::Test {
+protected:
+    explicit RngHostTest(txhost::SessionOptions options = {})
+        : session(std::move(options)), module(txhost::Module::attach(session, &mcn_main, &tkvercn1)) {}
+
+    txhost::RngServices& services() { return txhost::rngServices(session); }
+
+    // Everything logged or issued since the last call.
+    std::vector<Message> messages() { return session.takeMessages(); }
+    std::vector<std::string> logLines(int level = -1) {
+        std::vector<std::string> lines;
+        for (const Message& m : messages())
+            if (m.source == Message::Source::LogLine && (level < 0 || m.kind == level)) lines.push_back(m.text);
+        return lines;
+    }
+    std::vector<Message> catalogued() {
+        std::vector<Message> issued;
+        for (Message& m : messages())
+            if (m.source == Message::Source::Catalogued) issued.push_back(std::move(m));
+        return issued;
+    }
+    std::vector<std::uint32_t> cataloguedCodes() {
+        std::vector<std::uint32_t> codes;
+        for (const Message& m : catalogued()) codes.push_back(static_cast<std::uint32_t>(m.code));
+        return codes;
+    }
+
+    // Shows every message of the library (informational ones included).
+    void showAllMessages() { session.setSetting("OSENV.QIX_RNG_MESSAGES", std::string_view("all")); }
+
+    txhost::Session session;
+    std::unique_ptr<txhost::Module> module;
+};
+
+// A method record and a state area as a stream holds them.
+struct MethodUnderTest {
+    txscan::rng::RngMethod method{};
+    alignas(16) unsigned char state[2512]{};
+
+    explicit MethodUnderTest(txscan::rng::FillRoutine fill) { fill(&method); }
+    const txscan::rng::RngOperations& ops() const { return method.ops; }
+    void* s() { return state; }
+};
+
+}  // namespace rngtest
