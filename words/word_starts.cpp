@@ -12,8 +12,10 @@ namespace txscan {
 
 namespace {
 
-// Below this many bytes building the vector tables costs more than it saves.
-constexpr std::int64_t kVectorMinimum = 160;
+// Below this many bytes a set's vector tables cost more than they save; a
+// single delimiter needs no tables, so one block is enough.
+constexpr std::int64_t kVectorMinimum = 64;
+constexpr std::int64_t kSplitByVectorMinimum = 32;
 
 }  // namespace
 
@@ -58,17 +60,24 @@ struct NibbleSet {
     __m256i low, high, bitOfHighNibble;
 };
 
+// Sixteen loads of the 256 entries build both tables: row r of the set (byte
+// values 16r to 16r + 15) contributes bit r & 7 to the table of its half.
 __attribute__((target("avx2"))) void buildNibbleSet(const std::uint8_t* set, NibbleSet* out) {
-    alignas(16) std::uint8_t low[16] = {};
-    alignas(16) std::uint8_t high[16] = {};
-    for (int b = 0; b < 256; ++b) {
-        if (set[b] == 0) continue;
-        std::uint8_t* table = b < 128 ? low : high;
-        table[b & 15] |= static_cast<std::uint8_t>(1u << ((b >> 4) & 7));
+    __m128i low = _mm_setzero_si128();
+    __m128i high = _mm_setzero_si128();
+    for (int row = 0; row < 16; ++row) {
+        const __m128i entries = _mm_loadu_si128(reinterpret_cast<const __m128i*>(set + 16 * row));
+        const __m128i members = _mm_andnot_si128(_mm_cmpeq_epi8(entries, _mm_setzero_si128()),
+                                                 _mm_set1_epi8(static_cast<char>(1u << (row & 7))));
+        if (row < 8) {
+            low = _mm_or_si128(low, members);
+        } else {
+            high = _mm_or_si128(high, members);
+        }
     }
     alignas(16) static constexpr std::uint8_t kBit[16] = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
-    out->low = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(low)));
-    out->high = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(high)));
+    out->low = _mm256_broadcastsi128_si256(low);
+    out->high = _mm256_broadcastsi128_si256(high);
     out->bitOfHighNibble = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kBit)));
 }
 
@@ -122,7 +131,7 @@ std::int64_t countWordStarts(const std::uint8_t* data, std::int64_t length, cons
 }
 
 std::int64_t countWordStartsSplitBy(const std::uint8_t* data, std::int64_t length, std::uint8_t delimiter) {
-    if (length >= kVectorMinimum && haveAvx2()) return startsSplitByAvx2(data, length, delimiter);
+    if (length >= kSplitByVectorMinimum && haveAvx2()) return startsSplitByAvx2(data, length, delimiter);
     return countWordStartsSplitByScalar(data, length, delimiter);
 }
 

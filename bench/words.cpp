@@ -1,0 +1,340 @@
+// Throughput of the word functions, called through their entry routines on
+// frames that point at the inputs (no copies per call), beside plain C++
+// peers on the same inputs:
+// - KSCANX (always the character scanner) on rows of 8 to 12 words, ASCII
+//   and UTF-8, word numbers 1, 5 and -1; peer: a 256-entry table split on
+//   the 17 default delimiters that copies the n-th word;
+// - KCOUNTW on 1 MiB and on 80-byte rows with the default delimiters, one
+//   delimiter and a class set; peer: a scalar 256-entry table word count;
+// - KFINDW for a word near the end of 1 MiB and of 80-byte rows; peer:
+//   string_view::find followed by whole-word boundary checks;
+// - KCOUNTW on 80-byte rows with O at a caching site against a call that
+//   is handed the environment's prebuilt default table.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/host.h"
+
+namespace {
+
+using txscan::contract::ArgumentFrame;
+using txscan::contract::EntryRoutine;
+using txscan::contract::StringValue;
+
+constexpr std::size_t kLarge = 1 << 20;
+constexpr std::size_t kRow = 80;
+constexpr char kDefaultDelimiters[] = " !$%&()*+,-./;<^|";
+
+const char* const kWords[] = {"the", "of", "and", "to", "in", "a", "is", "that", "for", "it", "as", "was",
+                              "with", "be", "by", "on", "not", "he", "this", "are", "or", "his", "from",
+                              "at", "which", "but", "have", "an", "had", "they", "you", "were", "their",
+                              "one", "all", "we", "can", "her", "has", "there", "been", "people", "time"};
+const char* const kWideWords[] = {"\xC3\xA9t\xC3\xA9", "caf\xC3\xA9", "na\xC3\xAFve", "d\xC3\xA9j\xC3\xA0",
+                                  "\xC3\xBC" "ber", "stra\xC3\x9F" "e", "the", "of", "and", "to"};
+
+// Words separated by blanks and now and then a comma, `size` bytes, never
+// ending inside a character.
+std::string textOf(std::size_t size, bool wide, unsigned seed) {
+    std::mt19937 random(seed);
+    std::string text;
+    while (text.size() < size) {
+        text += wide ? kWideWords[random() % std::size(kWideWords)] : kWords[random() % std::size(kWords)];
+        text += random() % 7 == 0 ? ", " : " ";
+    }
+    while (text.size() > size) text.pop_back();
+    while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0) == 0xC0) text.pop_back();
+    return text;
+}
+
+// A row of `words` words.
+std::string rowOf(int words, bool wide, unsigned seed) {
+    std::mt19937 random(seed);
+    std::string row;
+    for (int i = 0; i < words; ++i) {
+        if (i > 0) row += " ";
+        row += wide ? kWideWords[random() % std::size(kWideWords)] : kWords[random() % std::size(kWords)];
+    }
+    return row;
+}
+
+struct Harness {
+    txhost::Session session;
+    std::unique_ptr<txhost::Module> module;
+    explicit Harness(const char* encoding) : session(options(encoding)) { module = txhost::Module::load(session); }
+    static txhost::SessionOptions options(const char* encoding) {
+        txhost::SessionOptions o;
+        o.encoding = encoding;
+        return o;
+    }
+};
+
+// KSCANX runs in a UTF-8 session (it always scans characters); the byte
+// paths are measured in a single-byte session, where the adapters spend
+// nothing on looking for multi-byte characters, and in UTF-8 beside it.
+Harness& harness(const char* encoding) {
+    static Harness utf8("UTF-8");
+    static Harness latin1("ISO-8859-1");
+    return std::string_view(encoding) == "UTF-8" ? utf8 : latin1;
+}
+
+// A call site whose frame points at caller-owned values; the first call goes
+// through the host, so that caches and the environment come from its pools.
+struct DirectCall {
+    std::unique_ptr<txhost::CallSite> site;
+    EntryRoutine entry;
+    std::vector<std::string> texts;
+    StringValue strings[6]{};
+    double numbers[6]{};
+    std::string resultBuffer = std::string(200, ' ');
+    StringValue result{200, 0, nullptr, nullptr, 200};
+
+    DirectCall(const char* function, bool callRoutine, std::uint8_t siteKind, std::vector<txhost::Argument> arguments,
+               const char* encoding = "UTF-8") {
+        txhost::Module& module = *harness(encoding).module;
+        const int index = module.functionIndex(function, callRoutine);
+        site = std::make_unique<txhost::CallSite>(module, index, siteKind);
+        entry = module.functions()[static_cast<std::size_t>(index)].entry;
+        site->call(arguments);
+        ArgumentFrame& frame = site->frame();
+        texts.resize(arguments.size());
+        for (std::size_t i = 0; i < arguments.size(); ++i) {
+            if (const auto* text = std::get_if<std::string>(&arguments[i])) {
+                texts[i] = *text;
+                const auto n = static_cast<std::int64_t>(texts[i].size());
+                strings[i] = {n, n, texts[i].data(), nullptr, n};
+                frame.args[i].value = &strings[i];
+            } else if (const auto* number = std::get_if<double>(&arguments[i])) {
+                numbers[i] = *number;
+                frame.args[i].value = &numbers[i];
+            }
+        }
+        result.data = resultBuffer.data();
+    }
+    double number() {
+        double value = 0;
+        entry(&site->frame(), &value);
+        return value;
+    }
+    std::string_view text() {
+        entry(&site->frame(), &result);
+        return {result.data, static_cast<std::size_t>(result.length)};
+    }
+    double position() {
+        entry(&site->frame(), nullptr);
+        return numbers[2];
+    }
+};
+
+void fail(const std::string& what) {
+    std::fprintf(stderr, "benchmark input for %s is not as intended\n", what.c_str());
+    std::exit(1);
+}
+
+struct DelimiterTable {
+    std::uint8_t member[256] = {};
+    explicit DelimiterTable(std::string_view delimiters) {
+        for (char c : delimiters) member[static_cast<unsigned char>(c)] = 1;
+    }
+};
+
+// Peer of KSCANX: the n-th word (from the right for negative n) by a table.
+std::string_view nthWordPeer(std::string_view text, int n, const DelimiterTable& table, std::string* out) {
+    const auto isDelimiter = [&](char c) { return table.member[static_cast<unsigned char>(c)] != 0; };
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    bool found = false;
+    if (n > 0) {
+        int seen = 0;
+        for (std::size_t i = 0; i < text.size();) {
+            while (i < text.size() && isDelimiter(text[i])) ++i;
+            if (i == text.size()) break;
+            const std::size_t start = i;
+            while (i < text.size() && !isDelimiter(text[i])) ++i;
+            if (++seen == n) {
+                begin = start;
+                end = i;
+                found = true;
+                break;
+            }
+        }
+    } else {
+        int seen = 0;
+        for (std::size_t i = text.size(); i > 0;) {
+            while (i > 0 && isDelimiter(text[i - 1])) --i;
+            if (i == 0) break;
+            const std::size_t stop = i;
+            while (i > 0 && !isDelimiter(text[i - 1])) --i;
+            if (++seen == -n) {
+                begin = i;
+                end = stop;
+                found = true;
+                break;
+            }
+        }
+    }
+    out->assign(found ? text.substr(begin, end - begin) : std::string_view(" "));
+    return *out;
+}
+
+std::int64_t countWordsPeer(std::string_view text, const DelimiterTable& table) {
+    std::int64_t words = 0;
+    std::uint8_t previous = 1;
+    for (char c : text) {
+        const std::uint8_t delimiter = table.member[static_cast<unsigned char>(c)];
+        words += previous & (delimiter ^ 1);
+        previous = delimiter;
+    }
+    return words;
+}
+
+std::int64_t findWordPeer(std::string_view text, std::string_view word, const DelimiterTable& table) {
+    for (std::size_t from = 0;;) {
+        const std::size_t at = text.find(word, from);
+        if (at == std::string_view::npos) return 0;
+        const bool before = at == 0 || table.member[static_cast<unsigned char>(text[at - 1])] != 0;
+        const std::size_t after = at + word.size();
+        if (before && (after == text.size() || table.member[static_cast<unsigned char>(text[after])] != 0)) {
+            return static_cast<std::int64_t>(at) + 1;
+        }
+        from = at + 1;
+    }
+}
+
+void registerScan(bool wide, int n) {
+    const std::string label = std::string(wide ? "UTF-8" : "ASCII") + "/n=" + std::to_string(n);
+    // Rows of 8 to 12 words, cycled so that every call sees a different row.
+    auto rows = std::make_shared<std::vector<std::shared_ptr<DirectCall>>>();
+    auto routines = std::make_shared<std::vector<std::shared_ptr<DirectCall>>>();
+    auto texts = std::make_shared<std::vector<std::string>>();
+    for (unsigned i = 0; i < 16; ++i) {
+        const std::string row = rowOf(8 + static_cast<int>(i % 5), wide, 100 + i);
+        texts->push_back(row);
+        rows->push_back(std::make_shared<DirectCall>("KSCANX", false, 0, std::vector<txhost::Argument>{row, double(n)}));
+        routines->push_back(std::make_shared<DirectCall>("KSCANX", true, 0,
+                                                         std::vector<txhost::Argument>{row, double(n), 0.0, 0.0}));
+    }
+    const DelimiterTable table(kDefaultDelimiters);
+    std::string peerWord;
+    for (std::size_t i = 0; i < rows->size(); ++i) {
+        if ((*rows)[i]->text() != nthWordPeer((*texts)[i], n, table, &peerWord)) fail("KSCANX/" + label);
+    }
+    benchmark::RegisterBenchmark(("KSCANX/" + label).c_str(), [rows](benchmark::State& state) {
+        std::size_t i = 0;
+        for (auto _ : state) benchmark::DoNotOptimize((*rows)[i++ & 15]->text().size());
+        state.SetItemsProcessed(state.iterations());
+    });
+    benchmark::RegisterBenchmark(("CALL_KSCANX/" + label).c_str(), [routines](benchmark::State& state) {
+        std::size_t i = 0;
+        for (auto _ : state) benchmark::DoNotOptimize((*routines)[i++ & 15]->position());
+        state.SetItemsProcessed(state.iterations());
+    });
+    benchmark::RegisterBenchmark(("peer_nth_word/" + label).c_str(), [texts, n](benchmark::State& state) {
+        const DelimiterTable t(kDefaultDelimiters);
+        std::string word;
+        std::size_t i = 0;
+        for (auto _ : state) benchmark::DoNotOptimize(nthWordPeer((*texts)[i++ & 15], n, t, &word).size());
+        state.SetItemsProcessed(state.iterations());
+    });
+}
+
+void registerCount(std::size_t size, const char* encoding) {
+    const std::string text = textOf(size, false, 7);
+    const std::string sizeLabel = std::string(encoding) + "/" + (size == kLarge ? "1MiB" : "80B");
+    struct Variant {
+        const char* name;
+        std::vector<txhost::Argument> tail;
+        const char* peerDelimiters;
+    };
+    // The class set of "sp" is white space and punctuation: blank and comma here.
+    const Variant variants[] = {
+        {"default", {}, kDefaultDelimiters},
+        {"one_delimiter", {std::string(" ")}, " "},
+        {"class_set", {std::string(""), std::string("SP")}, nullptr},
+    };
+    for (const Variant& v : variants) {
+        std::vector<txhost::Argument> args{text};
+        for (const auto& a : v.tail) args.push_back(a);
+        auto call = std::make_shared<DirectCall>("KCOUNTW", false, 0, args, encoding);
+        const double answer = call->number();
+        if (v.peerDelimiters != nullptr && answer != double(countWordsPeer(text, DelimiterTable(v.peerDelimiters)))) {
+            fail(std::string("KCOUNTW/") + v.name);
+        }
+        const std::string label = sizeLabel + "/" + v.name;
+        benchmark::RegisterBenchmark(("KCOUNTW/" + label).c_str(), [call, size](benchmark::State& state) {
+            for (auto _ : state) benchmark::DoNotOptimize(call->number());
+            state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size));
+        });
+    }
+    benchmark::RegisterBenchmark(("peer_table_count/" + sizeLabel).c_str(), [text, size](benchmark::State& state) {
+        const DelimiterTable table(kDefaultDelimiters);
+        for (auto _ : state) benchmark::DoNotOptimize(countWordsPeer(text, table));
+        state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size));
+    });
+}
+
+void registerFind(std::size_t size, const char* encoding) {
+    const std::string word = "zebra";
+    std::string text = textOf(size - word.size() - 1, false, 11) + " " + word;
+    const std::string label = std::string(encoding) + "/" + (size == kLarge ? "1MiB" : "80B");
+    auto call =
+        std::make_shared<DirectCall>("KFINDW", false, 0, std::vector<txhost::Argument>{text, word}, encoding);
+    const DelimiterTable table(kDefaultDelimiters);
+    if (call->number() != double(findWordPeer(text, word, table)) || call->number() != double(size - word.size() + 1)) {
+        fail("KFINDW/" + label);
+    }
+    benchmark::RegisterBenchmark(("KFINDW/" + label + "/near_end").c_str(), [call, size](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(call->number());
+        state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size));
+    });
+    benchmark::RegisterBenchmark(("peer_find_word/" + label + "/near_end").c_str(),
+                                 [text, word, size](benchmark::State& state) {
+                                     const DelimiterTable t(kDefaultDelimiters);
+                                     for (auto _ : state) benchmark::DoNotOptimize(findWordPeer(text, word, t));
+                                     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size));
+                                 });
+}
+
+void registerCachedRows() {
+    const std::string row = textOf(kRow, false, 23);
+    auto cached = std::make_shared<DirectCall>(
+        "KCOUNTW", false, 0x48,
+        std::vector<txhost::Argument>{row, std::string(kDefaultDelimiters), std::string("O")}, "ISO-8859-1");
+    auto prebuilt =
+        std::make_shared<DirectCall>("KCOUNTW", false, 0x48, std::vector<txhost::Argument>{row}, "ISO-8859-1");
+    if (cached->number() != prebuilt->number()) fail("KCOUNTW cached row");
+    benchmark::RegisterBenchmark("KCOUNTW/80B/cached_site_O", [cached](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(cached->number());
+        state.SetItemsProcessed(state.iterations());
+    });
+    benchmark::RegisterBenchmark("KCOUNTW/80B/prebuilt_table", [prebuilt](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(prebuilt->number());
+        state.SetItemsProcessed(state.iterations());
+    });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (bool wide : {false, true}) {
+        for (int n : {1, 5, -1}) registerScan(wide, n);
+    }
+    for (const char* encoding : {"ISO-8859-1", "UTF-8"}) {
+        registerCount(kLarge, encoding);
+        registerCount(kRow, encoding);
+        registerFind(kLarge, encoding);
+        registerFind(kRow, encoding);
+    }
+    registerCachedRows();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
