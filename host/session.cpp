@@ -245,32 +245,6 @@ std::int32_t hostSetOptionFlag(std::int64_t a, std::int32_t b, std::int32_t c) {
     return 0;
 }
 
-// Every slot the host does not serve gets a function of its own, so the
-// record names the slot the module called.
-void unexpectedService(int table, int function) {
-    Session::Impl* s = activeSession();
-    if (s == nullptr) return;
-    s->recordServiceCall(table, function, {});
-    s->addMessage({Message::Source::Error, kUnexpectedServiceCode, 0, {}, 0, 0,
-                   "unexpected service (" + std::to_string(table) + ", " + std::to_string(function) + ")"});
-}
-
-template <int Slot>
-std::uint64_t unexpectedSlot(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t) {
-    unexpectedService(Slot / kServiceFunctions, Slot % kServiceFunctions);
-    return 0;
-}
-
-template <std::size_t... Slots>
-const std::array<void*, sizeof...(Slots)>& unexpectedSlots(std::index_sequence<Slots...>) {
-    static const std::array<void*, sizeof...(Slots)> slots{reinterpret_cast<void*>(&unexpectedSlot<Slots>)...};
-    return slots;
-}
-
-const std::array<void*, kServiceTables * kServiceFunctions>& allUnexpectedSlots() {
-    return unexpectedSlots(std::make_index_sequence<kServiceTables * kServiceFunctions>{});
-}
-
 template <typename R, typename... P>
 void serve(Session::Impl& s, HostService<R(P...)> service, R (*fn)(P...)) {
     s.serviceTables[static_cast<std::size_t>(service.table)][static_cast<std::size_t>(service.function)] =
@@ -339,12 +313,10 @@ Session::Impl::Impl(Session& session, SessionOptions sessionOptions) : owner(&se
     handle = makeEncodingHandle(*this, options.encoding);
 
     // Service directory: every slot answers, the served ones do the work.
-    const auto& unexpected = allUnexpectedSlots();
     serviceTables.resize(kServiceTables);
     for (int c = 0; c < kServiceTables; ++c) {
         for (int f = 0; f < kServiceFunctions; ++f) {
-            serviceTables[static_cast<std::size_t>(c)][static_cast<std::size_t>(f)] =
-                unexpected[static_cast<std::size_t>(c * kServiceFunctions + f)];
+            serviceTables[static_cast<std::size_t>(c)][static_cast<std::size_t>(f)] = unexpectedServiceSlot(c, f);
         }
         serviceDirectory[static_cast<std::size_t>(c)] = serviceTables[static_cast<std::size_t>(c)].data();
     }

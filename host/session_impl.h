@@ -143,6 +143,10 @@ struct ActiveSessionScope {
     ActiveSessionScope& operator=(const ActiveSessionScope&) = delete;
 };
 
+// The function behind directory slot (table, function) when the host does
+// not serve it: it records the call and an "unexpected service" error.
+void* unexpectedServiceSlot(int table, int function);
+
 // The host's message catalogue: the text of note or error `code`, with
 // printf-style %s (function name) and %c (letter) where the message has them.
 std::string catalogueText(Message::Source source, std::int32_t code);
