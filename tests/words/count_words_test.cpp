@@ -184,3 +184,41 @@ TEST(CountWords, RefusedCacheStoresNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+// The default delimiters come from the call context's environment: every
+// allocation of its build refused in turn fails the call cleanly, and the
+// next call builds it.
+TEST(WordsEnvironment, RefusedAllocationsFailCleanly) {
+    int failed = 0;
+    for (std::int64_t refused = 1; refused <= 12; ++refused) {
+        SCOPED_TRACE(refused);
+        txhost::Session session;
+        auto module = txhost::Module::load(session);
+        session.failAllocationAfter(refused);
+        const txhost::CallResult count = module->call("KCOUNTW", {std::string("a b")});
+        if (count.status != kStatusOk) {
+            EXPECT_EQ(count.status, kStatusNoMemory);
+            EXPECT_FALSE(count.number.has_value());
+            ++failed;
+        } else {
+            EXPECT_EQ(count.number.value_or(-1), 2.0);
+        }
+        session.failAllocationAfter(0);
+        EXPECT_EQ(module->call("KCOUNTW", {std::string("a b")}).number.value_or(-1), 2.0);
+        EXPECT_EQ(module->call("KFINDW", {std::string("a b"), std::string("b")}).number.value_or(-1), 3.0);
+    }
+    EXPECT_GE(failed, 3);   // the record and both tables at least
+}
+
+TEST(WordsEnvironment, FrameWithoutContextTakesTheTasks) {
+    txhost::Session session;
+    auto module = txhost::Module::load(session);
+    txhost::CallSite site(*module, module->functionIndex("KFINDW"));
+    site.useNullCallContext(true);
+    EXPECT_EQ(site.call({std::string("a b"), std::string("b")}).number.value_or(-1), 3.0);
+    EXPECT_NE(site.frame().callContext, nullptr);
+}
+
+}  // namespace
