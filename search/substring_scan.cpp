@@ -79,21 +79,32 @@ constexpr std::int64_t kBlock = 32;
 
 bool haveAvx2() { return __builtin_cpu_supports("avx2"); }
 
-// The bytes that upcaseMap folds onto upper[b]: b and its other case, or b
-// twice. False when there are more than two (the plain scan handles those).
-bool caseImages(std::uint8_t b, const std::uint8_t* upper, std::uint8_t out[2]) {
-    const __m128i target = _mm_set1_epi8(static_cast<char>(upper[b]));
-    int found = 0;
-    for (int row = 0; row < 256; row += 16) {
-        const __m128i folded = _mm_loadu_si128(reinterpret_cast<const __m128i*>(upper + row));
-        unsigned hits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(folded, target)));
+// The bytes that upcaseMap folds onto the same byte as the pattern's first
+// and last bytes, found in one pass over the map: each end byte and its other
+// case, or the byte twice. False when an end has more than two (the plain
+// scan handles those).
+__attribute__((target("avx2"))) bool caseImages(std::uint8_t firstByte, std::uint8_t lastByte,
+                                                const std::uint8_t* upper, EndImages* images) {
+    const __m256i firstTarget = _mm256_set1_epi8(static_cast<char>(upper[firstByte]));
+    const __m256i lastTarget = _mm256_set1_epi8(static_cast<char>(upper[lastByte]));
+    int firstFound = 0;
+    int lastFound = 0;
+    for (int row = 0; row < 256; row += 32) {
+        const __m256i folded = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(upper + row));
+        auto hits = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(folded, firstTarget)));
         for (; hits != 0; hits &= hits - 1) {
-            if (found == 2) return false;
-            out[found++] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+            if (firstFound == 2) return false;
+            images->first[firstFound++] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+        }
+        hits = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(folded, lastTarget)));
+        for (; hits != 0; hits &= hits - 1) {
+            if (lastFound == 2) return false;
+            images->last[lastFound++] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
         }
     }
-    if (found == 1) out[1] = out[0];
-    return true;
+    if (firstFound == 1) images->first[1] = images->first[0];
+    if (lastFound == 1) images->last[1] = images->last[0];
+    return firstFound > 0 && lastFound > 0;
 }
 
 bool endImages(const std::uint8_t* p, std::int64_t m, bool caseless, const std::uint8_t* upper, EndImages* images) {
@@ -101,7 +112,7 @@ bool endImages(const std::uint8_t* p, std::int64_t m, bool caseless, const std::
         *images = {{p[0], p[0]}, {p[m - 1], p[m - 1]}};
         return true;
     }
-    return caseImages(p[0], upper, images->first) && caseImages(p[m - 1], upper, images->last);
+    return caseImages(p[0], p[m - 1], upper, images);
 }
 
 struct Avx2Filter {
@@ -127,21 +138,31 @@ __attribute__((target("avx2"))) inline Avx2Filter makeFilter(const EndImages& e)
             _mm256_set1_epi8(static_cast<char>(e.last[0])), _mm256_set1_epi8(static_cast<char>(e.last[1]))};
 }
 
-// Alignments from..lastAlign; every load stays inside t[0..lastAlign + m).
+// Alignments from..lastAlign (lastAlign >= kBlock - 1); every load stays
+// inside t[0..lastAlign + m). The alignments left after the whole blocks are
+// examined by one more block ending at lastAlign, with the bits of the
+// alignments already seen cleared, instead of one by one.
 template <bool Caseless>
 __attribute__((target("avx2"))) std::int64_t forwardAvx2(const std::uint8_t* t, std::int64_t from,
                                                          std::int64_t lastAlign, const std::uint8_t* p,
                                                          std::int64_t m, const EndImages& images,
                                                          const std::uint8_t* upper) {
     const Avx2Filter f = makeFilter(images);
-    std::int64_t a = from;
-    for (; a + kBlock - 1 <= lastAlign; a += kBlock) {
-        for (std::uint32_t hits = candidates<Caseless>(t + a, m, f); hits != 0; hits &= hits - 1) {
-            const std::int64_t at = a + __builtin_ctz(hits);
+    for (std::int64_t a = from; a <= lastAlign; a += kBlock) {
+        std::uint32_t hits;
+        std::int64_t block = a;
+        if (a + kBlock - 1 <= lastAlign) {
+            hits = candidates<Caseless>(t + a, m, f);
+        } else {
+            block = lastAlign - (kBlock - 1);
+            hits = candidates<Caseless>(t + block, m, f) & (~0u << (a - block));
+        }
+        for (; hits != 0; hits &= hits - 1) {
+            const std::int64_t at = block + __builtin_ctz(hits);
             if (innerMatches<Caseless>(t + at, p, m, upper)) return at;
         }
     }
-    return forwardPlain<Caseless>(t, a, lastAlign, p, m, upper);
+    return -1;
 }
 
 template <bool Caseless>
@@ -149,16 +170,22 @@ __attribute__((target("avx2"))) std::int64_t backwardAvx2(const std::uint8_t* t,
                                                           const std::uint8_t* p, std::int64_t m,
                                                           const EndImages& images, const std::uint8_t* upper) {
     const Avx2Filter f = makeFilter(images);
-    std::int64_t top = lastAlign;   // highest alignment not yet examined
-    for (; top - (kBlock - 1) >= 0; top -= kBlock) {
-        const std::int64_t a = top - (kBlock - 1);
-        for (std::uint32_t hits = candidates<Caseless>(t + a, m, f); hits != 0;
-             hits &= ~(1u << (31 - __builtin_clz(hits)))) {
-            const std::int64_t at = a + (31 - __builtin_clz(hits));
+    // `top` is the highest alignment not yet examined.
+    for (std::int64_t top = lastAlign; top >= 0; top -= kBlock) {
+        std::uint32_t hits;
+        std::int64_t block = top - (kBlock - 1);
+        if (block >= 0) {
+            hits = candidates<Caseless>(t + block, m, f);
+        } else {
+            block = 0;
+            hits = candidates<Caseless>(t, m, f) & ((2u << top) - 1);
+        }
+        for (; hits != 0; hits &= ~(1u << (31 - __builtin_clz(hits)))) {
+            const std::int64_t at = block + (31 - __builtin_clz(hits));
             if (innerMatches<Caseless>(t + at, p, m, upper)) return at;
         }
     }
-    return backwardPlain<Caseless>(t, top, p, m, upper);
+    return -1;
 }
 
 template <bool Caseless>
@@ -211,29 +238,30 @@ __attribute__((target("avx2,popcnt"))) std::int64_t countAvx2(const std::uint8_t
     const Avx2Filter f = makeFilter(images);
     std::int64_t n = 0;
     std::int64_t next = 0;
-    std::int64_t a = 0;
-    for (; a + kBlock - 1 <= lastAlign; a += kBlock) {
-        std::uint32_t hits = candidates<Caseless>(t + a, m, f);
-        if (next - a >= kBlock) continue;
-        if (next > a) hits &= ~((1u << (next - a)) - 1);
+    for (std::int64_t a = 0; a <= lastAlign; a += kBlock) {
+        std::int64_t block = a;
+        std::int64_t firstWanted = next > a ? next : a;
+        if (a + kBlock - 1 > lastAlign) block = lastAlign - (kBlock - 1);
+        if (firstWanted - block >= kBlock) continue;
+        std::uint32_t hits = candidates<Caseless>(t + block, m, f) & (~0u << (firstWanted - block));
         if (m == 1) {
             // Every candidate of a one-byte pattern is a match, and none overlap.
             n += __builtin_popcount(hits);
             continue;
         }
         while (hits != 0) {
-            const std::int64_t at = a + __builtin_ctz(hits);
+            const std::int64_t at = block + __builtin_ctz(hits);
             if (!innerMatches<Caseless>(t + at, p, m, upper)) {
                 hits &= hits - 1;
                 continue;
             }
             ++n;
             next = at + m;
-            if (next - a >= kBlock) break;
-            hits &= ~((1u << (next - a)) - 1);
+            if (next - block >= kBlock) break;
+            hits &= ~0u << (next - block);
         }
     }
-    return n + countPlain<Caseless>(t, a > next ? a : next, lastAlign, p, m, upper);
+    return n;
 }
 
 #endif
