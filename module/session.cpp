@@ -74,7 +74,11 @@ std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed) {
     result->capacity = capacity;
     auto* pool = static_cast<MemoryPool*>(result->growPool);
     result->data = static_cast<char*>(pool->reallocate(pool, result->data, capacity, kPoolGrowResult));
-    return result->data == nullptr ? kStatusNoMemory : kStatusOk;
+    if (result->data != nullptr) return kStatusOk;
+    // A refused enlargement leaves no buffer; a capacity of 0 keeps the next
+    // call at this site from writing through the null address.
+    result->capacity = 0;
+    return kStatusNoMemory;
 }
 
 void setupCursor(EncodingHandle* h, TextCursor* cursor, const char* text, std::int64_t length) {

@@ -172,6 +172,11 @@ TEST(ResultCapacity, RefusedMemory) {
     session.failReallocationAfter(1);
     EXPECT_EQ(kStatusNoMemory, txscan::ensureResultCapacity(&v, 10));
     EXPECT_EQ(nullptr, v.data);
+    EXPECT_EQ(0, v.capacity);
+    // The next call at the same site gets a buffer again.
+    EXPECT_EQ(0, txscan::ensureResultCapacity(&v, 10));
+    ASSERT_NE(nullptr, v.data);
+    EXPECT_EQ(1024, v.capacity);
 }
 
 }  // namespace
