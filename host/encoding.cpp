@@ -196,6 +196,19 @@ public:
     int charBytes(const std::uint8_t* p, std::int64_t n) const override {
         return n >= 2 && sjisLead(p[0]) && sjisTrail(p[1]) ? 2 : 1;
     }
+    // A byte outside the lead range cannot begin a pair, so a character ends
+    // with it: the walk to `end` can start right after the last such byte
+    // instead of at the start of the text.
+    std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const override {
+        std::int64_t boundary = end - 1;
+        while (boundary > 0 && sjisLead(text[boundary - 1])) --boundary;
+        std::int64_t start = boundary;
+        for (std::int64_t pos = boundary; pos < end;) {
+            start = pos;
+            pos += charBytes(text + pos, end - pos);
+        }
+        return start;
+    }
     UChar32 decode(const std::uint8_t* p, int length) const override {
         return length == 2 ? double_[(p[0] << 8) | p[1]] : single_[p[0]];
     }
