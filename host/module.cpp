@@ -6,6 +6,8 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <stdexcept>
 
 #include "host/session_impl.h"
@@ -45,6 +47,39 @@ std::string nameOf(const FunctionDescriptor& d) {
     return std::string(d.name, strnlen(d.name, sizeof d.name));
 }
 
+// A module file keeps one HostVector (its mcn_main stores it): the session
+// that bound a module last, by its mcn_main. Two Modules of one file (dlopen
+// gives the same copy) or of the in-process module in two live sessions
+// share that state, so a call rebinds when another session bound it since.
+std::mutex gBindingsMutex;
+std::map<Module::McnMain, Session::Impl*> gBoundSession;
+
+void noteBinding(Module::McnMain mcnMain, Session::Impl& session) {
+    std::lock_guard<std::mutex> lock(gBindingsMutex);
+    gBoundSession[mcnMain] = &session;
+}
+
+// Calls mcn_main again (it only overwrites the stored words) when the module
+// is bound to another session.
+void ensureBound(Module::McnMain mcnMain, Session& session) {
+    {
+        std::lock_guard<std::mutex> lock(gBindingsMutex);
+        const auto found = gBoundSession.find(mcnMain);
+        if (found != gBoundSession.end() && found->second == &session.impl()) return;
+    }
+    mcnMain(session.hostVector(), kHostWord);
+    noteBinding(mcnMain, session.impl());
+}
+
+}  // namespace
+
+void forgetBindings(Session::Impl& session) {
+    std::lock_guard<std::mutex> lock(gBindingsMutex);
+    std::erase_if(gBoundSession, [&](const auto& entry) { return entry.second == &session; });
+}
+
+namespace {
+
 // Binds the module and lists its functions; the Impl owns the library handle
 // from here on, so every failure below closes it.
 void bind(Module::Impl& m) {
@@ -52,6 +87,7 @@ void bind(Module::Impl& m) {
     setActiveSession(&s);
     const std::string what = describe(m.path);
     void* info = m.mcnMain(m.session->hostVector(), kHostWord);
+    noteBinding(m.mcnMain, s);
     if (info == nullptr) throw std::runtime_error(what + ": mcn_main returned no image information");
     m.image = static_cast<const ImageInformation*>(info);
     if (std::memcmp(m.image->tag, kImageTag, sizeof kImageTag) != 0 || m.image->magic != kImageMagic) {
@@ -309,6 +345,7 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
     CallResult r;
     {
         ActiveSessionScope scope(s);
+        ensureBound(site.module->mcnMain(), *site.session);
         r.status = site.function->entry(&frame, resultPlace);
     }
     s.collectRngMessages();

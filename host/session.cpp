@@ -365,6 +365,7 @@ Session::Impl::Impl(Session& session, SessionOptions sessionOptions) : owner(&se
 }
 
 Session::Impl::~Impl() {
+    forgetBindings(*this);
     {
         std::lock_guard<std::mutex> lock(gSessionsMutex);
         std::erase(gLiveSessions, this);

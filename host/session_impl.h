@@ -143,6 +143,10 @@ struct ActiveSessionScope {
     ActiveSessionScope& operator=(const ActiveSessionScope&) = delete;
 };
 
+// Drops the record that `session` bound a module (module.cpp), so that a
+// later session at the same address rebinds.
+void forgetBindings(Session::Impl& session);
+
 // The function behind directory slot (table, function) when the host does
 // not serve it: it records the call and an "unexpected service" error.
 void* unexpectedServiceSlot(int table, int function);

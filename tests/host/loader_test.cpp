@@ -122,4 +122,21 @@ TEST(CallSites, FrameLayoutOfACall) {
     EXPECT_EQ(nullptr, site.frame().arg(3).value);
 }
 
+// Both modules below are the one in-process module: its stored HostVector
+// follows the session of each call.
+TEST(CallSites, TwoLiveSessionsShareOneModuleFile) {
+    txhost::SessionOptions latin1;
+    latin1.encoding = "ISO-8859-1";
+    Session utf8Session;
+    Session latin1Session(latin1);
+    auto utf8Module = Module::attach(utf8Session, &mcn_main, &tkvercn1);
+    auto latin1Module = Module::attach(latin1Session, &mcn_main, &tkvercn1);
+    for (int round = 0; round < 2; ++round) {
+        const auto u = utf8Module->call("KSCANX", {std::string("\xC3\xA9 b"), 2.0, 0.0, 0.0}, true);
+        const auto l = latin1Module->call("KSCANX", {std::string("\xC3\xA9 b"), 2.0, 0.0, 0.0}, true);
+        EXPECT_EQ(std::optional<double>(3.0), u.position);
+        EXPECT_EQ(std::optional<double>(4.0), l.position);
+    }
+}
+
 }  // namespace
