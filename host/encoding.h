@@ -21,6 +21,36 @@
 // (one past the last character) or beyond, or before 0, answers kSeekOutside
 // (-99) and leaves the cursor where it was, so the module's walk loops end
 // when they step off either end. An empty text has no position at all.
+//
+// The host's answers where Part 1.3 leaves them open:
+//   - seekChars: 0 when moved, -99 outside, -1 for a whence other than 0 and
+//     -999; nextChar: 0 when moved, kCursorEmpty (-9) at the last character
+//     or on an empty text (the cursor stays);
+//   - compareAt: the search text is read from the search cursor's position;
+//     flags bit 2 compares by simple case folding (u_foldCase) character by
+//     character, characters without a code point only byte for byte; 1 on a
+//     mismatch or when the text ends first, 2 when the search text has fewer
+//     than searchLength characters; an empty search (length <= 0) never
+//     matches;
+//   - a one-character cursor holds the first character of its text; currentChar
+//     sets its length (and remaining) to that character's bytes, offset and
+//     state to 0, and *scratch to the byte count; toUpperChar/toLowerChar
+//     replace it by its simple case mapping when the session encoding has the
+//     image (the length may change in UTF-8), else leave it (answer 1);
+//   - findChar compares whole characters byte for byte over the whole list;
+//   - byteOffsetOf(index) of the character count is the text length (the end),
+//     -1 outside 0..count; it moves nothing;
+//   - countChars: status 0 for any bytes (invalid ones count one each), 1
+//     for a negative length or null pointers;
+//   - skipModifierText: always false (modifier texts are always interpreted);
+//   - copyWholeChars: status 0 when all was copied, 1 when cut, 2 for bad
+//     arguments; blankTrimmedBytes and trimmedLength drop trailing 0x20 bytes;
+//   - the five classTest words are alike and ignore `which`; caseTest reads
+//     the held character's upper (mode 1) and lower (mode 2) bits;
+//   - the transcoder (word 117): status 0, or 1 when the destination was too
+//     small (whole characters kept), 2 on bad arguments; characters the
+//     session encoding lacks become its substitution character.
+// Every operation adds 1 to HostCounters::handleOperations[word].
 #pragma once
 
 #include <unicode/utypes.h>
