@@ -122,6 +122,29 @@ TEST(CallSites, FrameLayoutOfACall) {
     EXPECT_EQ(nullptr, site.frame().arg(3).value);
 }
 
+// The result place starts with a NaN no module stores: a refused call
+// reports no number, while the module's missing value is a number.
+TEST(CallSites, ResultsOnlyWhenStored) {
+    Session session;
+    auto module = Module::attach(session, &mcn_main, &tkvercn1);
+    const auto refused = module->call("KFIND", {std::string("abc"), std::string("b"), 1.0, 2.0});
+    EXPECT_EQ(txscan::contract::kStatusInvalidArgument, refused.status);
+    EXPECT_FALSE(refused.numberStored());
+    EXPECT_EQ((std::vector<std::uint8_t>{0, 0, 0, 1}), refused.errorMarks);
+    const auto missing = module->call("KFIND", {std::string("abc"), std::string("b"), txscan::contract::missingValue()});
+    EXPECT_EQ(txscan::contract::kStatusMissingStart, missing.status);
+    ASSERT_TRUE(missing.numberStored());
+    EXPECT_EQ(txscan::contract::kMissingValueBits, std::bit_cast<std::uint64_t>(*missing.number));
+    const auto found = module->call("KFIND", {std::string("abc"), std::string("c")});
+    EXPECT_EQ(std::optional<double>(3.0), found.number);
+    EXPECT_FALSE(found.text.has_value());
+    const auto note = module->call("KFIND", {std::string("abc"), std::string("c"), std::string("z")});
+    ASSERT_EQ(1u, note.messages.size());
+    EXPECT_EQ(744, note.messages[0].code);
+    EXPECT_EQ('Z', note.messages[0].character);
+    EXPECT_EQ(1u, session.takeMessages().size());   // the session keeps its copy
+}
+
 // Both modules below are the one in-process module: its stored HostVector
 // follows the session of each call.
 TEST(CallSites, TwoLiveSessionsShareOneModuleFile) {
