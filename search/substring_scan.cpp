@@ -94,12 +94,14 @@ __attribute__((target("avx2"))) bool caseImages(std::uint8_t firstByte, std::uin
         auto hits = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(folded, firstTarget)));
         for (; hits != 0; hits &= hits - 1) {
             if (firstFound == 2) return false;
-            images->first[firstFound++] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+            images->first[firstFound & 1] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+            ++firstFound;
         }
         hits = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(folded, lastTarget)));
         for (; hits != 0; hits &= hits - 1) {
             if (lastFound == 2) return false;
-            images->last[lastFound++] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+            images->last[lastFound & 1] = static_cast<std::uint8_t>(row + __builtin_ctz(hits));
+            ++lastFound;
         }
     }
     if (firstFound == 1) images->first[1] = images->first[0];
