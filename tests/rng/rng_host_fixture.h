@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,6 +21,16 @@
 namespace rngtest {
 
 using txhost::Message;
+
+// What the processor itself says, independent of the host's record.
+inline bool processorHasRdrand() {
+#if defined(__x86_64__) || defined(__i386__)
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    return __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & (1u << 30)) != 0;
+#else
+    return false;
+#endif
+}
 
 class RngHostTest : public ::testing::Test {
 protected:

@@ -18,14 +18,6 @@ using namespace txscan::rng;
 constexpr std::uint64_t kLimit32 = 0xFFFFFFFF;
 constexpr std::uint64_t kLimit64 = ~std::uint64_t{0};
 
-bool processorHasRdrand() {
-#if defined(__x86_64__) || defined(__i386__)
-    return __builtin_cpu_supports("rdrnd");
-#else
-    return false;
-#endif
-}
-
 struct ConvertCase {
     double value;
     std::uint64_t limit;

@@ -37,14 +37,6 @@ std::string lower(std::string s) {
 }
 std::u16string wide(const std::string& s) { return std::u16string(s.begin(), s.end()); }
 
-bool processorHasRdrand() {
-#if defined(__x86_64__) || defined(__i386__)
-    return __builtin_cpu_supports("rdrnd");
-#else
-    return false;
-#endif
-}
-
 class SelectTest : public RngHostTest {
 protected:
     RngMethod record{};

@@ -15,14 +15,6 @@ namespace {
 
 using namespace txscan::rng;
 
-bool processorHasRdrand() {
-#if defined(__x86_64__) || defined(__i386__)
-    return __builtin_cpu_supports("rdrnd");
-#else
-    return false;
-#endif
-}
-
 // ---- readSeedOption
 
 struct OptionCase {
