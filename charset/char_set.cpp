@@ -55,7 +55,7 @@ void addByteClasses(CharSet* set, std::uint16_t classLetters) {
     } else if (classLetters & kClassLetterF) {
         addTextWithLowerForms(set, kNameText + kDigitCount, kNameTextLength - kDigitCount);
     }
-    if (classLetters & kClassLetterH) set->member['\t'] = 1;
+    if (classLetters & kClassLetterH) set->member[static_cast<unsigned char>('\t')] = 1;
 }
 
 void addListBytes(CharSet* set, const char* list, std::int64_t length, bool caseless) {

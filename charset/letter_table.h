@@ -31,7 +31,7 @@ constexpr LetterTable makeLetterTable(const char* functionName, std::string_view
                                       bool acceptsClasses) {
     LetterTable table{functionName, {}};
     for (int u = 0; u < 256; ++u) table.rule[u] = {LetterUse::Note, 0};
-    table.rule[' '] = {LetterUse::Ignore, 0};
+    table.rule[static_cast<unsigned char>(' ')] = {LetterUse::Ignore, 0};
     if (acceptsClasses) {
         for (int u = 'A'; u <= 'Z'; ++u) {
             const std::uint16_t bit = classLetterBit(static_cast<unsigned char>(u));
