@@ -4,59 +4,24 @@
 // positions in characters.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cmath>
 #include <limits>
 
-#include "charset/frame_builder.h"
 #include "host/host.h"
+#include "search/case_runner.h"
 
 namespace {
 
 using txhost::Absent;
 using txhost::Argument;
+using txtest::Case;
+using txtest::kInvalid;
+using txtest::kMissingStart;
+using txtest::runCases;
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr std::int32_t kMissingStart = 0x1D801;
-constexpr std::int32_t kInvalid = 0x1D804;
-
-struct Case {
-    const char* function;
-    std::vector<Argument> arguments;
-    double expected;
-    std::string notes = {};          // the letters noted, in order
-    std::int32_t status = 0;
-};
 
 std::string s(const char* text) { return text; }
-
-// Runs each case in a fresh session of `encoding` and checks result, status and notes.
-void runCases(const char* encoding, const std::vector<Case>& cases) {
-    txhost::Session session(txtest::sessionOptions(encoding));
-    auto module = txhost::Module::load(session);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << encoding << " " << c.function << " case #" << (&c - cases.data()));
-        const txhost::CallResult r = module->call(c.function, c.arguments);
-        EXPECT_EQ(c.status, r.status);
-        std::string notes;
-        for (const auto& m : r.messages) {
-            EXPECT_EQ(744, m.code);
-            EXPECT_EQ(6, m.kind);
-            EXPECT_EQ(std::string(c.function) == "KFIND" ? "FIND" : "COUNT", m.functionName);
-            notes += static_cast<char>(m.character);
-        }
-        EXPECT_EQ(c.notes, notes);
-        if (c.status == kInvalid) {
-            EXPECT_FALSE(r.numberStored());
-        } else if (c.status == kMissingStart) {
-            ASSERT_TRUE(r.numberStored());
-            EXPECT_EQ(0xFFFFD10000000000ull, std::bit_cast<std::uint64_t>(*r.number));
-        } else {
-            ASSERT_TRUE(r.numberStored());
-            EXPECT_EQ(c.expected, *r.number);
-        }
-    }
-}
 
 const char* const kAllEncodings[] = {"UTF-8", "ISO-8859-1", "windows-1252", "Shift_JIS"};
 

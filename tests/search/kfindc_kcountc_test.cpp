@@ -4,52 +4,22 @@
 // shortcuts; the multi-byte paths in UTF-8 and Shift_JIS.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <string>
 
-#include "charset/frame_builder.h"
 #include "host/host.h"
+#include "search/case_runner.h"
 
 namespace {
 
 using txhost::Absent;
 using txhost::Argument;
+using txtest::Case;
+using txtest::kInvalid;
+using txtest::runCases;
 
-constexpr std::int32_t kInvalid = 0x1D804;
 constexpr std::int32_t kNoMemory = static_cast<std::int32_t>(0x8001D811u);
 
 std::string s(const char* text) { return text; }
-
-struct Case {
-    const char* function;
-    std::vector<Argument> arguments;
-    double expected;
-    std::string notes = {};
-    std::int32_t status = 0;
-};
-
-void runCases(const char* encoding, const std::vector<Case>& cases) {
-    txhost::Session session(txtest::sessionOptions(encoding));
-    auto module = txhost::Module::load(session);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << encoding << " " << c.function << " case #" << (&c - cases.data()));
-        const txhost::CallResult r = module->call(c.function, c.arguments);
-        EXPECT_EQ(c.status, r.status);
-        std::string notes;
-        for (const auto& m : r.messages) {
-            EXPECT_EQ(744, m.code);
-            EXPECT_EQ(std::string(c.function) == "KFINDC" ? "FINDC" : "COUNTC", m.functionName);
-            notes += static_cast<char>(m.character);
-        }
-        EXPECT_EQ(c.notes, notes);
-        if (c.status == 0) {
-            ASSERT_TRUE(r.numberStored());
-            EXPECT_EQ(c.expected, *r.number);
-        } else if (c.status == kInvalid) {
-            EXPECT_FALSE(r.numberStored());
-        }
-    }
-}
 
 const char* const kSingleByteAndUtf8[] = {"UTF-8", "ISO-8859-1", "Shift_JIS"};
 
