@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "host_call.h"
-#include "rng_stream_access.h"
+#include "rng/stream.h"
 
 namespace txscan {
 
