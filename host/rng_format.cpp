@@ -25,10 +25,13 @@ void pad(std::u16string& out, const std::u16string& body, const Spec& spec) {
 }
 
 std::string printfSpec(const Spec& spec, const char* length) {
-    std::string format = "%" + spec.flags;
-    if (spec.width >= 0) format += std::to_string(spec.width);
-    if (spec.precision >= 0) format += "." + std::to_string(spec.precision);
-    return format + length + spec.conversion;
+    std::string format = "%";
+    format.append(spec.flags);
+    if (spec.width >= 0) format.append(std::to_string(spec.width));
+    if (spec.precision >= 0) format.append(".").append(std::to_string(spec.precision));
+    format.append(length);
+    format.push_back(spec.conversion);
+    return format;
 }
 
 std::u16string ascii(const char* text) {

@@ -31,6 +31,16 @@ inline constexpr int kDeadGeneratorDraws = 32;
 // Values at or above this round to 2^64 when converted to double.
 inline constexpr std::uint64_t kTopOf64 = 0xFFFFFFFFFFFFFC00ull;   // 2^64 - 1024
 
+// u rounded to the nearest double, without the branch the compiler puts
+// into an unsigned conversion: both halves convert exactly, and their sum
+// is rounded once. Random outputs would mispredict that branch half the time.
+inline double toDouble(std::uint64_t u) {
+    return static_cast<double>(static_cast<std::int64_t>(u >> 32)) * 0x1p32 +
+           static_cast<double>(static_cast<std::int64_t>(u & 0xFFFFFFFF));
+}
+// The 53-bit values convert exactly through the signed conversion.
+inline double smallToDouble(std::uint64_t r) { return static_cast<double>(static_cast<std::int64_t>(r)); }
+
 template <Next32 Next>
 double uniform32Open(void* state) {
     std::uint32_t u = Next(state);
@@ -61,31 +71,31 @@ template <Next64 Next>
 double uniform53Open(void* state) {
     std::uint64_t r = Next(state) >> 11;
     for (int draws = 1; r == 0 && draws < kOpenDraws; ++draws) r = Next(state) >> 11;
-    return static_cast<double>(r) * kTwoToMinus53;
+    return smallToDouble(r) * kTwoToMinus53;
 }
 template <Next64 Next>
 double uniform53Odd(void* state) {
-    return static_cast<double>((Next(state) >> 11) | 1) * kTwoToMinus53;
+    return smallToDouble((Next(state) >> 11) | 1) * kTwoToMinus53;
 }
 template <Next64 Next>
 double uniform53OpenClosed(void* state) {
-    return (static_cast<double>(Next(state) >> 11) + 1.0) * kTwoToMinus53;
+    return (smallToDouble(Next(state) >> 11) + 1.0) * kTwoToMinus53;
 }
 template <Next64 Next>
 double uniform53ClosedOpen(void* state) {
-    return static_cast<double>(Next(state) >> 11) * kTwoToMinus53;
+    return smallToDouble(Next(state) >> 11) * kTwoToMinus53;
 }
 template <Next64 Next>
 double uniform53Closed(void* state) {
     std::uint64_t r = Next(state) >> 11;
-    return (static_cast<double>(r & ~std::uint64_t{1}) + 2.0 * static_cast<double>(r & 1)) * kTwoToMinus53;
+    return (smallToDouble(r & ~std::uint64_t{1}) + 2.0 * smallToDouble(r & 1)) * kTwoToMinus53;
 }
 
 template <Next64 Next>
 double uniform64Open(void* state) {
     for (int draws = 0; draws < kDeadGeneratorDraws; ++draws) {
         std::uint64_t u = Next(state);
-        double result = static_cast<double>(u) * kTwoToMinus64;
+        double result = toDouble(u) * kTwoToMinus64;
         if (u != 0 && result != 1.0) return result;
     }
     return 0.0;
@@ -95,7 +105,7 @@ template <Next64 Next>
 double uniform64Odd(void* state) {
     std::uint64_t v = Next(state) | 1;
     if (v >= kTopOf64) v <<= 54;
-    return static_cast<double>(v) * kTwoToMinus64;
+    return toDouble(v) * kTwoToMinus64;
 }
 // (u + 1) is formed exactly before the one rounding to double, as an
 // extended-precision sum would: converting u first and then adding 1.0
@@ -104,17 +114,17 @@ template <Next64 Next>
 double uniform64OpenClosed(void* state) {
     std::uint64_t u = Next(state);
     if (u == std::numeric_limits<std::uint64_t>::max()) return 1.0;
-    return static_cast<double>(u + 1) * kTwoToMinus64;
+    return toDouble(u + 1) * kTwoToMinus64;
 }
 template <Next64 Next>
 double uniform64ClosedOpen(void* state) {
     std::uint64_t v = Next(state);
     if (v >= kTopOf64) v <<= 54;
-    return static_cast<double>(v) * kTwoToMinus64;
+    return toDouble(v) * kTwoToMinus64;
 }
 template <Next64 Next>
 double uniform64Closed(void* state) {
-    return static_cast<double>(Next(state)) * kTwoToMinus64;
+    return toDouble(Next(state)) * kTwoToMinus64;
 }
 // Every double of (0,1) down to 2^-1074 is reachable: leading zero words
 // lower the exponent, and leading zero bits are refilled from a second draw.
@@ -133,7 +143,7 @@ double uniformDense(void* state) {
         u = (u << zeros) | (w >> (64 - zeros));
         exponent -= zeros;
     }
-    return std::ldexp(static_cast<double>(u | 1), exponent);
+    return std::ldexp(toDouble(u | 1), exponent);
 }
 
 }  // namespace txscan::rng

@@ -4,88 +4,93 @@
 #include "rng/threefry.h"
 
 #include <bit>
+#include <utility>
 
 #include "rng/generator_kit.h"
 
 namespace txscan::rng {
 
-constexpr int kThreefryRounds = 20;
+namespace {
 
-void threefryBlock2x64(const std::uint64_t ctr[2], const std::uint64_t key[2], std::uint64_t out[2]) {
-    constexpr int rotation[8] = {16, 42, 12, 31, 16, 32, 24, 21};
-    const std::uint64_t ks[3] = {key[0], key[1], 0x1BD11BDAA9FC1A22ull ^ key[0] ^ key[1]};
-    std::uint64_t x0 = ctr[0] + ks[0];
-    std::uint64_t x1 = ctr[1] + ks[1];
-    for (int r = 0; r < kThreefryRounds; ++r) {
-        x0 += x1;
-        x1 = std::rotl(x1, rotation[r % 8]);
-        x1 ^= x0;
-        if (r % 4 == 3) {
-            const int s = r / 4 + 1;   // key injection number
-            x0 += ks[s % 3];
-            x1 += ks[(s + 1) % 3] + static_cast<std::uint64_t>(s);
-        }
-    }
+constexpr std::size_t kThreefryRounds = 20;
+
+constexpr int kRotation2x64[8] = {16, 42, 12, 31, 16, 32, 24, 21};
+constexpr int kRotation2x32[8] = {13, 15, 26, 6, 17, 29, 16, 24};
+constexpr int kRotation4x64[8][2] = {{14, 16}, {52, 57}, {23, 40}, {5, 37}, {25, 33}, {46, 12}, {58, 22}, {32, 32}};
+
+template <typename Word>
+constexpr Word kParity = sizeof(Word) == 8 ? Word(0x1BD11BDAA9FC1A22ull) : Word(0x1BD11BDAu);
+
+template <int Rotation, typename Word>
+inline void mix(Word& a, Word& b) {
+    a += b;
+    b = std::rotl(b, Rotation);
+    b ^= a;
+}
+
+// The rounds are unrolled at compile time so that every rotation is a constant.
+template <typename Word, const int (&Rotation)[8], std::size_t... R>
+inline void rounds2(Word& x0, Word& x1, const Word (&ks)[3], std::index_sequence<R...>) {
+    (
+        [&] {
+            mix<Rotation[R % 8]>(x0, x1);
+            if constexpr (R % 4 == 3) {
+                constexpr std::size_t s = R / 4 + 1;   // key injection number
+                x0 += ks[s % 3];
+                x1 += ks[(s + 1) % 3] + static_cast<Word>(s);
+            }
+        }(),
+        ...);
+}
+
+template <typename Word, const int (&Rotation)[8]>
+inline void block2(const Word ctr[2], const Word key[2], Word out[2]) {
+    const Word ks[3] = {key[0], key[1], kParity<Word> ^ key[0] ^ key[1]};
+    Word x0 = ctr[0] + ks[0];
+    Word x1 = ctr[1] + ks[1];
+    rounds2<Word, Rotation>(x0, x1, ks, std::make_index_sequence<kThreefryRounds>{});
     out[0] = x0;
     out[1] = x1;
+}
+
+template <std::size_t... R>
+inline void rounds4(std::uint64_t (&x)[4], const std::uint64_t (&ks)[5], std::index_sequence<R...>) {
+    (
+        [&] {
+            // Even rounds mix the pairs (0,1) and (2,3), odd rounds (0,3) and (2,1).
+            if constexpr (R % 2 == 0) {
+                mix<kRotation4x64[R % 8][0]>(x[0], x[1]);
+                mix<kRotation4x64[R % 8][1]>(x[2], x[3]);
+            } else {
+                mix<kRotation4x64[R % 8][0]>(x[0], x[3]);
+                mix<kRotation4x64[R % 8][1]>(x[2], x[1]);
+            }
+            if constexpr (R % 4 == 3) {
+                constexpr std::size_t s = R / 4 + 1;
+                x[0] += ks[s % 5];
+                x[1] += ks[(s + 1) % 5];
+                x[2] += ks[(s + 2) % 5];
+                x[3] += ks[(s + 3) % 5] + s;
+            }
+        }(),
+        ...);
+}
+
+}  // namespace
+
+void threefryBlock2x64(const std::uint64_t ctr[2], const std::uint64_t key[2], std::uint64_t out[2]) {
+    block2<std::uint64_t, kRotation2x64>(ctr, key, out);
 }
 
 void threefryBlock2x32(const std::uint32_t ctr[2], const std::uint32_t key[2], std::uint32_t out[2]) {
-    constexpr int rotation[8] = {13, 15, 26, 6, 17, 29, 16, 24};
-    const std::uint32_t ks[3] = {key[0], key[1], 0x1BD11BDAu ^ key[0] ^ key[1]};
-    std::uint32_t x0 = ctr[0] + ks[0];
-    std::uint32_t x1 = ctr[1] + ks[1];
-    for (int r = 0; r < kThreefryRounds; ++r) {
-        x0 += x1;
-        x1 = std::rotl(x1, rotation[r % 8]);
-        x1 ^= x0;
-        if (r % 4 == 3) {
-            const int s = r / 4 + 1;
-            x0 += ks[s % 3];
-            x1 += ks[(s + 1) % 3] + static_cast<std::uint32_t>(s);
-        }
-    }
-    out[0] = x0;
-    out[1] = x1;
+    block2<std::uint32_t, kRotation2x32>(ctr, key, out);
 }
 
 void threefryBlock4x64(const std::uint64_t ctr[4], const std::uint64_t key[4], std::uint64_t out[4]) {
-    constexpr int rotation[8][2] = {{14, 16}, {52, 57}, {23, 40}, {5, 37}, {25, 33}, {46, 12}, {58, 22}, {32, 32}};
-    const std::uint64_t ks[5] = {key[0], key[1], key[2], key[3],
-                                 0x1BD11BDAA9FC1A22ull ^ key[0] ^ key[1] ^ key[2] ^ key[3]};
-    std::uint64_t x0 = ctr[0] + ks[0];
-    std::uint64_t x1 = ctr[1] + ks[1];
-    std::uint64_t x2 = ctr[2] + ks[2];
-    std::uint64_t x3 = ctr[3] + ks[3];
-    for (int r = 0; r < kThreefryRounds; ++r) {
-        const int* rot = rotation[r % 8];
-        if (r % 2 == 0) {
-            x0 += x1;
-            x1 = std::rotl(x1, rot[0]);
-            x1 ^= x0;
-            x2 += x3;
-            x3 = std::rotl(x3, rot[1]);
-            x3 ^= x2;
-        } else {
-            x0 += x3;
-            x3 = std::rotl(x3, rot[0]);
-            x3 ^= x0;
-            x2 += x1;
-            x1 = std::rotl(x1, rot[1]);
-            x1 ^= x2;
-        }
-        if (r % 4 == 3) {
-            const int s = r / 4 + 1;
-            x0 += ks[s % 5];
-            x1 += ks[(s + 1) % 5];
-            x2 += ks[(s + 2) % 5];
-            x3 += ks[(s + 3) % 5] + static_cast<std::uint64_t>(s);
-        }
-    }
-    out[0] = x0;
-    out[1] = x1;
-    out[2] = x2;
-    out[3] = x3;
+    const std::uint64_t ks[5] = {key[0], key[1], key[2], key[3], kParity<std::uint64_t> ^ key[0] ^ key[1] ^ key[2] ^ key[3]};
+    std::uint64_t x[4] = {ctr[0] + ks[0], ctr[1] + ks[1], ctr[2] + ks[2], ctr[3] + ks[3]};
+    rounds4(x, ks, std::make_index_sequence<kThreefryRounds>{});
+    for (int i = 0; i < 4; ++i) out[i] = x[i];
 }
 
 namespace {
