@@ -134,6 +134,26 @@ TEST(MultiByteText, DecidesByEncoding) {
     }
 }
 
+TEST(MultiByteText, Utf8HighBitAtEveryPositionAndLength) {
+    txhost::Session session({.encoding = "UTF-8"});
+    auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    for (std::size_t length = 0; length <= 70; ++length) {
+        std::string text(length, 'a');
+        EXPECT_FALSE(txscan::isMultiByteText(session.encodingHandle(), text.data(),
+                                             static_cast<std::int64_t>(length)));
+        for (std::size_t at = 0; at < length; ++at) {
+            text[at] = '\x80';
+            // Copied to exactly its length, so reading past it is caught.
+            const auto copy = std::make_unique<char[]>(length);
+            std::memcpy(copy.get(), text.data(), length);
+            EXPECT_TRUE(txscan::isMultiByteText(session.encodingHandle(), copy.get(),
+                                                static_cast<std::int64_t>(length)))
+                << length << " " << at;
+            text[at] = 'a';
+        }
+    }
+}
+
 TEST(ResultCapacity, GrowsInKilobytesUpToTheMaximum) {
     struct CapacityCase {
         bool growable;
