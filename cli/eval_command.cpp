@@ -125,7 +125,9 @@ void printMessages(const std::vector<txhost::Message>& messages) {
     }
 }
 
+// One line per call: the call as written, then its answer.
 void printResult(const Call& call, const CallResult& r) {
+    std::printf("%s = ", call.source.c_str());
     if (r.status != 0 && !r.number && !r.text) {
         std::printf("status %s (%d)\n", txhost::statusName(r.status).c_str(), r.status);
         return;
@@ -144,7 +146,7 @@ void printResult(const Call& call, const CallResult& r) {
     } else if (r.number) {
         std::printf("%s\n", formatNumber(*r.number).c_str());
     }
-    if (r.status != 0) std::printf("status %s (%d)\n", txhost::statusName(r.status).c_str(), r.status);
+    if (r.status != 0) std::printf("  status %s (%d)\n", txhost::statusName(r.status).c_str(), r.status);
 }
 
 int runEval(const EvalSettings& settings) {
