@@ -2,12 +2,14 @@
 #include <iostream>
 
 #include "commands.h"
+#include "rng/rng_command.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"txscan: character-based string functions of the txscanmd module"};
     app.require_subcommand(1);
     txcli::addInfoCommand(app);
     txcli::addEvalCommand(app);
+    txcli::addRngCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
