@@ -1,4 +1,3 @@
-// TEMPORARY NOTE FOR THE HOST DEVELOPER (remove when done): read /tmp/rules.md before writing code; it lists the team rules (never mention the specification in code/comments/commits, commit only your own files, use build-host as your build dir).
 // The reference host: embeds txscanmd in any program. A Session is one host
 // process's view of the module's world (HostVector, service tables, pools,
 // options, session encoding, messages); a Module is a loaded module reached

@@ -1,5 +1,5 @@
 // Calls of the EncodingHandle operations as the module makes them, and
-// cursors laid out the module's way (Part 1.3), for the host's own tests.
+// cursors laid out the way the module lays them out, for the host's own tests.
 #pragma once
 
 #include <cstring>
