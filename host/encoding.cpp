@@ -1,12 +1,8 @@
-// The session encodings on ICU: codecs, byte tables, and the numbered
-// operations of the EncodingHandle (see host/encoding.h for the character
-// and cursor model every operation follows).
+// The session encodings: codecs, byte tables, and the numbered operations of
+// the EncodingHandle (see host/encoding.h for the character and cursor model
+// every operation follows). What needs Unicode data or a code-page table
+// comes from the platform's encoding backend (host/encoding_backend.h).
 #include "host/encoding.h"
-
-#include <unicode/uchar.h>
-#include <unicode/ucnv.h>
-#include <unicode/ucnv_err.h>
-#include <unicode/utf16.h>
 
 #include <algorithm>
 #include <cstring>
@@ -15,58 +11,31 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/encoding_backend.h"
+
 namespace txhost {
 
 using namespace contract;
+using backend::CodePoint;
+using backend::kNoCodePoint;
 
 namespace {
 
 // ---------------------------------------------------------------- codecs
 
-struct ConverterCloser {
-    void operator()(UConverter* c) const { ucnv_close(c); }
-};
-using ConverterPtr = std::unique_ptr<UConverter, ConverterCloser>;
-
-// A converter that stops at the first unmappable or illegal input, so that a
-// failed conversion is seen as "no code point" instead of a substitute.
-ConverterPtr openStrictConverter(const char* name) {
-    UErrorCode error = U_ZERO_ERROR;
-    ConverterPtr converter(ucnv_open(name, &error));
-    if (U_FAILURE(error) || !converter) throw std::runtime_error(std::string("ICU cannot open converter ") + name);
-    error = U_ZERO_ERROR;
-    ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
-    error = U_ZERO_ERROR;
-    ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
-    return converter;
-}
-
-// The one code point of `bytes`, or -1 when ICU maps them to none or to more than one.
-UChar32 decodeWithIcu(UConverter* converter, const char* bytes, int length) {
-    UChar units[8];
-    UErrorCode error = U_ZERO_ERROR;
-    ucnv_resetToUnicode(converter);
-    const int32_t n = ucnv_toUChars(converter, units, 8, bytes, length, &error);
-    if (U_FAILURE(error) || n <= 0) return -1;
-    UChar32 c = 0;
-    int32_t i = 0;
-    U16_NEXT(units, i, n, c);
-    return i == n ? c : -1;
-}
-
 class SingleByteCodec final : public Codec {
 public:
     explicit SingleByteCodec(const char* name) {
-        ConverterPtr converter = openStrictConverter(name);
+        backend::ConverterPtr converter = backend::openConverter(name);
         for (int b = 0; b < 256; ++b) {
             const char byte = static_cast<char>(b);
-            toUnicode_[b] = decodeWithIcu(converter.get(), &byte, 1);
+            toUnicode_[b] = backend::decodeCharacter(*converter, &byte, 1);
             if (toUnicode_[b] >= 0) fromUnicode_.emplace(toUnicode_[b], static_cast<std::uint8_t>(b));
         }
     }
     int charBytes(const std::uint8_t*, std::int64_t) const override { return 1; }
-    UChar32 decode(const std::uint8_t* p, int) const override { return toUnicode_[*p]; }
-    int encode(UChar32 c, char* out) const override {
+    CodePoint decode(const std::uint8_t* p, int) const override { return toUnicode_[*p]; }
+    int encode(CodePoint c, char* out) const override {
         const auto found = fromUnicode_.find(c);
         if (found == fromUnicode_.end()) return 0;
         out[0] = static_cast<char>(found->second);
@@ -76,8 +45,8 @@ public:
     bool singleByte() const override { return true; }
 
 private:
-    UChar32 toUnicode_[256];
-    std::unordered_map<UChar32, std::uint8_t> fromUnicode_;
+    CodePoint toUnicode_[256];
+    std::unordered_map<CodePoint, std::uint8_t> fromUnicode_;
 };
 
 class Utf8Codec final : public Codec {
@@ -108,7 +77,7 @@ public:
         }
         return length;
     }
-    UChar32 decode(const std::uint8_t* p, int length) const override {
+    CodePoint decode(const std::uint8_t* p, int length) const override {
         switch (length) {
         case 1: return p[0] < 0x80 ? p[0] : -1;
         case 2: return ((p[0] & 0x1F) << 6) | (p[1] & 0x3F);
@@ -117,7 +86,7 @@ public:
         default: return -1;
         }
     }
-    int encode(UChar32 c, char* out) const override {
+    int encode(CodePoint c, char* out) const override {
         if (c < 0 || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
         if (c < 0x80) {
             out[0] = static_cast<char>(c);
@@ -158,10 +127,11 @@ bool sjisTrail(std::uint8_t b) { return (b >= 0x40 && b <= 0x7E) || (b >= 0x80 &
 class ShiftJisCodec final : public Codec {
 public:
     explicit ShiftJisCodec(const char* name) : name_(name) {
-        ConverterPtr converter = openStrictConverter(name);
+        backend::ConverterPtr converter = backend::openConverter(name);
         for (int b = 0; b < 256; ++b) {
             const char byte = static_cast<char>(b);
-            single_[b] = sjisLead(static_cast<std::uint8_t>(b)) ? -1 : decodeWithIcu(converter.get(), &byte, 1);
+            single_[b] = sjisLead(static_cast<std::uint8_t>(b)) ? kNoCodePoint
+                                                                 : backend::decodeCharacter(*converter, &byte, 1);
         }
         double_.assign(65536, -1);
         for (int lead = 0x81; lead <= 0xFC; ++lead) {
@@ -169,25 +139,19 @@ public:
             for (int trail = 0x40; trail <= 0xFC; ++trail) {
                 if (!sjisTrail(static_cast<std::uint8_t>(trail))) continue;
                 const char pair[2] = {static_cast<char>(lead), static_cast<char>(trail)};
-                double_[(lead << 8) | trail] = decodeWithIcu(converter.get(), pair, 2);
+                double_[(lead << 8) | trail] = backend::decodeCharacter(*converter, pair, 2);
             }
         }
         for (int b = 255; b >= 0; --b) {
             if (single_[b] >= 0) fromUnicode_[single_[b]] = static_cast<std::uint16_t>(b);
         }
-        // Prefer the pair ICU itself would write (its round-trip mapping).
-        UErrorCode error = U_ZERO_ERROR;
+        // Where several pairs decode to one code point, prefer the pair the
+        // converter itself writes (its round-trip mapping).
         for (std::size_t i = 0; i < double_.size(); ++i) {
-            const UChar32 c = double_[i];
+            const CodePoint c = double_[i];
             if (c < 0 || fromUnicode_.count(c) != 0) continue;
-            UChar units[2];
-            int32_t n = 0;
-            U16_APPEND_UNSAFE(units, n, c);
             char out[4];
-            error = U_ZERO_ERROR;
-            ucnv_resetFromUnicode(converter.get());
-            const int32_t written = ucnv_fromUChars(converter.get(), out, 4, units, n, &error);
-            if (U_SUCCESS(error) && written == 2) {
+            if (backend::encodeCodePoint(*converter, c, out) == 2) {
                 fromUnicode_[c] = static_cast<std::uint16_t>((static_cast<std::uint8_t>(out[0]) << 8) |
                                                              static_cast<std::uint8_t>(out[1]));
             }
@@ -209,10 +173,10 @@ public:
         }
         return start;
     }
-    UChar32 decode(const std::uint8_t* p, int length) const override {
+    CodePoint decode(const std::uint8_t* p, int length) const override {
         return length == 2 ? double_[(p[0] << 8) | p[1]] : single_[p[0]];
     }
-    int encode(UChar32 c, char* out) const override {
+    int encode(CodePoint c, char* out) const override {
         const auto found = fromUnicode_.find(c);
         if (found == fromUnicode_.end()) return 0;
         if (found->second < 0x100) {
@@ -226,9 +190,9 @@ public:
 
 private:
     std::string name_;
-    UChar32 single_[256];
-    std::vector<UChar32> double_;
-    std::unordered_map<UChar32, std::uint16_t> fromUnicode_;
+    CodePoint single_[256];
+    std::vector<CodePoint> double_;
+    std::unordered_map<CodePoint, std::uint16_t> fromUnicode_;
 };
 
 const EncodingTraits kEncodings[] = {
@@ -399,9 +363,9 @@ std::int32_t foldHeld(EncodingHandle* h, TextCursor* character, bool upper) {
     const Codec& codec = codecOf(h);
     const Held held = heldOf(codec, character);
     if (held.length == 0) return 1;
-    const UChar32 c = codec.decode(held.p, held.length);
+    const CodePoint c = codec.decode(held.p, held.length);
     if (c < 0) return 1;
-    const UChar32 image = upper ? u_toupper(c) : u_tolower(c);
+    const CodePoint image = upper ? backend::simpleUpper(c) : backend::simpleLower(c);
     if (image == c) return 0;
     char bytes[4];
     const int length = codec.encode(image, bytes);
@@ -456,9 +420,9 @@ std::int32_t opNextChar(EncodingHandle* h, TextCursor* c, std::int32_t) {
 bool sameCharacter(const Codec& codec, const std::uint8_t* a, int la, const std::uint8_t* b, int lb, bool caseless) {
     if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
     if (!caseless) return false;
-    const UChar32 ca = codec.decode(a, la);
-    const UChar32 cb = codec.decode(b, lb);
-    return ca >= 0 && cb >= 0 && u_foldCase(ca, U_FOLD_CASE_DEFAULT) == u_foldCase(cb, U_FOLD_CASE_DEFAULT);
+    const CodePoint ca = codec.decode(a, la);
+    const CodePoint cb = codec.decode(b, lb);
+    return ca >= 0 && cb >= 0 && backend::simpleFold(ca) == backend::simpleFold(cb);
 }
 
 // 0 when the searchLength characters of the search cursor's text, from its
@@ -615,20 +579,10 @@ std::int32_t opTranscode(void* transcoder, const char16_t* source, std::int64_t 
         (destination == nullptr && destinationCapacity > 0) || sourceBytes / 2 > INT32_MAX) {
         return 2;
     }
-    // Convert all of it, then keep whole characters: ICU itself may stop a
-    // too-small target in the middle of a character.
-    UConverter* converter = owner.fromUtf16;
-    const auto units = static_cast<int32_t>(sourceBytes / 2);
-    const UChar* in = reinterpret_cast<const UChar*>(source);
-    UErrorCode error = U_ZERO_ERROR;
-    ucnv_resetFromUnicode(converter);
-    const int32_t needed = ucnv_fromUChars(converter, nullptr, 0, in, units, &error);
-    if (error != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(error)) return 2;
-    std::string converted(static_cast<std::size_t>(needed), '\0');
-    error = U_ZERO_ERROR;
-    ucnv_resetFromUnicode(converter);
-    ucnv_fromUChars(converter, converted.data(), needed, in, units, &error);
-    if (U_FAILURE(error) && error != U_STRING_NOT_TERMINATED_WARNING) return 2;
+    // Convert all of it, then keep whole characters: a converter may stop
+    // a too-small target in the middle of a character.
+    std::string converted;
+    if (!backend::fromUtf16(*owner.converter, source, sourceBytes / 2, converted)) return 2;
     const Codec& codec = *owner.codec;
     const auto* p = reinterpret_cast<const std::uint8_t*>(converted.data());
     const auto total = static_cast<std::int64_t>(converted.size());
@@ -650,22 +604,22 @@ void setWord(EncodingHandle& handle, int word, Fn fn) {
 
 }  // namespace
 
-std::uint32_t classBitsOf(UChar32 c, int bytes) {
+std::uint32_t classBitsOf(CodePoint c, int bytes) {
     if (c < 0) return 0;
+    const backend::CharacterProperties p = backend::propertiesOf(c);
     std::uint32_t bits = 0;
-    if (u_isUUppercase(c)) bits |= kClassUpper;
-    if (u_isULowercase(c)) bits |= kClassLower;
-    if (u_isdigit(c)) bits |= kClassDigit;
-    if (u_isUWhiteSpace(c)) bits |= kClassSpace;
-    if (u_ispunct(c)) bits |= kClassPunct;
-    const std::int8_t type = u_charType(c);
-    if (type == U_SPACE_SEPARATOR) bits |= kClassBlank;
-    if (type == U_CONTROL_CHAR) bits |= kClassControl;
+    if (p.upper) bits |= kClassUpper;
+    if (p.lower) bits |= kClassLower;
+    if (p.digit) bits |= kClassDigit;
+    if (p.space) bits |= kClassSpace;
+    if (p.punctuation) bits |= kClassPunct;
+    if (p.blank) bits |= kClassBlank;
+    if (p.control) bits |= kClassControl;
     if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) bits |= kClassHexDigit;
     if (bytes > 1) {
-        if (u_isUAlphabetic(c)) {
+        if (p.alphabetic) {
             bits |= kClassWideAlpha;
-        } else if (u_isgraph(c)) {
+        } else if (p.graphic) {
             bits |= kClassWideGraphic;
         }
     }
@@ -674,29 +628,31 @@ std::uint32_t classBitsOf(UChar32 c, int bytes) {
 
 const EncodingTraits* findEncoding(const std::string& name) {
     for (const EncodingTraits& traits : kEncodings) {
-        if (ucnv_compareNames(traits.name, name.c_str()) == 0) return &traits;
-    }
-    // Other ICU aliases of the same converters ("latin1", "SJIS", "cp1252"...).
-    UErrorCode error = U_ZERO_ERROR;
-    const char* canonical = ucnv_getCanonicalName(name.c_str(), "", &error);
-    if (U_FAILURE(error) || canonical == nullptr) return nullptr;
-    for (const EncodingTraits& traits : kEncodings) {
-        error = U_ZERO_ERROR;
-        const char* mine = ucnv_getCanonicalName(traits.name, "", &error);
-        if (U_SUCCESS(error) && mine != nullptr && std::strcmp(mine, canonical) == 0) return &traits;
+        if (backend::namesEncoding(traits.name, name) && backend::converterAvailable(traits.name)) return &traits;
     }
     return nullptr;
 }
 
+// The platform may lack a code page (then the host does not offer it).
 std::vector<std::string> availableEncodings() {
     std::vector<std::string> names;
-    for (const EncodingTraits& traits : kEncodings) names.emplace_back(traits.name);
+    for (const EncodingTraits& traits : kEncodings) {
+        if (backend::converterAvailable(traits.name)) names.emplace_back(traits.name);
+    }
     return names;
 }
 
-HandleObject::~HandleObject() {
-    if (fromUtf16 != nullptr) ucnv_close(fromUtf16);
+bool widenSessionText(const std::string& encoding, const char* source, std::int64_t sourceBytes, char16_t* destination,
+                      std::int64_t capacityUnits, std::int64_t* units) {
+    *units = 0;
+    const EncodingTraits* traits = findEncoding(encoding);
+    if (traits == nullptr) return false;
+    backend::ConverterPtr converter = backend::openConverter(traits->name);
+    return backend::toUtf16(*converter, source, sourceBytes, destination, capacityUnits, units);
 }
+
+HandleObject::HandleObject() = default;
+HandleObject::~HandleObject() = default;
 
 std::unique_ptr<HandleObject> makeEncodingHandle(Session::Impl& session, const std::string& encoding) {
     const EncodingTraits* traits = findEncoding(encoding);
@@ -705,11 +661,7 @@ std::unique_ptr<HandleObject> makeEncodingHandle(Session::Impl& session, const s
     object->session = &session;
     object->traits = *traits;
     object->codec = codecFor(*traits);
-    UErrorCode error = U_ZERO_ERROR;
-    object->fromUtf16 = ucnv_open(traits->name, &error);
-    if (U_FAILURE(error) || object->fromUtf16 == nullptr) {
-        throw std::runtime_error(std::string("ICU cannot open converter ") + traits->name);
-    }
+    object->converter = backend::openConverter(traits->name);
     object->transcoder.owner = object.get();
     object->transcoder.record.transcode = &opTranscode;
 
@@ -754,14 +706,14 @@ void fillByteTables(const HandleObject& handle, std::uint8_t* upcase, std::uint8
         lowcase[b] = byte;
         classes[b] = 0;
         if (!singleByte && b >= 0x80) continue;
-        const UChar32 c = codec.decode(&byte, 1);
+        const CodePoint c = codec.decode(&byte, 1);
         if (c < 0) continue;
         classes[b] = static_cast<std::uint8_t>(classBitsOf(c, 1));
         char out[4];
-        if (codec.encode(u_toupper(c), out) == 1 && (singleByte || static_cast<std::uint8_t>(out[0]) < 0x80)) {
+        if (codec.encode(backend::simpleUpper(c), out) == 1 && (singleByte || static_cast<std::uint8_t>(out[0]) < 0x80)) {
             upcase[b] = static_cast<std::uint8_t>(out[0]);
         }
-        if (codec.encode(u_tolower(c), out) == 1 && (singleByte || static_cast<std::uint8_t>(out[0]) < 0x80)) {
+        if (codec.encode(backend::simpleLower(c), out) == 1 && (singleByte || static_cast<std::uint8_t>(out[0]) < 0x80)) {
             lowcase[b] = static_cast<std::uint8_t>(out[0]);
         }
     }

@@ -1,5 +1,6 @@
 // The host's session encodings: a Codec that splits bytes into characters and
-// maps them to Unicode (built on ICU), and the HandleObject that carries the
+// maps them to Unicode (through the platform's encoding backend, ICU or the
+// Windows national-language API), and the HandleObject that carries the
 // contract's EncodingHandle with every numbered operation.
 //
 // Character model, the same for every operation:
@@ -10,7 +11,7 @@
 //     U+10FFFF) is one character; every other byte is one character of its
 //     own without a code point;
 //   - Shift_JIS: a lead byte (0x81-0x9F, 0xE0-0xFC) followed by a trail byte
-//     (0x40-0x7E, 0x80-0xFC) is one two-byte character, mapped by ICU or not
+//     (0x40-0x7E, 0x80-0xFC) is one two-byte character, mapped by the backend or not
 //     (unmapped pairs have no code point); every other byte is one character.
 // No operation reads outside [text, text + length).
 //
@@ -27,7 +28,7 @@
 //     -999; nextChar: 0 when moved, kCursorEmpty (-9) at the last character
 //     or on an empty text (the cursor stays);
 //   - compareAt: the search text is read from the search cursor's position;
-//     flags bit 2 compares by simple case folding (u_foldCase) character by
+//     flags bit 2 compares by simple case folding (backend::simpleFold) character by
 //     character, characters without a code point only byte for byte; 1 on a
 //     mismatch or when the text ends first, 2 when the search text has fewer
 //     than searchLength characters; an empty search (length <= 0) never
@@ -53,18 +54,17 @@
 // Every operation adds 1 to HostCounters::handleOperations[word].
 #pragma once
 
-#include <unicode/utypes.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "host/encoding_backend.h"
 #include "host/session_impl.h"
 #include "module/host/encoding.h"
 
-struct UConverter;
-
 namespace txhost {
+
+using CodePoint = backend::CodePoint;
 
 class Codec {
 public:
@@ -72,9 +72,9 @@ public:
     // Bytes (1..4) of the character that starts at p; n >= 1 bytes are readable.
     virtual int charBytes(const std::uint8_t* p, std::int64_t n) const = 0;
     // Code point of the character [p, p + length), or -1 when it has none.
-    virtual UChar32 decode(const std::uint8_t* p, int length) const = 0;
+    virtual CodePoint decode(const std::uint8_t* p, int length) const = 0;
     // Bytes of c in this encoding (at most 4), or 0 when c has no encoding.
-    virtual int encode(UChar32 c, char* out) const = 0;
+    virtual int encode(CodePoint c, char* out) const = 0;
     // Start of the character that ends at `end` (> 0), or -1 when the encoding
     // cannot be read backwards (the caller then walks from the start).
     virtual std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const {
@@ -106,9 +106,9 @@ struct HandleObject {
     EncodingTraits traits{};
     std::shared_ptr<const Codec> codec;
     TranscoderObject transcoder{};
-    UConverter* fromUtf16 = nullptr;     // UTF-16 -> session encoding
+    backend::ConverterPtr converter;     // the transcoder's (UTF-16 -> session encoding)
 
-    HandleObject() = default;
+    HandleObject();
     ~HandleObject();
     HandleObject(const HandleObject&) = delete;
     HandleObject& operator=(const HandleObject&) = delete;
@@ -125,10 +125,12 @@ struct HandleObject {
 //     the ideographic space U+3000 ...); control 0x40: category Cc;
 //   hex digit 0x80: 0-9 A-F a-f only;
 //   characters of more than one byte add 0x100 when alphabetic (Alphabetic
-//     property) and else 0x200 when graphic (u_isgraph).
-std::uint32_t classBitsOf(UChar32 c, int bytes);
+//     property) and else 0x200 when graphic (not Cc, Cn, Cs or Z*).
+// The properties are the backend's (backend::propertiesOf).
+std::uint32_t classBitsOf(CodePoint c, int bytes);
 
-// The traits of a supported encoding name (ICU alias matching), or null.
+// The traits of a supported encoding name (the backend's alias matching)
+// that the platform can convert, or null.
 const EncodingTraits* findEncoding(const std::string& name);
 
 }  // namespace txhost

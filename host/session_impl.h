@@ -162,5 +162,9 @@ std::unique_ptr<HandleObject> makeEncodingHandle(Session::Impl& session, const s
 void fillByteTables(const HandleObject& handle, std::uint8_t* upcase, std::uint8_t* lowcase, std::uint8_t* classes);
 bool handleIsMultiByte(const HandleObject& handle);
 contract::EncodingHandle* contractHandle(HandleObject& handle);
+// Text in `encoding` -> UTF-16 through the encoding backend: false (nothing
+// counted) for an unknown encoding or when the result does not fit.
+bool widenSessionText(const std::string& encoding, const char* source, std::int64_t sourceBytes, char16_t* destination,
+                      std::int64_t capacityUnits, std::int64_t* units);
 
 }  // namespace txhost

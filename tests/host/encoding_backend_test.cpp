@@ -1,0 +1,225 @@
+// The encoding backend (ICU, or the Windows national-language API): the
+// same properties, case mappings, conversions and names from either, so the
+// host answers alike on both platforms. Every case here holds on both.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "host/encoding_backend.h"
+
+namespace {
+
+using namespace txhost::backend;
+
+std::string hex(CodePoint c) {
+    char text[16];
+    std::snprintf(text, sizeof text, "U+%04X", static_cast<unsigned>(c));
+    return text;
+}
+
+struct PropertyCase {
+    CodePoint c;
+    const char* flags;   // u l d s p b c a g: upper lower digit space punct blank control alpha graphic
+};
+
+TEST(EncodingBackend, PropertiesOfCodePoints) {
+    const PropertyCase cases[] = {
+        {'A', "ua g"},      {'z', "la g"},   {'7', "d g"},    {'!', "p g"},
+        {'~', "g"},                                              // a symbol, not punctuation
+        {' ', "sb"},        {'\t', "sc"},                        // the tab is no blank
+        {0x85, "sc"},       {0x00, "c"},     {0x7F, "c"},     {0x9F, "c"},
+        {0xA0, "sb"},       {0x2003, "sb"},  {0x3000, "sb"},     // space separators
+        {0x2028, "s"},                                           // line separator: white, not blank
+        {0xAA, "la g"},     {0xDF, "la g"},  {0xFF, "la g"},
+        {0xBF, "p g"},      {0xA1, "p g"},   {0xA7, "p g"},   {0xB7, "p g"},   // Latin-1 punctuation
+        {0xD7, "g"},        {0xF7, "g"},     {0xA4, "g"},     {0xB2, "g"},     // symbols; ² is no digit
+        {0xAD, ""},         {0x200B, ""},    {0xFEFF, ""},       // format characters: neither control nor graphic
+        {0x0378, ""},                                            // unassigned
+        {0x20AC, "g"},      {0x3001, "p g"}, {0xFF10, "d g"}, {0x0660, "d g"},
+        {0x6F22, "a g"},    {0x3042, "a g"}, {0xFF71, "a g"},
+        {0x03A3, "ua g"},   {0x03C2, "la g"}, {0x0416, "ua g"},
+        {0xE000, "g"},                                           // private use
+        {0x1F600, "g"},     {0x20000, "a g"},                    // outside the BMP
+        {kNoCodePoint, ""},
+    };
+    for (const PropertyCase& c : cases) {
+        SCOPED_TRACE(hex(c.c));
+        const std::string f = c.flags;
+        const auto has = [&](char flag) { return f.find(flag) != std::string::npos; };
+        const CharacterProperties p = propertiesOf(c.c);
+        EXPECT_EQ(has('u'), p.upper);
+        EXPECT_EQ(has('l'), p.lower);
+        EXPECT_EQ(has('d'), p.digit);
+        EXPECT_EQ(has('s'), p.space);
+        EXPECT_EQ(has('p'), p.punctuation);
+        EXPECT_EQ(has('b'), p.blank);
+        EXPECT_EQ(has('c'), p.control);
+        EXPECT_EQ(has('a'), p.alphabetic);
+        EXPECT_EQ(has('g'), p.graphic);
+    }
+}
+
+TEST(EncodingBackend, SimpleCaseMappings) {
+    struct CaseCase {
+        CodePoint c, upper, lower, fold;
+    };
+    const CaseCase cases[] = {
+        {'a', 'A', 'a', 'a'},
+        {'A', 'A', 'a', 'a'},
+        {0xFF, 0x178, 0xFF, 0xFF},         // ÿ -> Ÿ
+        {0x17F, 'S', 0x17F, 's'},          // long s
+        {0x130, 0x130, 'i', 0x130},        // İ: lowers to i, has no simple folding
+        {0x131, 'I', 0x131, 0x131},        // ı
+        {0xB5, 0x39C, 0xB5, 0x3BC},        // micro sign -> Greek
+        {0x3C2, 0x3A3, 0x3C2, 0x3C3},      // final sigma folds to σ
+        {0x3A3, 0x3A3, 0x3C3, 0x3C3},
+        {0x212A, 0x212A, 'k', 'k'},        // Kelvin sign
+        {0x1E9E, 0x1E9E, 0xDF, 0xDF},      // capital sharp s
+        {0xDF, 0xDF, 0xDF, 0xDF},          // ß: no one-character upper case
+        {0x1C5, 0x1C4, 0x1C6, 0x1C6},      // titlecase digraph
+        {0xFF41, 0xFF21, 0xFF41, 0xFF41},  // fullwidth a
+        {0x6F22, 0x6F22, 0x6F22, 0x6F22},
+        {0x10428, 0x10400, 0x10428, 0x10428},   // Deseret, outside the BMP
+        {kNoCodePoint, kNoCodePoint, kNoCodePoint, kNoCodePoint},
+    };
+    for (const CaseCase& c : cases) {
+        SCOPED_TRACE(hex(c.c));
+        EXPECT_EQ(c.upper, simpleUpper(c.c));
+        EXPECT_EQ(c.lower, simpleLower(c.c));
+        EXPECT_EQ(c.fold, simpleFold(c.c));
+    }
+}
+
+TEST(EncodingBackend, OneCharacterEachWay) {
+    struct ConversionCase {
+        const char* encoding;
+        std::string bytes;
+        CodePoint c;   // kNoCodePoint: the bytes stand for no single character
+    };
+    const ConversionCase cases[] = {
+        {"UTF-8", "a", 'a'},
+        {"UTF-8", "\xC3\xA9", 0xE9},
+        {"UTF-8", "\xF0\x9F\x98\x80", 0x1F600},
+        {"UTF-8", "\xC3", kNoCodePoint},             // cut sequence
+        {"UTF-8", "ab", kNoCodePoint},               // two characters
+        {"ISO-8859-1", "\xA4", 0xA4},
+        {"ISO-8859-1", "\x85", 0x85},
+        {"ISO-8859-15", "\xA4", 0x20AC},
+        {"ISO-8859-15", "\xA6", 0x160},
+        {"windows-1252", "\x80", 0x20AC},
+        {"windows-1252", "\x9F", 0x178},
+        {"Shift_JIS", "\x82\xA0", 0x3042},           // あ
+        {"Shift_JIS", "\xB1", 0xFF71},               // half-width ｱ
+        {"Shift_JIS", "\x88\x9F", 0x4E9C},           // 亜
+        {"Shift_JIS", "\x82", kNoCodePoint},         // lead byte alone
+        {"Shift_JIS", "\x82\x20", kNoCodePoint},     // lead byte without a trail byte
+    };
+    for (const ConversionCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " " + hex(c.c));
+        ASSERT_TRUE(converterAvailable(c.encoding));
+        ConverterPtr converter = openConverter(c.encoding);
+        EXPECT_EQ(c.c, decodeCharacter(*converter, c.bytes.data(), static_cast<int>(c.bytes.size())));
+        if (c.c != kNoCodePoint) {
+            char out[4];
+            const int n = encodeCodePoint(*converter, c.c, out);
+            EXPECT_EQ(c.bytes, std::string(out, static_cast<std::size_t>(n > 0 ? n : 0)));
+        }
+    }
+}
+
+TEST(EncodingBackend, NoBestFitWhenEncodingOneCodePoint) {
+    struct MissingCase {
+        const char* encoding;
+        CodePoint c;
+    };
+    const MissingCase cases[] = {
+        {"ISO-8859-1", 0x39C},      // Greek Μ would best-fit to M or µ
+        {"ISO-8859-1", 0x20AC},
+        {"windows-1252", 0x100},    // Ā would best-fit to A
+        {"ISO-8859-15", 0xA4},      // ¤ gave its place to €
+        {"Shift_JIS", 0xE9},
+        {"UTF-8", 0xD800},          // a surrogate is no character
+        {"UTF-8", 0x110000},
+    };
+    for (const MissingCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " " + hex(c.c));
+        ConverterPtr converter = openConverter(c.encoding);
+        char out[4];
+        EXPECT_EQ(0, encodeCodePoint(*converter, c.c, out));
+    }
+}
+
+TEST(EncodingBackend, WholeTextsFromAndToUtf16) {
+    struct TextCase {
+        const char* encoding;
+        std::u16string wide;
+        std::string bytes;
+    };
+    const TextCase cases[] = {
+        {"UTF-8", u"", ""},
+        {"UTF-8", u"a\u00E9\u6F22\U0001F600", "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80"},
+        {"ISO-8859-1", u"a\u00E9", "a\xE9"},
+        {"ISO-8859-15", u"\u20AC\u0160", "\xA4\xA6"},
+        {"windows-1252", u"\u20AC\u0178", "\x80\x9F"},
+        {"Shift_JIS", u"a\u3042\uFF71", "a\x82\xA0\xB1"},
+    };
+    for (const TextCase& c : cases) {
+        SCOPED_TRACE(c.encoding);
+        ConverterPtr converter = openConverter(c.encoding);
+        std::string narrow = "junk";
+        ASSERT_TRUE(fromUtf16(*converter, c.wide.data(), static_cast<std::int64_t>(c.wide.size()), narrow));
+        EXPECT_EQ(c.bytes, narrow);
+        const auto size = static_cast<std::int64_t>(c.wide.size());
+        std::u16string wide(c.wide.size() + 2, u'#');
+        std::int64_t written = -1;
+        ASSERT_TRUE(toUtf16(*converter, c.bytes.data(), static_cast<std::int64_t>(c.bytes.size()), wide.data(), size,
+                            &written));
+        EXPECT_EQ(size, written);   // fits exactly: whole
+        EXPECT_EQ(c.wide, wide.substr(0, static_cast<std::size_t>(written)));
+        if (size > 0) {
+            written = -1;
+            EXPECT_FALSE(toUtf16(*converter, c.bytes.data(), static_cast<std::int64_t>(c.bytes.size()), wide.data(),
+                                 size - 1, &written));
+            EXPECT_EQ(0, written);
+        }
+    }
+    // A character the encoding lacks becomes one substitute, not nothing and not a look-alike.
+    ConverterPtr latin1 = openConverter("ISO-8859-1");
+    std::string narrow;
+    const std::u16string greek = u"a\u039Cb";
+    ASSERT_TRUE(fromUtf16(*latin1, greek.data(), static_cast<std::int64_t>(greek.size()), narrow));
+    ASSERT_EQ(3u, narrow.size());
+    EXPECT_EQ('a', narrow[0]);
+    EXPECT_NE('M', narrow[1]);
+    EXPECT_NE('\xB5', narrow[1]);
+    EXPECT_EQ('b', narrow[2]);
+}
+
+TEST(EncodingBackend, NamesOfEncodings) {
+    struct NameCase {
+        const char* encoding;
+        const char* name;
+        bool names;
+    };
+    const NameCase cases[] = {
+        {"UTF-8", "UTF-8", true},           {"UTF-8", "utf8", true},
+        {"ISO-8859-1", "latin1", true},     {"ISO-8859-1", "iso_8859-1", true},   {"ISO-8859-1", "L1", true},
+        {"windows-1252", "cp1252", true},   {"windows-1252", "WINDOWS-1252", true},
+        {"ISO-8859-15", "latin9", true},    {"ISO-8859-15", "iso8859-15", true},
+        {"Shift_JIS", "SJIS", true},        {"Shift_JIS", "cp932", true},         {"Shift_JIS", "shift-jis", true},
+        {"ISO-8859-1", "windows-1252", false},
+        {"ISO-8859-1", "ISO-8859-15", false},
+        {"UTF-8", "UTF-16", false},
+        {"Shift_JIS", "EUC-JP", false},
+        {"UTF-8", "", false},
+    };
+    for (const NameCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " / " + c.name);
+        EXPECT_EQ(c.names, namesEncoding(c.encoding, c.name));
+    }
+    EXPECT_FALSE(converterAvailable("EBCDIC-XYZ"));
+    EXPECT_THROW(openConverter("EBCDIC-XYZ"), std::runtime_error);
+}
+
+}  // namespace
