@@ -1,6 +1,12 @@
 // The loader and the call API: a Module reached only through mcn_main and
 // tkvercn1, and CallSites that build the module's ArgumentFrame.
+#if defined(_WIN32)
+#define NOMINMAX
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
 #include <dlfcn.h>
+#endif
 
 #include <bit>
 #include <cctype>
@@ -16,11 +22,54 @@ namespace txhost {
 
 using namespace contract;
 
+// ---------------------------------------------------------------- loading
+
+namespace {
+
+// The platform's loader: a module file opened by path (dlopen, or
+// LoadLibrary on Windows), its symbols by name, and why opening failed.
+#if defined(_WIN32)
+void* openLibrary(const std::string& path, std::string& error) {
+    HMODULE library = LoadLibraryA(path.c_str());
+    if (library == nullptr) {
+        const DWORD code = GetLastError();
+        char text[256] = "";
+        const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                                            0, text, sizeof text, nullptr);
+        error = std::string(text, length);
+        while (!error.empty() && (error.back() == '\n' || error.back() == '\r' || error.back() == ' ')) error.pop_back();
+        error += " (error " + std::to_string(code) + ")";
+    }
+    return reinterpret_cast<void*>(library);
+}
+void* findSymbol(void* library, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
+}
+void closeLibrary(void* library) { FreeLibrary(static_cast<HMODULE>(library)); }
+#else
+void* openLibrary(const std::string& path, std::string& error) {
+    dlerror();
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        const char* text = dlerror();
+        error = text != nullptr ? text : "unknown error";
+    }
+    return library;
+}
+void* findSymbol(void* library, const char* name) {
+    dlerror();
+    return dlsym(library, name);
+}
+void closeLibrary(void* library) { dlclose(library); }
+#endif
+
+}  // namespace
+
 // ---------------------------------------------------------------- Module
 
 struct Module::Impl {
     Session* session = nullptr;
-    void* library = nullptr;   // dlopen handle; null for an attached module
+    void* library = nullptr;   // the loader's handle; null for an attached module
     std::string path;
     McnMain mcnMain = nullptr;
     Tkvercn1 tkvercn1 = nullptr;
@@ -29,7 +78,7 @@ struct Module::Impl {
     std::vector<FunctionInfo> functions;
 
     ~Impl() {
-        if (library != nullptr) dlclose(library);
+        if (library != nullptr) closeLibrary(library);
     }
 };
 
@@ -137,15 +186,11 @@ std::unique_ptr<Module> Module::load(Session& session, const std::string& path) 
     auto impl = std::make_unique<Impl>();
     impl->session = &session;
     impl->path = path;
-    dlerror();
-    impl->library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (impl->library == nullptr) {
-        const char* error = dlerror();
-        throw std::runtime_error("cannot load module '" + path + "': " + (error != nullptr ? error : "unknown error"));
-    }
+    std::string error;
+    impl->library = openLibrary(path, error);
+    if (impl->library == nullptr) throw std::runtime_error("cannot load module '" + path + "': " + error);
     for (const char* symbol : {"mcn_main", "tkvercn1"}) {
-        dlerror();
-        void* address = dlsym(impl->library, symbol);
+        void* address = findSymbol(impl->library, symbol);
         if (address == nullptr) {
             throw std::runtime_error("module '" + path + "' does not export '" + symbol + "'");
         }

@@ -3,8 +3,12 @@
 // processor record, the current task and the name transcoder.
 #include "host/rng_services.h"
 
+#if defined(_WIN32)
+#include <process.h>
+#else
 #include <unicode/ucnv.h>
 #include <unistd.h>
+#endif
 
 #include <array>
 #include <chrono>
@@ -284,6 +288,16 @@ std::int32_t widenText(void* transcoder, const char* source, std::int64_t source
     RngHostState& services = *static_cast<TranscoderObject*>(transcoder)->services;
     if (destinationBytes != nullptr) *destinationBytes = 0;
     if (services.transcodeFailure != 0) return services.transcodeFailure;
+#if defined(_WIN32)
+    // No ICU here: the host's encoding backend widens the text.
+    std::int64_t units = 0;
+    const std::string& encoding = services.session->options().encoding;
+    if (!widenSessionText(encoding, source, sourceBytes, destination, capacityBytes / 2, &units)) {
+        return kStatusTranscodeFailed;
+    }
+    if (destinationBytes != nullptr) *destinationBytes = units * 2;
+    return 0;
+#else
     UErrorCode error = U_ZERO_ERROR;
     UConverter* converter = ucnv_open(services.session->options().encoding.c_str(), &error);
     if (U_FAILURE(error)) return kStatusTranscodeFailed;
@@ -294,6 +308,7 @@ std::int32_t widenText(void* transcoder, const char* source, std::int64_t source
     if (U_FAILURE(error)) return kStatusTranscodeFailed;
     if (destinationBytes != nullptr) *destinationBytes = std::int64_t{units} * 2;
     return 0;
+#endif
 }
 
 }  // namespace

@@ -33,8 +33,13 @@ TEST(Loader, MissingFile) {
 
 TEST(Loader, MissingSymbol) {
     // A library that surely exists and exports neither entry point.
+#if defined(_WIN32)
+    const char* const kSystemLibrary = "kernel32.dll";
+#else
+    const char* const kSystemLibrary = "libm.so.6";
+#endif
     Session session;
-    const std::string error = loadError(session, "libm.so.6");
+    const std::string error = loadError(session, kSystemLibrary);
     EXPECT_NE(std::string::npos, error.find("does not export 'mcn_main'")) << error;
 }
 
