@@ -8,14 +8,30 @@ GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev librandom123-dev libpcg-cpp-dev binutils
 JOBS       ?= $(shell nproc)
+# The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
+# run under Wine. GoogleTest is built from Debian's source package there.
+WIN_BUILD    ?= build/win64
+WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 googletest \
+                librandom123-dev libpcg-cpp-dev
 
-.PHONY: all deps configure build demo test test-asan test-clang bench clean
+.PHONY: all deps deps-windows configure build demo test test-asan test-clang test-windows bench clean
 
 all: build
 
 # Installs missing Debian packages (needs root or sudo on a fresh machine).
 deps:
 	@missing=""; for p in $(PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:$$missing"; \
+	  SUDO=""; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
+	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
+	fi
+
+# The same for the Windows leg's packages.
+deps-windows:
+	@missing=""; for p in $(WIN_PACKAGES); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -49,6 +65,15 @@ test-clang: deps
 	cmake -S . -B build-clang $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
 	cmake --build build-clang -j $(JOBS)
 	cd build-clang && ctest --output-on-failure -j $(JOBS)
+
+# The module as a 64-bit Windows DLL ($(WIN_BUILD)/txscanmd.dll): its export
+# table and imports checked, then every test program run under Wine.
+test-windows: deps-windows
+	cmake -S . -B $(WIN_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/mingw-w64-x86_64.cmake
+	cmake --build $(WIN_BUILD) -j $(JOBS)
+	./scripts/check-dll.sh $(WIN_BUILD)/txscanmd.dll
+	./scripts/run-wine-tests.sh $(WIN_BUILD)
 
 bench: deps
 	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON
