@@ -23,7 +23,7 @@
 // (-99) and leaves the cursor where it was, so the module's walk loops end
 // when they step off either end. An empty text has no position at all.
 //
-// The host's answers where Part 1.3 leaves them open:
+// The host's own answers where the module leaves a choice to its host:
 //   - seekChars: 0 when moved, -99 outside, -1 for a whence other than 0 and
 //     -999; nextChar: 0 when moved, kCursorEmpty (-9) at the last character
 //     or on an empty text (the cursor stays);

@@ -7,7 +7,7 @@
 namespace txhost {
 namespace {
 
-struct Spec {
+struct Directive {
     std::string flags;
     int width = -1;
     int precision = -1;
@@ -15,22 +15,22 @@ struct Spec {
     char conversion = 0;
 };
 
-void pad(std::u16string& out, const std::u16string& body, const Spec& spec) {
-    std::size_t width = spec.width < 0 ? 0 : static_cast<std::size_t>(spec.width);
-    bool left = spec.flags.find('-') != std::string::npos;
+void pad(std::u16string& out, const std::u16string& body, const Directive& directive) {
+    std::size_t width = directive.width < 0 ? 0 : static_cast<std::size_t>(directive.width);
+    bool left = directive.flags.find('-') != std::string::npos;
     std::size_t fill = body.size() < width ? width - body.size() : 0;
     if (!left) out.append(fill, u' ');
     out += body;
     if (left) out.append(fill, u' ');
 }
 
-std::string printfSpec(const Spec& spec, const char* length) {
+std::string printfDirective(const Directive& directive, const char* length) {
     std::string format = "%";
-    format.append(spec.flags);
-    if (spec.width >= 0) format.append(std::to_string(spec.width));
-    if (spec.precision >= 0) format.append(".").append(std::to_string(spec.precision));
+    format.append(directive.flags);
+    if (directive.width >= 0) format.append(std::to_string(directive.width));
+    if (directive.precision >= 0) format.append(".").append(std::to_string(directive.precision));
     format.append(length);
-    format.push_back(spec.conversion);
+    format.push_back(directive.conversion);
     return format;
 }
 
@@ -55,52 +55,52 @@ std::u16string formatTk(const char16_t* format, std::va_list arguments) {
             out += u'%';
             continue;
         }
-        Spec spec;
-        while (*p == u'-' || *p == u'+' || *p == u' ' || *p == u'0' || *p == u'#') spec.flags += static_cast<char>(*p++);
+        Directive directive;
+        while (*p == u'-' || *p == u'+' || *p == u' ' || *p == u'0' || *p == u'#') directive.flags += static_cast<char>(*p++);
         if (*p == u'*') {
-            spec.width = va_arg(arguments, int);
-            if (spec.width < 0) {
-                spec.flags += '-';
-                spec.width = -spec.width;
+            directive.width = va_arg(arguments, int);
+            if (directive.width < 0) {
+                directive.flags += '-';
+                directive.width = -directive.width;
             }
             ++p;
         } else {
-            for (; *p >= u'0' && *p <= u'9'; ++p) spec.width = (spec.width < 0 ? 0 : spec.width * 10) + (*p - u'0');
+            for (; *p >= u'0' && *p <= u'9'; ++p) directive.width = (directive.width < 0 ? 0 : directive.width * 10) + (*p - u'0');
         }
         if (*p == u'.') {
             ++p;
-            spec.precision = 0;
+            directive.precision = 0;
             if (*p == u'*') {
-                spec.precision = va_arg(arguments, int);
+                directive.precision = va_arg(arguments, int);
                 ++p;
             } else {
-                for (; *p >= u'0' && *p <= u'9'; ++p) spec.precision = spec.precision * 10 + (*p - u'0');
+                for (; *p >= u'0' && *p <= u'9'; ++p) directive.precision = directive.precision * 10 + (*p - u'0');
             }
         }
         while (*p == u'h' || *p == u'l' || *p == u'z' || *p == u'j' || *p == u'L')
-            spec.length += static_cast<char>(*p++);
+            directive.length += static_cast<char>(*p++);
         if (*p == 0) break;
-        spec.conversion = static_cast<char>(*p);
+        directive.conversion = static_cast<char>(*p);
         char buffer[512];
-        switch (spec.conversion) {
+        switch (directive.conversion) {
         case 'd':
         case 'i':
         case 'u':
         case 'x':
         case 'X':
         case 'o': {
-            bool isSigned = spec.conversion == 'd' || spec.conversion == 'i';
-            if (spec.length == "ll" || spec.length == "l" || spec.length == "j" || spec.length == "z") {
+            bool isSigned = directive.conversion == 'd' || directive.conversion == 'i';
+            if (directive.length == "ll" || directive.length == "l" || directive.length == "j" || directive.length == "z") {
                 if (isSigned)
-                    std::snprintf(buffer, sizeof buffer, printfSpec(spec, "ll").c_str(), va_arg(arguments, long long));
+                    std::snprintf(buffer, sizeof buffer, printfDirective(directive, "ll").c_str(), va_arg(arguments, long long));
                 else
-                    std::snprintf(buffer, sizeof buffer, printfSpec(spec, "ll").c_str(),
+                    std::snprintf(buffer, sizeof buffer, printfDirective(directive, "ll").c_str(),
                                   va_arg(arguments, unsigned long long));
             } else if (isSigned) {
-                std::snprintf(buffer, sizeof buffer, printfSpec(spec, spec.length.c_str()).c_str(),
+                std::snprintf(buffer, sizeof buffer, printfDirective(directive, directive.length.c_str()).c_str(),
                               va_arg(arguments, int));
             } else {
-                std::snprintf(buffer, sizeof buffer, printfSpec(spec, spec.length.c_str()).c_str(),
+                std::snprintf(buffer, sizeof buffer, printfDirective(directive, directive.length.c_str()).c_str(),
                               va_arg(arguments, unsigned int));
             }
             out += ascii(buffer);
@@ -114,11 +114,11 @@ std::u16string formatTk(const char16_t* format, std::va_list arguments) {
         case 'G':
         case 'a':
         case 'A':
-            std::snprintf(buffer, sizeof buffer, printfSpec(spec, "").c_str(), va_arg(arguments, double));
+            std::snprintf(buffer, sizeof buffer, printfDirective(directive, "").c_str(), va_arg(arguments, double));
             out += ascii(buffer);
             break;
         case 'c':
-            pad(out, std::u16string(1, static_cast<char16_t>(va_arg(arguments, int))), spec);
+            pad(out, std::u16string(1, static_cast<char16_t>(va_arg(arguments, int))), directive);
             break;
         case 'p':
             std::snprintf(buffer, sizeof buffer, "%p", va_arg(arguments, void*));
@@ -127,8 +127,8 @@ std::u16string formatTk(const char16_t* format, std::va_list arguments) {
         case 's':
         case 'S': {
             std::u16string body;
-            std::size_t limit = spec.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(spec.precision);
-            if (spec.length == "h") {
+            std::size_t limit = directive.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(directive.precision);
+            if (directive.length == "h") {
                 const char* text = va_arg(arguments, const char*);
                 if (text == nullptr) text = "(null)";
                 for (std::size_t i = 0; i < limit && text[i] != 0; ++i)
@@ -138,7 +138,7 @@ std::u16string formatTk(const char16_t* format, std::va_list arguments) {
                 if (text == nullptr) text = u"(null)";
                 for (std::size_t i = 0; i < limit && text[i] != 0; ++i) body += text[i];
             }
-            pad(out, body, spec);
+            pad(out, body, directive);
             break;
         }
         default:
