@@ -32,11 +32,22 @@ inline std::string noteName(const std::string& function) {
     return function.substr(1);   // KFINDC, KCOUNTC
 }
 
+// The arguments of a call, readably, for failure traces.
+inline std::string describe(const std::vector<txhost::Argument>& arguments) {
+    std::string out;
+    for (const txhost::Argument& a : arguments) {
+        if (const auto* text = std::get_if<std::string>(&a)) out += "'" + *text + "' ";
+        if (const auto* number = std::get_if<double>(&a)) out += std::to_string(*number) + " ";
+        if (std::holds_alternative<txhost::Absent>(a)) out += ". ";
+    }
+    return out;
+}
+
 inline void runCases(const char* encoding, const std::vector<Case>& cases) {
     txhost::Session session(sessionOptions(encoding));
     auto module = txhost::Module::load(session);
     for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << encoding << " " << c.function << " case #" << (&c - cases.data()));
+        SCOPED_TRACE(::testing::Message() << encoding << " " << c.function << "(" << describe(c.arguments) << ")");
         const txhost::CallResult r = module->call(c.function, c.arguments);
         EXPECT_EQ(c.status, r.status);
         std::string notes;

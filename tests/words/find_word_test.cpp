@@ -168,30 +168,34 @@ TEST(FindWord, StartAndArgumentErrors) {
     EXPECT_EQ(r.messages[0].character, 'Z');
 }
 
-struct WideFind {
-    const char* encoding;
-    std::vector<Argument> args;
-    double answer;
-};
-
-TEST(FindWord, MultiByteSources) {
-    const WideFind cases[] = {
-        {"UTF-8", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la"), S("\xC3\xA0")}, 5},
-        {"UTF-8", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la"), S("la"), S(" "), S("E")}, 3},
-        {"UTF-8", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la"), S("\xC3\x89T\xC3\x89"), S(" "), S("I")}, 1},
-        {"UTF-8", {S("\xC3\xA9 x \xC3\xA9"), S("\xC3\xA9"), 2.0}, 5},
-        {"UTF-8", {S("\xC3\xA9 x \xC3\xA9"), S("x"), S(" "), S("BE")}, 2},
-        {"UTF-8", {S("\xC3\xA9 x \xC3\xA9"), S("x"), 3.0, S(" ")}, 3},
-        {"Shift_JIS", {S("\x83\x7C\x83\x41 \x82\xA0"), S("\x82\xA0")}, 4},
-        {"Shift_JIS", {S("\x83\x7C\x83\x41 \x82\xA0"), S("\x83\x41")}, 0},
+// Both functions on multi-byte text, positions in characters. 0x837C is
+// one Shift_JIS character whose second byte is the vertical bar.
+TEST(WordFunctions, MultiByteSources) {
+    struct WideCase {
+        const char* encoding;
+        const char* function;
+        std::vector<Argument> args;
+        double answer;
     };
-    for (const WideFind& c : cases) {
-        SCOPED_TRACE(c.encoding + std::string(" ") + describe(c.args));
-        txhost::SessionOptions options;
-        options.encoding = c.encoding;
-        txhost::Session session(options);
-        auto module = txhost::Module::load(session);
-        const txhost::CallResult r = module->call("KFINDW", c.args);
+    const WideCase cases[] = {
+        {"UTF-8", "KCOUNTW", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la plage")}, 4},
+        {"UTF-8", "KCOUNTW", {S("\xC3\xA9,\xC3\xA9,,x"), S(",")}, 3},
+        {"UTF-8", "KCOUNTW", {S("a\xC3\xA9" "b\xC3\xA9" "c"), S("\xC3\xA9")}, 3},
+        {"Shift_JIS", "KCOUNTW", {S("\x83\x7C\x83\x41 \x82\xA0")}, 2},
+        {"Shift_JIS", "KCOUNTW", {S("\x82\xA0,\x82\xA2"), S(",")}, 2},
+        {"UTF-8", "KFINDW", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la"), S("\xC3\xA0")}, 5},
+        {"UTF-8", "KFINDW", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la"), S("la"), S(" "), S("E")}, 3},
+        {"UTF-8", "KFINDW", {S("\xC3\xA9t\xC3\xA9 \xC3\xA0 la"), S("\xC3\x89T\xC3\x89"), S(" "), S("I")}, 1},
+        {"UTF-8", "KFINDW", {S("\xC3\xA9 x \xC3\xA9"), S("\xC3\xA9"), 2.0}, 5},
+        {"UTF-8", "KFINDW", {S("\xC3\xA9 x \xC3\xA9"), S("x"), S(" "), S("BE")}, 2},
+        {"UTF-8", "KFINDW", {S("\xC3\xA9 x \xC3\xA9"), S("x"), 3.0, S(" ")}, 3},
+        {"Shift_JIS", "KFINDW", {S("\x83\x7C\x83\x41 \x82\xA0"), S("\x82\xA0")}, 4},
+        {"Shift_JIS", "KFINDW", {S("\x83\x7C\x83\x41 \x82\xA0"), S("\x83\x41")}, 0},
+    };
+    for (const WideCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " " + c.function + " " + describe(c.args));
+        txhost::Session session(txtest::sessionOptions(c.encoding));
+        const txhost::CallResult r = txhost::Module::load(session)->call(c.function, c.args);
         EXPECT_EQ(r.status, kStatusOk);
         EXPECT_EQ(r.number.value_or(-1), c.answer);
     }
@@ -210,16 +214,29 @@ TEST(FindWord, CachedSetAtACachingSite) {
     EXPECT_EQ(session.counters().allocationsByFlags[0x2004], before + 1);
 }
 
-TEST(FindWord, RefusedCacheStoresNothing) {
+// A refused cache allocation stores nothing, and the next call builds it.
+TEST(WordFunctions, RefusedCacheStoresNothing) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    txhost::CallSite site(*module, module->functionIndex("KFINDW"), 0x68);
-    session.failAllocationAfter(1);
-    const txhost::CallResult r = site.call({S("a,b"), S("b"), S(","), S("O")});
-    EXPECT_EQ(r.status, kStatusNoMemory);
-    EXPECT_FALSE(r.number.has_value());
-    session.failAllocationAfter(0);
-    EXPECT_EQ(site.call({S("a,b"), S("b"), S(","), S("O")}).number.value_or(-1), 3.0);
+    const struct {
+        const char* function;
+        std::uint8_t siteKind;
+        std::vector<Argument> args;
+        double answer;
+    } cases[] = {
+        {"KCOUNTW", 0x88, {S("a,b"), S(","), S("O")}, 2},
+        {"KFINDW", 0x68, {S("a,b"), S("b"), S(","), S("O")}, 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.function);
+        txhost::CallSite site(*module, module->functionIndex(c.function), c.siteKind);
+        session.failAllocationAfter(1);
+        const txhost::CallResult r = site.call(c.args);
+        session.failAllocationAfter(0);
+        EXPECT_EQ(r.status, kStatusNoMemory);
+        EXPECT_FALSE(r.number.has_value());
+        EXPECT_EQ(site.call(c.args).number.value_or(-1), c.answer);
+    }
 }
 
 }  // namespace

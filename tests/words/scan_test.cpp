@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,24 +33,14 @@ struct ScanCase {
     double length;
 };
 
-// Arguments 3 and 4 of the function (delimiters, modifiers); an absent
-// delimiter list before modifiers is passed as a null value.
-std::vector<Argument> tail(const ScanCase& c) {
-    std::vector<Argument> args;
+// The function's arguments, or the call routine's with its two outputs
+// after the word number; an absent delimiter list before modifiers is
+// passed as a null value.
+std::vector<Argument> scanArgs(const ScanCase& c, bool routine) {
+    std::vector<Argument> args{std::string(c.source), c.n};
+    if (routine) args.insert(args.end(), {kNoValue, kNoValue});
     if (c.delimiters || c.modifiers) args.push_back(c.delimiters ? Argument(*c.delimiters) : Argument(Absent{}));
     if (c.modifiers) args.push_back(*c.modifiers);
-    return args;
-}
-
-std::vector<Argument> functionArgs(const ScanCase& c) {
-    std::vector<Argument> args{std::string(c.source), c.n};
-    for (auto& a : tail(c)) args.push_back(a);
-    return args;
-}
-
-std::vector<Argument> routineArgs(const ScanCase& c) {
-    std::vector<Argument> args{std::string(c.source), c.n, kNoValue, kNoValue};
-    for (auto& a : tail(c)) args.push_back(a);
     return args;
 }
 
@@ -59,7 +50,6 @@ const ScanCase kCases[] = {
     {"a b c", -1, {}, {}, "c", 5, 1},
     {"a b c", 4, {}, {}, " ", 0, 0},
     {"  a!!b(c)  ", 3, {}, {}, "c", 8, 1},
-    {"x.y<z|w", 4, {}, {}, "w", 7, 1},
     {"a_b#c", 1, {}, {}, "a_b#c", 1, 5},
     // explicit lists, including the empty one
     {"a,b c", 2, ",", {}, "b c", 3, 3},
@@ -74,11 +64,9 @@ const ScanCase kCases[] = {
     {",a,", -1, ",", "M", "", 4, 0},
     {",,a,,b,,", 7, ",", "M", "", 9, 0},
     {",,a,,b,,", 8, ",", "M", "", 0, 0},
-    {"a,b,", 3, ",", "m", "", 5, 0},
     // B and negative counts count from the right
     {"a b c", 1, " ", "B", "c", 5, 1},
     {"a b c", -2, {}, {}, "b", 3, 1},
-    {"a b c", -3, " ", "B", "a", 1, 1},
     {"a,b,", -1, ",", "MB", "", 5, 0},
     // I, K, U, L
     {"aXbxc", 2, "x", "I", "b", 3, 1},
@@ -102,7 +90,6 @@ const ScanCase kCases[] = {
     {"zz1fzz", 2, "", "X", "zz", 5, 2},
     // Q: balanced, unbalanced, nested kinds
     {"a 'b c' d", 2, " ", "Q", "'b c'", 3, 5},
-    {"a 'b c' d", 3, " ", "Q", "d", 9, 1},
     {"a 'b c d", 2, " ", "Q", "'b c d", 3, 6},
     {"a \"b 'c\" d' e", 2, " ", "Q", "\"b 'c\"", 3, 6},
     {"a \"b 'c\" d' e", 3, " ", "Q", "d' e", 10, 4},
@@ -115,7 +102,6 @@ const ScanCase kCases[] = {
     {"a b c", 4, " ", "R", "", 0, 0},
     // T (it trims the delimiter list too: " " becomes empty)
     {"a b  ", 3, " ,", "MT", "", 4, 0},
-    {"a b  ", 3, " ,", "M", "", 5, 0},
     {"a b  ", 1, " ", "T", "a b", 1, 3},
     {"   ", 1, " ,", "T", " ", 0, 0},
     {"   ", 1, " ,", "TR", "", 0, 0},
@@ -124,7 +110,6 @@ const ScanCase kCases[] = {
     {"a b", 1e10, {}, {}, "a", 1, 1},
     {"a b", -1e10, {}, {}, " ", 0, 0},
     {"a b", 1.0 / 0.0, {}, {}, "a", 1, 1},
-    {"a b", -1.0 / 0.0, {}, {}, " ", 0, 0},
     {"a b", 2.0, " ", "EOV:Z9", "b", 3, 1},
 };
 
@@ -144,11 +129,11 @@ TEST_P(ScanTest, FunctionAndCallRoutineAgree) {
     auto module = txhost::Module::load(session);
     for (const ScanCase& c : kCases) {
         SCOPED_TRACE(caseName(c));
-        const txhost::CallResult f = module->call("KSCANX", functionArgs(c));
+        const txhost::CallResult f = module->call("KSCANX", scanArgs(c, false));
         EXPECT_EQ(f.status, kStatusOk);
         EXPECT_EQ(f.text.value_or("<not stored>"), c.text);
         EXPECT_TRUE(f.messages.empty());
-        const txhost::CallResult r = module->call("KSCANX", routineArgs(c), true);
+        const txhost::CallResult r = module->call("KSCANX", scanArgs(c, true), true);
         EXPECT_EQ(r.status, kStatusOk);
         EXPECT_EQ(r.position.value_or(-1), c.position);
         EXPECT_EQ(r.length.value_or(-1), c.length);
@@ -245,40 +230,32 @@ TEST(ScanMultiByte, CharactersAndWholeCharacterCuts) {
     }
 }
 
-TEST(ScanResultBuffer, GrowsInSteps) {
+// A growable buffer grows once for a long word and is capped at its limit;
+// a refused reallocation stores nothing and a fresh site works again.
+TEST(ScanResultBuffer, GrowsInStepsAndRefusalStoresNothing) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
     const std::string word(3000, 'w');
-    txhost::CallSite site(*module, module->functionIndex("KSCANX"));
-    site.useGrowableResult(5000, 0);
+    const std::string source = "a " + word + " b";
+    auto site = [&](std::int64_t limit) {
+        auto s = std::make_unique<txhost::CallSite>(*module, module->functionIndex("KSCANX"));
+        s->useGrowableResult(limit, 0);
+        return s;
+    };
+    auto growing = site(5000);
     const std::int64_t before = session.counters().reallocations;
-    txhost::CallResult f = site.call({"a " + word + " b", 2.0});
-    EXPECT_EQ(f.status, kStatusOk);
-    EXPECT_EQ(f.text.value_or(""), word);
+    EXPECT_EQ(growing->call({source, 2.0}).text.value_or(""), word);
+    EXPECT_EQ(growing->call({source, 3.0}).text.value_or(""), "b");
     EXPECT_EQ(session.counters().reallocations, before + 1);
-    EXPECT_EQ(site.call({"a " + word + " b", 3.0}).text.value_or(""), "b");
-    EXPECT_EQ(session.counters().reallocations, before + 1);
+    EXPECT_EQ(site(1500)->call({source, 2.0}).text.value_or(""), std::string(1500, 'w'));
 
-    txhost::CallSite capped(*module, module->functionIndex("KSCANX"));
-    capped.useGrowableResult(1500, 0);
-    f = capped.call({"a " + word + " b", 2.0});
-    EXPECT_EQ(f.text.value_or(""), std::string(1500, 'w'));
-}
-
-TEST(ScanResultBuffer, RefusedReallocationStoresNothing) {
-    txhost::Session session;
-    auto module = txhost::Module::load(session);
-    txhost::CallSite site(*module, module->functionIndex("KSCANX"));
-    site.useGrowableResult(5000, 0);
+    auto refused = site(5000);
     session.failReallocationAfter(1);
-    const txhost::CallResult f = site.call({std::string("a ") + std::string(2000, 'w'), 2.0});
+    const txhost::CallResult f = refused->call({source, 2.0});
+    session.failReallocationAfter(0);
     EXPECT_EQ(f.status, kStatusNoMemory);
     EXPECT_FALSE(f.text.has_value());
-    session.failReallocationAfter(0);
-    // The refused buffer is gone; a fresh site works again.
-    txhost::CallSite next(*module, module->functionIndex("KSCANX"));
-    next.useGrowableResult(5000, 0);
-    EXPECT_EQ(next.call({std::string("a b"), 2.0}).text.value_or(""), "b");
+    EXPECT_EQ(site(5000)->call({std::string("a b"), 2.0}).text.value_or(""), "b");
 }
 
 }  // namespace
