@@ -32,7 +32,7 @@ bool allBytes(const void* p, std::size_t n, unsigned char value) {
     return true;
 }
 
-TEST(Pools, ZeroFilledFlagWordsAndAlignment) {
+TEST(Pools, ZeroFilledCountedFlagWordsAndAlignment) {
     struct FillCase {
         std::int32_t flags;
         bool zero;
@@ -42,6 +42,7 @@ TEST(Pools, ZeroFilledFlagWordsAndAlignment) {
     for (const PoolCase& p : kPools) {
         Session session;
         MemoryPool* pool = p.pool(session);
+        session.counters().allocationsByFlags.clear();
         for (const FillCase& f : fills) {
             SCOPED_TRACE(std::string(p.name) + " flags " + std::to_string(f.flags));
             for (std::int64_t size : {1, 7, 224, 4096}) {
@@ -50,23 +51,11 @@ TEST(Pools, ZeroFilledFlagWordsAndAlignment) {
                 EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(block) % 16);
                 EXPECT_EQ(f.zero, allBytes(block, static_cast<std::size_t>(size), 0));
             }
+            EXPECT_EQ(4, session.counters().allocationsByFlags[f.flags]);   // counted by flag word
         }
+        EXPECT_EQ(0, session.counters().reallocations);
+        EXPECT_EQ(nullptr, pool->allocate(pool, -1, kPoolModuleZeroed));
     }
-}
-
-TEST(Pools, CountsByFlagWord) {
-    Session session;
-    MemoryPool* pool = static_cast<MemoryPool*>(session.hostVector()->modulePool);
-    session.counters().allocationsByFlags.clear();
-    pool->allocate(pool, 16, kPoolModuleZeroed);
-    pool->allocate(pool, 16, kPoolModuleZeroed);
-    pool->allocate(pool, 224, kPoolEnvironment);
-    pool->allocate(pool, 258, kPoolSiteCache);
-    EXPECT_EQ(2, session.counters().allocationsByFlags[kPoolModuleZeroed]);
-    EXPECT_EQ(1, session.counters().allocationsByFlags[kPoolEnvironment]);
-    EXPECT_EQ(1, session.counters().allocationsByFlags[kPoolSiteCache]);
-    EXPECT_EQ(0, session.counters().reallocations);
-    EXPECT_EQ(nullptr, pool->allocate(pool, -1, kPoolModuleZeroed));
 }
 
 TEST(Pools, ReallocateKeepsContents) {
