@@ -9,6 +9,7 @@
 #endif
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,13 +39,16 @@ protected:
         : session(std::move(options)), module(txhost::Module::attach(session, &mcn_main, &tkvercn1)) {}
 
     txhost::RngServices& services() { return txhost::rngServices(session); }
+    void setText(std::string_view name, std::string_view text) { session.setSetting(name, text); }
+    // Shows every message of the library (informational ones included).
+    void showAllMessages() { setText("OSENV.QIX_RNG_MESSAGES", "all"); }
 
     // Everything logged or issued since the last call.
     std::vector<Message> messages() { return session.takeMessages(); }
-    std::vector<std::string> logLines(int level = -1) {
+    std::vector<std::string> logLines(int level) {
         std::vector<std::string> lines;
         for (const Message& m : messages())
-            if (m.source == Message::Source::LogLine && (level < 0 || m.kind == level)) lines.push_back(m.text);
+            if (m.source == Message::Source::LogLine && m.kind == level) lines.push_back(m.text);
         return lines;
     }
     std::vector<Message> catalogued() {
@@ -59,9 +63,6 @@ protected:
         return codes;
     }
 
-    // Shows every message of the library (informational ones included).
-    void showAllMessages() { session.setSetting("OSENV.QIX_RNG_MESSAGES", std::string_view("all")); }
-
     txhost::Session session;
     std::unique_ptr<txhost::Module> module;
 };
@@ -74,6 +75,20 @@ struct MethodUnderTest {
     explicit MethodUnderTest(txscan::rng::FillRoutine fill) { fill(&method); }
     const txscan::rng::RngOperations& ops() const { return method.ops; }
     void* s() { return state; }
+    std::uint64_t next64() { return method.ops.next64(state); }
+    std::uint32_t next32() { return method.ops.next32(state); }
+    std::vector<std::uint64_t> draw(int n) {
+        std::vector<std::uint64_t> out;
+        for (int i = 0; i < n; ++i) out.push_back(next64());
+        return out;
+    }
+    // Word k of the state read as Word.
+    template <typename Word>
+    Word word(int k) const {
+        Word w;
+        std::memcpy(&w, state + sizeof(Word) * static_cast<std::size_t>(k), sizeof w);
+        return w;
+    }
 };
 
 }  // namespace rngtest

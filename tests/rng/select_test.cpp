@@ -12,12 +12,8 @@ namespace {
 
 using namespace txscan::rng;
 
-struct NameCase {
-    const char* name;
-    const char* method;
-};
-
-const NameCase kNames[] = {
+// Every accepted name and alias with the method it selects.
+const std::pair<const char*, const char*> kNames[] = {
     {"XOR64", "XOR64"},     {"XOR128", "XOR128"},         {"XOR1024", "XOR1024"},
     {"XOR4096", "XOR4096"}, {"XORGENS", "XORGENS"},       {"TF", "FRY4X64"},
     {"TF2", "FRY2X64"},     {"TF4", "FRY4X64"},           {"THREEFRY", "FRY4X64"},
@@ -48,26 +44,20 @@ protected:
 };
 
 TEST_F(SelectTest, EveryNameAndAliasInAnyCaseAndBlanks) {
-    for (const NameCase& c : kNames) {
-        if (!processorHasRdrand() && std::string(c.method) == "RDRAND") continue;
-        for (const std::string& spelling : {std::string(c.name), lower(c.name), "  " + lower(c.name) + "   "}) {
+    for (const auto& [name, method] : kNames) {
+        if (!processorHasRdrand() && std::string(method) == "RDRAND") continue;
+        for (const std::string& spelling : {std::string(name), lower(name), "  " + lower(name) + "   "}) {
             EXPECT_EQ(select8(spelling.c_str()), 0) << spelling;
-            EXPECT_EQ(chosen(), c.method) << spelling;
-            EXPECT_EQ(std::u16string(record.wideName), wide(c.method)) << "the canonical name replaces the request";
+            EXPECT_EQ(chosen(), method) << spelling;
+            EXPECT_EQ(std::u16string(record.wideName), wide(method)) << "the canonical name replaces the request";
             EXPECT_EQ(select16(wide(spelling)), 0) << spelling;
-            EXPECT_EQ(chosen(), c.method) << spelling;
+            EXPECT_EQ(chosen(), method) << spelling;
         }
     }
 }
 
-struct FallbackCase {
-    const char* name;
-    std::int32_t length;
-    std::uint32_t status;
-    const char* method;
-};
-
 TEST_F(SelectTest, UnknownNamesFallBackToMtHybrid) {
+    struct FallbackCase { const char* name; std::int32_t length; std::uint32_t status; const char* method; };
     const FallbackCase cases[] = {
         {"XOR 64", -1, 0x8C7FE80B, "MTHYBRID"},
         {"XOR65", -1, 0x8C7FE80B, "MTHYBRID"},
@@ -89,11 +79,7 @@ TEST_F(SelectTest, UnknownNamesFallBackToMtHybrid) {
 }
 
 TEST_F(SelectTest, TheSettingNamesTheMethodWhenNoNameIsGiven) {
-    const struct {
-        const char* setting;
-        std::uint32_t status;
-        const char* method;
-    } cases[] = {
+    const struct { const char* setting; std::uint32_t status; const char* method; } cases[] = {
         {"xorgens", 0, "XORGENS"},
         {"xorgens ", 0x8C7FE80B, "MTHYBRID"},   // the setting is not trimmed
         {"", 0, "MTHYBRID"},
@@ -102,11 +88,11 @@ TEST_F(SelectTest, TheSettingNamesTheMethodWhenNoNameIsGiven) {
         {"THREEFRY4X64XXYY", 0x8C7FE80B, "MTHYBRID"}, // cut to 14
     };
     for (const auto& c : cases) {
-        session.setSetting("OSENV.QIX_RNG_METHOD", std::string_view(c.setting));
+        setText("OSENV.QIX_RNG_METHOD", c.setting);
         EXPECT_EQ(static_cast<std::uint32_t>(select8("  ")), c.status) << c.setting;
         EXPECT_EQ(chosen(), c.method) << c.setting;
     }
-    session.setSetting("OSENV.QIX_RNG_METHOD", std::string_view("XOR4096"));
+    setText("OSENV.QIX_RNG_METHOD", "XOR4096");
     EXPECT_EQ(select8("MT"), 0) << "an explicit name wins over the setting";
     EXPECT_EQ(chosen(), "MT64");
     session.clearSetting("OSENV.QIX_RNG_METHOD");
@@ -148,7 +134,7 @@ TEST_F(SelectTest, EightBitNamesAreWidenedByTheHost) {
     // A failed conversion is reported and the name counts as empty.
     constexpr std::int32_t kBroken = static_cast<std::int32_t>(0x803FC0F1u);
     txhost::failTranscoding(services(), kBroken);
-    session.setSetting("OSENV.QIX_RNG_METHOD", std::string_view("pcg"));
+    setText("OSENV.QIX_RNG_METHOD", "pcg");
     EXPECT_EQ(select8("XOR64"), 0);
     EXPECT_EQ(chosen(), "PCG64I");
     std::vector<Message> issued = catalogued();
