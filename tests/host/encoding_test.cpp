@@ -280,8 +280,8 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
 TEST(EncodingHandle, ByteTablesOfTheSession) {
     Session latin1(withEncoding("ISO-8859-1"));
     const HostVector* hv = latin1.hostVector();
-    EXPECT_EQ('Z', hv->upcaseMap['z']);
-    EXPECT_EQ('a', hv->lowcaseMap['A']);
+    EXPECT_EQ('Z', hv->upcaseMap[static_cast<unsigned char>('z')]);
+    EXPECT_EQ('a', hv->lowcaseMap[static_cast<unsigned char>('A')]);
     EXPECT_EQ(0xC9, hv->upcaseMap[0xE9]);
     EXPECT_EQ(0xE9, hv->lowcaseMap[0xC9]);
     EXPECT_EQ(0xDF, hv->upcaseMap[0xDF]);   // ß has no one-character upper case
@@ -298,8 +298,8 @@ TEST(EncodingHandle, ByteTablesOfTheSession) {
         EXPECT_EQ(b, u->upcaseMap[b]);
         EXPECT_EQ(b, u->lowcaseMap[b]);
     }
-    EXPECT_EQ('A', u->upcaseMap['a']);
-    EXPECT_EQ(0x02 | 0x80, u->classTable['a']);
+    EXPECT_EQ('A', u->upcaseMap[static_cast<unsigned char>('a')]);
+    EXPECT_EQ(0x02 | 0x80, u->classTable[static_cast<unsigned char>('a')]);
 }
 
 TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
