@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "expression.h"
 #include "host/host.h"
+#include "terminal_text.h"
 
 namespace txcli {
 
@@ -52,7 +53,8 @@ std::string quoted(const std::string& text) {
 
 class Evaluator {
 public:
-    Evaluator(txhost::Module& module, std::int64_t length) : module_(module), length_(length) {}
+    Evaluator(txhost::Module& module, std::int64_t length, const TerminalText& terminal)
+        : module_(module), length_(length), terminal_(terminal) {}
 
     CallResult run(const Call& call) {
         const int index = functionIndex(call);
@@ -88,7 +90,7 @@ private:
     Argument argumentValue(const Call& call, int position, const Expression& e) {
         if (std::holds_alternative<Missing>(e)) return txscan::contract::missingValue();
         if (auto* number = std::get_if<double>(&e)) return *number;
-        if (auto* text = std::get_if<std::string>(&e)) return *text;
+        if (auto* text = std::get_if<std::string>(&e)) return terminal_.toSession(*text);
         if (std::holds_alternative<Name>(e)) {
             if (call.callRoutine && (position == 3 || position == 4)) return 0.0;
             throw UsageError("a name (" + std::get<Name>(e).text + ") may only stand for an output argument of a call routine");
@@ -111,6 +113,7 @@ public:
 private:
     txhost::Module& module_;
     std::int64_t length_;
+    const TerminalText& terminal_;
 };
 
 void printMessages(const std::vector<txhost::Message>& messages) {
@@ -126,7 +129,7 @@ void printMessages(const std::vector<txhost::Message>& messages) {
 }
 
 // One line per call: the call as written, then its answer.
-void printResult(const Call& call, const CallResult& r) {
+void printResult(const Call& call, const CallResult& r, const TerminalText& terminal) {
     std::printf("%s = ", call.source.c_str());
     if (r.status != 0 && !r.number && !r.text) {
         std::printf("status %s (%d)\n", txhost::statusName(r.status).c_str(), r.status);
@@ -142,7 +145,7 @@ void printResult(const Call& call, const CallResult& r) {
         std::printf("%s=%s %s=%s\n", name(2, "position").c_str(), formatNumber(r.position.value_or(0)).c_str(),
                     name(3, "length").c_str(), formatNumber(r.length.value_or(0)).c_str());
     } else if (r.text) {
-        std::printf("%s\n", quoted(*r.text).c_str());
+        std::printf("%s\n", quoted(terminal.fromSession(*r.text)).c_str());
     } else if (r.number) {
         std::printf("%s\n", formatNumber(*r.number).c_str());
     }
@@ -183,10 +186,11 @@ int runEval(const EvalSettings& settings) {
     try {
         txhost::Session session(options);
         auto module = txhost::Module::load(session, settings.modulePath);
+        const TerminalText terminal(settings.encoding);
         for (const auto& call : calls) {
-            Evaluator evaluator(*module, settings.length);
+            Evaluator evaluator(*module, settings.length, terminal);
             CallResult r = evaluator.run(call);
-            printResult(call, r);
+            printResult(call, r, terminal);
             printMessages(evaluator.nestedMessages_);
             printMessages(r.messages);
         }
