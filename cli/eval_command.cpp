@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
-#include "expression.h"
+#include "cli/commands.h"
+#include "cli/expression.h"
 #include "host/host.h"
-#include "terminal_text.h"
+#include "cli/terminal_text.h"
 
 namespace txcli {
 

@@ -1,5 +1,5 @@
 // A small recursive-descent reader for the calls of `txscan eval`.
-#include "expression.h"
+#include "cli/expression.h"
 
 #include <cctype>
 #include <charconv>

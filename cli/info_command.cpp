@@ -5,7 +5,7 @@
 #include <iostream>
 #include <string>
 
-#include "commands.h"
+#include "cli/commands.h"
 #include "host/host.h"
 
 namespace txcli {

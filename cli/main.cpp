@@ -1,8 +1,8 @@
 // txscan: the command line for the txscanmd functions.
 #include <iostream>
 
-#include "commands.h"
-#include "rng/rng_command.h"
+#include "cli/commands.h"
+#include "cli/rng/rng_command.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"txscan: character-based string functions of the txscanmd module"};

@@ -1,5 +1,5 @@
 // Conversions through the host's encoding backend, by way of UTF-16.
-#include "terminal_text.h"
+#include "cli/terminal_text.h"
 
 #include <stdexcept>
 #include <vector>

@@ -60,7 +60,7 @@
 
 #include "host/encoding_backend.h"
 #include "host/session_impl.h"
-#include "module/host/encoding.h"
+#include "module/abi/encoding.h"
 
 namespace txhost {
 

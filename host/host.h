@@ -14,11 +14,11 @@
 #include <variant>
 #include <vector>
 
-#include "module/host/argument_frame.h"
-#include "module/host/encoding.h"
-#include "module/host/function_table.h"
-#include "module/host/host_vector.h"
-#include "module/host/image_records.h"
+#include "module/abi/argument_frame.h"
+#include "module/abi/encoding.h"
+#include "module/abi/function_table.h"
+#include "module/abi/host_vector.h"
+#include "module/abi/image_records.h"
 
 namespace txhost {
 

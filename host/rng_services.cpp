@@ -27,8 +27,8 @@
 #include "host/rng_catalogue.h"
 #include "host/rng_format.h"
 #include "host/session_impl.h"
-#include "module/host/host_vector.h"
-#include "module/host/rng_host.h"
+#include "module/abi/host_vector.h"
+#include "module/abi/rng_host.h"
 
 namespace txhost {
 

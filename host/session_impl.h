@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "host/host.h"
-#include "module/host/services.h"
+#include "module/abi/services.h"
 
 namespace txhost {
 

@@ -17,9 +17,9 @@
 #include "cli/commands.h"
 #include "host/host.h"
 #include "host/rng_services.h"
-#include "module/exports.h"
-#include "rng/method.h"
-#include "rng/stream.h"
+#include "module/frame/exports.h"
+#include "module/rng/method.h"
+#include "module/rng/stream.h"
 
 namespace txcli {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "handle_helpers.h"
+#include "tests/host/handle_helpers.h"
 #include "host/host.h"
 
 namespace {

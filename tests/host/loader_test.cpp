@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "host/host.h"
-#include "module/exports.h"
+#include "module/frame/exports.h"
 
 namespace {
 

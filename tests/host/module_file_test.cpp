@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/host.h"
-#include "module/exports.h"
+#include "module/frame/exports.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <bit>
 #include <cstring>
 
-#include "handle_helpers.h"
+#include "tests/host/handle_helpers.h"
 #include "host/host.h"
-#include "module/host/services.h"
+#include "module/abi/services.h"
 
 namespace {
 

@@ -1,0 +1,147 @@
+// interpretArguments: modifiers first (they decide trimming and direction),
+// then lists, delimiters, count, source, second string and start, in that
+// order, because each step may use what an earlier one settled.
+#include "module/charset/argument_interpreter.h"
+
+#include <cstring>
+
+#include "module/frame/encoding_ops.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+// The transcoded alphabet: 24 letters and the converted terminator.
+constexpr std::int64_t kAlphabetBytes = kModifierLetters + 1;
+
+const StringValue* presentString(const ArgumentFrame* frame, std::uint32_t k) {
+    return k == 0 ? nullptr : frame->string(static_cast<int>(k));
+}
+
+// A numeric role's value, or false when the role is absent, the value is not
+// given, is missing (top 16 bits all ones) or lies above 2147483647.
+bool usableNumber(const ArgumentFrame* frame, std::uint32_t k, double* value) {
+    if (k == 0) return false;
+    const double* number = frame->number(static_cast<int>(k));
+    if (number == nullptr || topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
+    *value = *number;
+    return true;
+}
+
+// Truncation toward zero. Values far below any text length (down to minus
+// infinity) are held at -2^62 so that the conversion stays defined; no
+// answer changes, since every such start or count is beyond any text.
+std::int64_t truncated(double value) {
+    constexpr double kFloor = -4611686018427387904.0;
+    return static_cast<std::int64_t>(value < kFloor ? kFloor : value);
+}
+
+void readModifierText(EncodingHandle* h, const StringValue* text, ModifierSet* modifiers) {
+    if (enc::skipModifierText(h, text->data, text->length)) return;
+    Transcoder* transcoder = h->transcoder();
+    if (transcoder == nullptr) return;
+
+    char alphabet[kAlphabetBytes] = {};
+    std::int64_t converted = 0;
+    transcoder->transcode(transcoder, kModifierAlphabet, sizeof kModifierAlphabet, alphabet, kAlphabetBytes,
+                          &converted, 0);
+    TextCursor alphabetCursor;
+    setupCursor(h, &alphabetCursor, alphabet, kAlphabetBytes);
+
+    TextCursor textCursor;
+    setupCursor(h, &textCursor, text->data, text->length);
+    CharBufferCursor character;
+    setupCharCursor(h, &character);
+    modifiers->set(kModInterpreted);
+
+    for (std::int64_t seen = 0;;) {
+        enc::currentChar(h, &textCursor, &character.cursor);
+        enc::toUpperChar(h, &character.cursor);
+        const std::int64_t index = enc::findChar(h, &alphabetCursor, &character.cursor);
+        if (index >= 0 && index < kModifierLetters) modifiers->set(kAlphabetFlag[index]);
+        if (++seen >= text->length) break;
+        if (enc::nextChar(h, &textCursor) < 0) break;
+    }
+}
+
+// The list and delimiter roles: the whole text, or without trailing blanks under T.
+bool setupList(EncodingHandle* h, const StringValue* text, bool trim, TextCursor* cursor) {
+    if (text == nullptr) return false;
+    const std::int64_t length = trim ? enc::blankTrimmedBytes(h, text->data, text->length) : text->length;
+    setupCursor(h, cursor, text->data, length);
+    return true;
+}
+
+std::int64_t setupString(EncodingHandle* h, const StringValue* text, bool trim, TextCursor* cursor) {
+    setupCursor(h, cursor, text->data, text->length);
+    return trim ? enc::trimmedLength(h, cursor) : enc::charLength(h, cursor);
+}
+
+bool usesDefaultDelimiters(std::int32_t kind, std::int32_t argCount, bool delimiterRole) {
+    switch (kind) {
+        case kCallScanFunction: return !delimiterRole && argCount < 3;
+        case kCallScanRoutine: return !delimiterRole && argCount < 5;
+        case kCallFinding: return argCount == 2 || (argCount == 3 && !delimiterRole);
+        case kCallCounting: return argCount == 1;
+        default: return false;
+    }
+}
+
+}  // namespace
+
+void interpretArguments(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, ParsedArguments* out,
+                        ModifierSet* modifiers, std::uint8_t /*wide: always the session encoding here*/,
+                        std::int32_t kind) {
+    std::memset(out, 0, sizeof *out);
+    std::memset(modifiers, 0, sizeof *modifiers);
+
+    const StringValue* modifierText = presentString(frame, roles.modifiers);
+    if (modifierText != nullptr && modifierText->data != nullptr && modifierText->length >= 1) {
+        readModifierText(h, modifierText, modifiers);
+    }
+    const bool trim = modifiers->has(kModT);
+
+    out->listSet = setupList(h, presentString(frame, roles.list), trim, &out->list);
+
+    const StringValue* delimiters = presentString(frame, roles.delimiters);
+    if (delimiters != nullptr) {
+        out->delimitersSet = setupList(h, delimiters, trim, &out->delimiters);
+    } else if (usesDefaultDelimiters(kind, frame->argCount, roles.delimiters != 0)) {
+        modifiers->set(kModDefaultDelimiters);
+    }
+
+    if (roles.count != 0) {
+        double value = 0;
+        if (usableNumber(frame, roles.count, &value)) {
+            out->count = truncated(value);
+            if (out->count < 0) {
+                modifiers->set(kModB);
+                out->count = -out->count;
+            }
+        } else {
+            out->count = 1;
+        }
+    }
+
+    if (const StringValue* source = presentString(frame, roles.source)) {
+        out->sourceChars = setupString(h, source, trim, &out->source);
+        out->sourceSet = 1;
+    }
+    if (const StringValue* second = presentString(frame, roles.second)) {
+        out->secondChars = setupString(h, second, trim, &out->second);
+        out->secondSet = 1;
+    }
+
+    out->start = modifiers->has(kModB) ? (out->sourceChars != 0 ? out->sourceChars : 1) : 1;
+    double value = 0;
+    if (usableNumber(frame, roles.start, &value)) out->start = truncated(value);
+    if (out->start < 0) {
+        modifiers->set(kModB);
+        const std::int64_t magnitude = -out->start;
+        out->start = magnitude < out->sourceChars ? magnitude : out->sourceChars;
+    }
+}
+
+}  // namespace txscan

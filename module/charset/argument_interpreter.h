@@ -1,0 +1,54 @@
+// The multi-byte paths' reading of a call: which argument plays which role,
+// and interpretArguments, which turns those arguments into text cursors,
+// numbers and a ModifierSet through the session's EncodingHandle.
+#pragma once
+
+#include <cstdint>
+
+#include "module/charset/modifier_set.h"
+#include "module/abi/argument_frame.h"
+#include "module/abi/encoding.h"
+
+namespace txscan {
+
+// 1-based argument numbers; 0 means the role is absent in this call.
+struct ArgumentRoles {
+    std::uint32_t source;
+    std::uint32_t second;       // search text (FIND) or word (FINDW)
+    std::uint32_t list;         // character list (FINDC, COUNTC)
+    std::uint32_t modifiers;
+    std::uint32_t start;        // numeric
+    std::uint32_t count;        // numeric, SCAN
+    std::uint32_t delimiters;   // character list of the word functions
+};
+static_assert(sizeof(ArgumentRoles) == 7 * 4);
+
+// Which family of functions calls; it decides when the default delimiters apply.
+enum CallKind : std::int32_t {
+    kCallCounting = 1,      // COUNT, COUNTC, COUNTW
+    kCallFinding = 2,       // FIND, FINDC, FINDW
+    kCallScanFunction = 3,
+    kCallScanRoutine = 4,
+};
+
+struct ParsedArguments {
+    contract::TextCursor source;
+    contract::TextCursor second;
+    contract::TextCursor list;
+    contract::TextCursor delimiters;
+    std::int64_t start;         // 1-based, in characters
+    std::int64_t count;         // word number (SCAN)
+    std::uint8_t sourceSet;     // 1 when the cursor above was laid out
+    std::uint8_t secondSet;
+    std::uint8_t listSet;
+    std::uint8_t delimitersSet;
+    std::int64_t sourceChars;   // without trailing blanks under T
+    std::int64_t secondChars;   // likewise
+};
+
+// Fills `out` and `modifiers` from the call's arguments. `wide` is 0 on every
+// path of this module (texts in the session encoding, one unit per byte).
+void interpretArguments(contract::ArgumentFrame* frame, contract::EncodingHandle* h, const ArgumentRoles& roles,
+                        ParsedArguments* out, ModifierSet* modifiers, std::uint8_t wide, std::int32_t kind);
+
+}  // namespace txscan

@@ -1,0 +1,30 @@
+// The character classes on the multi-byte paths: each class letter's test of
+// one character through the session's EncodingHandle, and the fixed lists
+// (F, N, H and the extra symbols of P) laid out as cursors.
+#pragma once
+
+#include "module/charset/modifier_set.h"
+#include "module/abi/encoding.h"
+
+namespace txscan {
+
+// Cursors over the fixed lists a call's class letters need; a list is laid
+// out only when its letter is set.
+struct WideClassLists {
+    contract::TextCursor nameStart;    // F: 53 characters
+    contract::TextCursor nameChars;    // N: 63 characters
+    contract::TextCursor tab;          // H
+    contract::TextCursor extraPunct;   // P: symbols taken beside the punctuation class
+};
+
+void setupWideClassLists(contract::EncodingHandle* h, const ModifierSet& modifiers, WideClassLists* lists);
+
+// Whether the class of `letter` (a class flag of ModifierSet) holds for the
+// character at `source`, a copy of which is in the one-character cursor
+// `held`. U and L ask caseTest of the held character; A C D G S W X ask
+// classTest of the source cursor; P asks classTest of the held character or
+// looks for it among the extra symbols; F, N and H look it up in their lists.
+bool wideClassHolds(contract::EncodingHandle* h, ModifierFlag letter, WideClassLists* lists,
+                    contract::TextCursor* source, contract::TextCursor* held);
+
+}  // namespace txscan

@@ -1,0 +1,112 @@
+// Entry routines and their adapters: each entry builds the per-call record
+// with the session handle; its adapter sends the call to the byte path, or
+// to the multi-byte path when argument 1 holds a character of more than one
+// byte. Only argument 1 decides.
+#include "module/frame/entries.h"
+
+#include "module/frame/encoding_ops.h"
+#include "module/frame/workers.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+using Adapter = std::int32_t (*)(ArgumentFrame*, void*, PerCallRecord*);
+
+template <Adapter adapter>
+std::int32_t entry(ArgumentFrame* frame, void* result) {
+    PerCallRecord record{};
+    record.word[kPerCallHandleWord] = sessionHandle();
+    return adapter(frame, result, &record);
+}
+
+EncodingHandle* handleOf(PerCallRecord* record) {
+    return static_cast<EncodingHandle*>(record->word[kPerCallHandleWord]);
+}
+
+bool firstArgumentIsMultiByte(ArgumentFrame* frame, EncodingHandle* h) {
+    const StringValue* source = frame->string(1);
+    return isMultiByteText(h, source->data, source->length);
+}
+
+using NumericByteWorker = std::int32_t (*)(ArgumentFrame*, double*);
+using NumericMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
+using WordMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t, PerCallRecord*);
+
+// KCOUNTX and KFIND: a null argument 1 counts as nothing found, like the
+// other numeric functions, although the host always passes given arguments.
+template <NumericByteWorker bytes, NumericMultiByteWorker multiByte>
+std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
+    auto* number = static_cast<double*>(result);
+    if (frame->string(1) == nullptr) {
+        *number = 0.0;
+        return kStatusOk;
+    }
+    EncodingHandle* h = handleOf(record);
+    if (firstArgumentIsMultiByte(frame, h)) return multiByte(frame, number, h, 0);
+    return bytes(frame, number);
+}
+
+template <NumericByteWorker bytes, WordMultiByteWorker multiByte>
+std::int32_t wordAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
+    auto* number = static_cast<double*>(result);
+    if (frame->string(1) == nullptr) {
+        *number = 0.0;
+        return kStatusOk;
+    }
+    EncodingHandle* h = handleOf(record);
+    if (firstArgumentIsMultiByte(frame, h)) return multiByte(frame, number, h, 0, record);
+    return bytes(frame, number);
+}
+
+std::int32_t scanFunctionAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
+    auto* text = static_cast<StringValue*>(result);
+    if (frame->string(1) == nullptr) {
+        // One blank, the answer for an absent string.
+        // A receiving variable too short for it gets the blank cut away.
+        std::int32_t status = ensureResultCapacity(text, 1);
+        if (status != kStatusOk) return status;
+        text->length = 0;
+        if (text->capacity >= 1 && text->data != nullptr) {
+            text->data[0] = ' ';
+            text->length = 1;
+        }
+        return kStatusOk;
+    }
+    return scanCommon(frame, text, handleOf(record), 0, record);
+}
+
+std::int32_t scanCallAdapter(ArgumentFrame* frame, void*, PerCallRecord* record) {
+    return scanCommon(frame, nullptr, handleOf(record), 0, record);
+}
+
+}  // namespace
+
+std::int32_t kcountxEntry(ArgumentFrame* frame, void* result) {
+    return entry<numericAdapter<countBytes, countMultiByte>>(frame, result);
+}
+std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
+    return entry<numericAdapter<countCharBytes, countCharMultiByte>>(frame, result);
+}
+std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
+    return entry<wordAdapter<countWordsBytes, countWordsMultiByte>>(frame, result);
+}
+std::int32_t kfindEntry(ArgumentFrame* frame, void* result) {
+    return entry<numericAdapter<findBytes, findMultiByte>>(frame, result);
+}
+std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
+    return entry<numericAdapter<findCharBytes, findCharMultiByte>>(frame, result);
+}
+std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
+    return entry<wordAdapter<findWordBytes, findWordMultiByte>>(frame, result);
+}
+std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
+    return entry<scanFunctionAdapter>(frame, result);
+}
+std::int32_t kscanxCallEntry(ArgumentFrame* frame, void* result) {
+    return entry<scanCallAdapter>(frame, result);
+}
+
+}  // namespace txscan

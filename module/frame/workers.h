@@ -1,0 +1,50 @@
+// The byte-path workers and multi-byte paths the adapters hand calls to.
+// A byte-path worker starts with the multi-byte re-check (byteRecheck) and
+// may pass the whole call on to its multi-byte path.
+#pragma once
+
+#include <cstdint>
+
+#include "module/abi/argument_frame.h"
+#include "module/abi/encoding.h"
+
+namespace txscan {
+
+using contract::ArgumentFrame;
+using contract::EncodingHandle;
+using contract::PerCallRecord;
+using contract::StringValue;
+
+// KCOUNTX and KFIND
+std::int32_t countBytes(ArgumentFrame* frame, double* result);
+std::int32_t countMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+std::int32_t findBytes(ArgumentFrame* frame, double* result);
+std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+
+// KCOUNTC and KFINDC
+std::int32_t countCharBytes(ArgumentFrame* frame, double* result);
+std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+std::int32_t findCharBytes(ArgumentFrame* frame, double* result);
+std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+
+// KCOUNTW and KFINDW
+std::int32_t countWordsBytes(ArgumentFrame* frame, double* result);
+std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
+                                 PerCallRecord* record);
+std::int32_t findWordBytes(ArgumentFrame* frame, double* result);
+std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
+                               PerCallRecord* record);
+
+// KSCANX, function (result is the StringValue) and call routine (result null).
+std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
+                        PerCallRecord* record);
+
+// Shared helpers of the adapters and workers.
+bool isMultiByteText(const EncodingHandle* h, const char* data, std::int64_t length);
+EncodingHandle* multiByteHandleFor(ArgumentFrame* frame);
+// The worker's re-check: a handle when the session is multi-byte and
+// argument 1 holds a multi-byte character, else null (stay on the byte path).
+EncodingHandle* byteRecheck(ArgumentFrame* frame);
+std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed);
+
+}  // namespace txscan

@@ -1,0 +1,30 @@
+// RDRAND: the processor's hardware generator. No state, no seed, no stream;
+// every draw answers 0 when the host reports no instruction.
+#include "module/rng/generator_kit.h"
+
+namespace txscan::rng {
+namespace {
+
+std::uint32_t nextRdrand32(void*) { return hardwareAvailable() ? hardware32() : 0; }
+std::uint64_t nextRdrand64(void*) { return hardwareAvailable() ? hardware64() : 0; }
+std::int32_t noStateBytes(void*, const void*, std::int32_t, std::uint32_t) { return 0; }
+
+constexpr MethodInfo kRdrandInfo{"RDRAND", "Intel RDRAND", 0, 0, 0, 0x3801, 0, 0};
+constexpr RngOperations kRdrandOps = [] {
+    RngOperations ops = baseOperations<kRdrandInfo>();
+    ops.seedFromBytes = &noStateBytes;
+    setOutputs64<&nextRdrand64>(ops);
+    ops.next32 = &nextRdrand32;
+    ops.uniform32Open = &uniform32Open<&nextRdrand32>;
+    ops.uniform32Centred = &uniform32Centred<&nextRdrand32>;
+    ops.uniform32OpenClosed = &uniform32OpenClosed<&nextRdrand32>;
+    ops.uniform32ClosedOpen = &uniform32ClosedOpen<&nextRdrand32>;
+    ops.uniform32Closed = &uniform32Closed<&nextRdrand32>;
+    return ops;
+}();
+
+}  // namespace
+
+void fillRdrand(RngMethod* record) { fillMethod(record, kRdrandInfo, kRdrandOps); }
+
+}  // namespace txscan::rng

@@ -1,0 +1,218 @@
+// The counter-based Threefry methods (20 rounds): FRY2X64, FRY2X32 and
+// FRY4X64. Seed, key and stream are hashed into key and counter words; each
+// block of output words is computed once and served word by word.
+#include "module/rng/threefry.h"
+
+#include <bit>
+#include <utility>
+
+#include "module/rng/generator_kit.h"
+
+namespace txscan::rng {
+
+namespace {
+
+constexpr std::size_t kThreefryRounds = 20;
+
+constexpr int kRotation2x64[8] = {16, 42, 12, 31, 16, 32, 24, 21};
+constexpr int kRotation2x32[8] = {13, 15, 26, 6, 17, 29, 16, 24};
+constexpr int kRotation4x64[8][2] = {{14, 16}, {52, 57}, {23, 40}, {5, 37}, {25, 33}, {46, 12}, {58, 22}, {32, 32}};
+
+template <typename Word>
+constexpr Word kParity = sizeof(Word) == 8 ? Word(0x1BD11BDAA9FC1A22ull) : Word(0x1BD11BDAu);
+
+template <int Rotation, typename Word>
+inline void mix(Word& a, Word& b) {
+    a += b;
+    b = std::rotl(b, Rotation);
+    b ^= a;
+}
+
+// The rounds are unrolled at compile time so that every rotation is a constant.
+template <typename Word, const int (&Rotation)[8], std::size_t... R>
+inline void rounds2(Word& x0, Word& x1, const Word (&ks)[3], std::index_sequence<R...>) {
+    (
+        [&] {
+            mix<Rotation[R % 8]>(x0, x1);
+            if constexpr (R % 4 == 3) {
+                constexpr std::size_t s = R / 4 + 1;   // key injection number
+                x0 += ks[s % 3];
+                x1 += ks[(s + 1) % 3] + static_cast<Word>(s);
+            }
+        }(),
+        ...);
+}
+
+template <typename Word, const int (&Rotation)[8]>
+inline void block2(const Word ctr[2], const Word key[2], Word out[2]) {
+    const Word ks[3] = {key[0], key[1], kParity<Word> ^ key[0] ^ key[1]};
+    Word x0 = ctr[0] + ks[0];
+    Word x1 = ctr[1] + ks[1];
+    rounds2<Word, Rotation>(x0, x1, ks, std::make_index_sequence<kThreefryRounds>{});
+    out[0] = x0;
+    out[1] = x1;
+}
+
+template <std::size_t... R>
+inline void rounds4(std::uint64_t (&x)[4], const std::uint64_t (&ks)[5], std::index_sequence<R...>) {
+    (
+        [&] {
+            // Even rounds mix the pairs (0,1) and (2,3), odd rounds (0,3) and (2,1).
+            if constexpr (R % 2 == 0) {
+                mix<kRotation4x64[R % 8][0]>(x[0], x[1]);
+                mix<kRotation4x64[R % 8][1]>(x[2], x[3]);
+            } else {
+                mix<kRotation4x64[R % 8][0]>(x[0], x[3]);
+                mix<kRotation4x64[R % 8][1]>(x[2], x[1]);
+            }
+            if constexpr (R % 4 == 3) {
+                constexpr std::size_t s = R / 4 + 1;
+                x[0] += ks[s % 5];
+                x[1] += ks[(s + 1) % 5];
+                x[2] += ks[(s + 2) % 5];
+                x[3] += ks[(s + 3) % 5] + s;
+            }
+        }(),
+        ...);
+}
+
+}  // namespace
+
+void threefryBlock2x64(const std::uint64_t ctr[2], const std::uint64_t key[2], std::uint64_t out[2]) {
+    block2<std::uint64_t, kRotation2x64>(ctr, key, out);
+}
+
+void threefryBlock2x32(const std::uint32_t ctr[2], const std::uint32_t key[2], std::uint32_t out[2]) {
+    block2<std::uint32_t, kRotation2x32>(ctr, key, out);
+}
+
+void threefryBlock4x64(const std::uint64_t ctr[4], const std::uint64_t key[4], std::uint64_t out[4]) {
+    const std::uint64_t ks[5] = {key[0], key[1], key[2], key[3], kParity<std::uint64_t> ^ key[0] ^ key[1] ^ key[2] ^ key[3]};
+    std::uint64_t x[4] = {ctr[0] + ks[0], ctr[1] + ks[1], ctr[2] + ks[2], ctr[3] + ks[3]};
+    rounds4(x, ks, std::make_index_sequence<kThreefryRounds>{});
+    for (int i = 0; i < 4; ++i) out[i] = x[i];
+}
+
+namespace {
+
+template <typename Word, int N>
+struct FryState {
+    Word ctr[N];   // little-endian multi-word counter; starts at 1
+    Word key[N];
+    Word out[N];   // the block of ctr, valid while idx != 0
+    Word idx;      // next word of out, always below N
+};
+static_assert(sizeof(FryState<std::uint64_t, 2>) == 56);
+static_assert(sizeof(FryState<std::uint32_t, 2>) == 28);
+static_assert(sizeof(FryState<std::uint64_t, 4>) == 104);
+
+template <typename Word, int N>
+using BlockFn = void (*)(const Word*, const Word*, Word*);
+
+template <typename Word>
+Word spread(Word v) {
+    if constexpr (sizeof(Word) == 8)
+        return fmix64(v);
+    else
+        return fmix32(v);
+}
+
+template <typename Word, int N>
+void seedFry(void* state, Word s) {
+    auto& st = stateOf<FryState<Word, N>>(state);
+    st.key[0] = s;
+    for (int k = 1; k < N; ++k) st.key[k] = spread<Word>(static_cast<Word>(s + k));
+    for (int k = 0; k < N; ++k) {
+        st.ctr[k] = 0;
+        st.out[k] = 0;
+    }
+    st.ctr[0] = 1;
+    st.idx = 0;
+}
+
+template <typename Word, int N, BlockFn<Word, N> Block>
+Word nextFry(void* state) {
+    auto& st = stateOf<FryState<Word, N>>(state);
+    if (st.idx == 0) Block(st.ctr, st.key, st.out);
+    Word value = st.out[st.idx];
+    if (++st.idx == N) {
+        st.idx = 0;
+        for (int k = 0; k < N && ++st.ctr[k] == 0; ++k) {
+        }
+    }
+    return value;
+}
+
+// A stream changes key[1]; the block already computed keeps serving.
+template <typename Word, int N>
+std::int32_t streamFry(void* state, Word v) {
+    if (v == 0) return 0;
+    stateOf<FryState<Word, N>>(state).key[1] ^= spread<Word>(v);
+    return 1;
+}
+
+// The two-word methods key the second counter word; FRY4X64 the third key word.
+template <typename Word, int N>
+std::int32_t keyFry(void* state, Word k) {
+    if (k == 0) return 0;
+    auto& st = stateOf<FryState<Word, N>>(state);
+    if constexpr (N == 2)
+        st.ctr[1] = spread<Word>(k);
+    else
+        st.key[2] ^= spread<Word>(k);
+    return 1;
+}
+
+// A position counts output words from the seeding: word p is word p mod N
+// of the block of counter 1 + p / N. The index therefore always stays inside
+// the block, and position 0 is where a freshly seeded generator starts. Only
+// the low counter word moves; the others (key or stream material for the
+// two-word methods) are left as they are.
+template <typename Word, int N, BlockFn<Word, N> Block>
+void positionFry(void* state, std::uint64_t p) {
+    auto& st = stateOf<FryState<Word, N>>(state);
+    st.ctr[0] = static_cast<Word>(1 + p / N);
+    st.idx = static_cast<Word>(p % N);
+    if (st.idx != 0) Block(st.ctr, st.key, st.out);
+}
+
+constexpr std::uint64_t kAll64 = ~std::uint64_t{0};
+constexpr MethodInfo kFry2x64Info{"FRY2X64", "64-bit Random123 2x64-bit Threefry", 64, 16, 56, 0x1557, kAll64, kAll64};
+constexpr MethodInfo kFry2x32Info{"FRY2X32", "32-bit Random123 2x32-bit Threefry", 32, 8, 28, 0x0AAF, 0xFFFFFFFFull,
+                                  0xFFFFFFFFull};
+constexpr MethodInfo kFry4x64Info{"FRY4X64", "64-bit Random123 4x64-bit Threefry", 64, 32, 104, 0x1557, kAll64, kAll64};
+
+template <const MethodInfo& Info, int N, BlockFn<std::uint64_t, N> Block>
+constexpr RngOperations fry64Operations() {
+    using W = std::uint64_t;
+    RngOperations ops = plain64Operations<Info, &seedFry<W, N>, &nextFry<W, N, Block>>();
+    ops.setStream32 = &widened<&streamFry<W, N>>;
+    ops.setStream64 = &streamFry<W, N>;
+    ops.setStreamFromDouble = &streamFromDouble<W, &streamFry<W, N>>;
+    ops.setKey32 = &widened<&keyFry<W, N>>;
+    ops.setKey64 = &keyFry<W, N>;
+    ops.setPosition64 = &positionFry<W, N, Block>;
+    return ops;
+}
+
+constexpr RngOperations kFry2x64Ops = fry64Operations<kFry2x64Info, 2, &threefryBlock2x64>();
+constexpr RngOperations kFry4x64Ops = fry64Operations<kFry4x64Info, 4, &threefryBlock4x64>();
+constexpr RngOperations kFry2x32Ops = [] {
+    using W = std::uint32_t;
+    RngOperations ops = plain32Operations<kFry2x32Info, &seedFry<W, 2>, &nextFry<W, 2, &threefryBlock2x32>>();
+    ops.setStream32 = &streamFry<W, 2>;
+    ops.setStream64 = &low32<&streamFry<W, 2>>;
+    ops.setStreamFromDouble = &streamFromDouble<W, &streamFry<W, 2>>;
+    ops.setKey32 = &keyFry<W, 2>;
+    ops.setKey64 = &low32<&keyFry<W, 2>>;
+    ops.setPosition32 = &positionFry<W, 2, &threefryBlock2x32>;
+    return ops;
+}();
+
+}  // namespace
+
+void fillFry2x64(RngMethod* record) { fillMethod(record, kFry2x64Info, kFry2x64Ops); }
+void fillFry2x32(RngMethod* record) { fillMethod(record, kFry2x32Info, kFry2x32Ops); }
+void fillFry4x64(RngMethod* record) { fillMethod(record, kFry4x64Info, kFry4x64Ops); }
+
+}  // namespace txscan::rng

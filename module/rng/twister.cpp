@@ -1,0 +1,199 @@
+// The Mersenne Twister methods: MT64 (MT19937-64) and the three 32-bit
+// twisters MT1998, MT32 and MTHYBRID (MT19937 with the 1998 seeding, the
+// 2002 seeding, or a choice by the seed). Streams and keys rehash every
+// state word with its index, a tag and the value.
+#include <bit>
+
+#include "module/rng/generator_kit.h"
+
+namespace txscan::rng {
+namespace {
+
+constexpr std::uint32_t kStreamTag = 0x0F;
+constexpr std::uint32_t kKeyTag = 0xFF;
+
+// ---- MT64
+
+constexpr int kN64 = 312;
+constexpr int kM64 = 156;
+
+struct Mt64State {
+    std::uint64_t mt[kN64];
+    std::uint32_t mti;   // next word of mt; kN64 means "twist first"
+};
+static_assert(sizeof(Mt64State) == 2504);
+
+void twist64(Mt64State& st) {
+    constexpr std::uint64_t upper = 0xFFFFFFFF80000000ull;
+    constexpr std::uint64_t lower = 0x7FFFFFFFull;
+    constexpr std::uint64_t matrix = 0xB5026F5AA96619E9ull;
+    std::uint64_t* mt = st.mt;
+    int i = 0;
+    for (; i < kN64 - kM64; ++i) {
+        std::uint64_t x = (mt[i] & upper) | (mt[i + 1] & lower);
+        mt[i] = mt[i + kM64] ^ (x >> 1) ^ ((0 - (x & 1)) & matrix);
+    }
+    for (; i < kN64 - 1; ++i) {
+        std::uint64_t x = (mt[i] & upper) | (mt[i + 1] & lower);
+        mt[i] = mt[i + kM64 - kN64] ^ (x >> 1) ^ ((0 - (x & 1)) & matrix);
+    }
+    std::uint64_t x = (mt[kN64 - 1] & upper) | (mt[0] & lower);
+    mt[kN64 - 1] = mt[kM64 - 1] ^ (x >> 1) ^ ((0 - (x & 1)) & matrix);
+    st.mti = 0;
+}
+
+void seedMt64(void* state, std::uint64_t s) {
+    auto& st = stateOf<Mt64State>(state);
+    st.mt[0] = s;
+    for (int i = 1; i < kN64; ++i)
+        st.mt[i] = 6364136223846793005ull * (st.mt[i - 1] ^ (st.mt[i - 1] >> 62)) + static_cast<std::uint64_t>(i);
+    st.mti = kN64;
+}
+
+std::uint64_t nextMt64(void* state) {
+    auto& st = stateOf<Mt64State>(state);
+    if (st.mti >= kN64) twist64(st);
+    std::uint64_t x = st.mt[st.mti++];
+    x ^= (x >> 29) & 0x5555555555555555ull;
+    x ^= (x << 17) & 0x71D67FFFEDA60000ull;
+    x ^= (x << 37) & 0xFFF7EEE000000000ull;
+    x ^= x >> 43;
+    return x;
+}
+
+// mti stays: the next output continues from the current position.
+template <std::uint64_t Tag>
+std::int32_t rehashMt64(void* state, std::uint64_t value) {
+    if (value == 0) return 0;
+    auto& st = stateOf<Mt64State>(state);
+    for (int i = 0; i < kN64; ++i) {
+        const std::uint64_t words[3] = {static_cast<std::uint64_t>(i), Tag, value};
+        st.mt[i] = hashWords64(words, 3, st.mt[i]);
+    }
+    return 1;
+}
+
+// ---- MT19937
+
+constexpr int kN32 = 624;
+constexpr int kM32 = 397;
+
+struct Mt32State {
+    std::uint32_t mt[kN32];
+    std::uint32_t mti;   // next word of mt; kN32 means "twist first"
+};
+static_assert(sizeof(Mt32State) == 2500);
+
+void twist32(Mt32State& st) {
+    constexpr std::uint32_t upper = 0x80000000u;
+    constexpr std::uint32_t lower = 0x7FFFFFFFu;
+    constexpr std::uint32_t matrix = 0x9908B0DFu;
+    std::uint32_t* mt = st.mt;
+    int i = 0;
+    for (; i < kN32 - kM32; ++i) {
+        std::uint32_t y = (mt[i] & upper) | (mt[i + 1] & lower);
+        mt[i] = mt[i + kM32] ^ (y >> 1) ^ ((0u - (y & 1u)) & matrix);
+    }
+    for (; i < kN32 - 1; ++i) {
+        std::uint32_t y = (mt[i] & upper) | (mt[i + 1] & lower);
+        mt[i] = mt[i + kM32 - kN32] ^ (y >> 1) ^ ((0u - (y & 1u)) & matrix);
+    }
+    std::uint32_t y = (mt[kN32 - 1] & upper) | (mt[0] & lower);
+    mt[kN32 - 1] = mt[kM32 - 1] ^ (y >> 1) ^ ((0u - (y & 1u)) & matrix);
+    st.mti = 0;
+}
+
+inline std::uint32_t tempered32(Mt32State& st) {
+    if (st.mti >= kN32) twist32(st);
+    std::uint32_t y = st.mt[st.mti++];
+    y ^= y >> 11;
+    y ^= (y << 7) & 0x9D2C5680u;
+    y ^= (y << 15) & 0xEFC60000u;
+    y ^= y >> 18;
+    return y;
+}
+
+// Zero outputs are skipped, so every conversion sees y > 0. An all-zero
+// array (only seedFromBytes can load one) gives up like a dead generator.
+std::uint32_t nextMt32(void* state) {
+    auto& st = stateOf<Mt32State>(state);
+    std::uint32_t y = tempered32(st);
+    for (int draws = 1; y == 0 && draws < kDeadGeneratorDraws; ++draws) y = tempered32(st);
+    return y;
+}
+
+// y × (the largest double below 2^-32): below 1 even for y = 2^32 - 1.
+double uniformPreferredMt32(void* state) { return nextMt32(state) * 0x1.fffffffffffffp-33; }
+
+enum class SeedRule { Mt1998, Mt2002, Hybrid };
+
+template <SeedRule Rule>
+void seedMt32(void* state, std::uint32_t s) {
+    auto& st = stateOf<Mt32State>(state);
+    // MTHYBRID takes the 2002 rule only for seeds with 13 low zero bits,
+    // whose zero bits the 1998 rule's plain products would carry into every word.
+    const bool rule2002 = Rule == SeedRule::Mt2002 || (Rule == SeedRule::Hybrid && (s & 0x1FFF) == 0);
+    st.mt[0] = s;
+    for (int i = 1; i < kN32; ++i)
+        st.mt[i] = rule2002 ? 1812433253u * (st.mt[i - 1] ^ (st.mt[i - 1] >> 30)) + static_cast<std::uint32_t>(i)
+                            : 69069u * st.mt[i - 1];
+    st.mti = kN32;
+}
+
+template <std::uint32_t Tag>
+std::int32_t rehashMt32(void* state, std::uint32_t value) {
+    if (value == 0) return 0;
+    auto& st = stateOf<Mt32State>(state);
+    for (int i = 0; i < kN32; ++i) {
+        const std::uint32_t words[3] = {static_cast<std::uint32_t>(i), Tag, value};
+        unsigned char bytes[12];
+        for (int k = 0; k < 12; ++k) bytes[k] = static_cast<unsigned char>(words[k / 4] >> (8 * (k % 4)));
+        st.mt[i] = murmur3x86_32(bytes, sizeof bytes, st.mt[i]);
+    }
+    return 1;
+}
+
+// ---- The records
+
+constexpr std::uint64_t kAll64 = ~std::uint64_t{0};
+constexpr std::uint64_t kAll32 = 0xFFFFFFFFull;
+constexpr MethodInfo kMt64Info{"MT64", "64-bit Mersenne Twister", 64, 2496, 2504, 0x1157, kAll64, kAll64};
+constexpr MethodInfo kMt1998Info{"MT1998", "1998 32-bit Mersenne Twister", 32, 2496, 2500, 0x28AF, kAll32, kAll32};
+constexpr MethodInfo kMt32Info{"MT32", "2002 32-bit Mersenne Twister", 32, 2496, 2500, 0x28AF, kAll32, kAll32};
+constexpr MethodInfo kMtHybridInfo{"MTHYBRID", "Hybrid 1998/2002 32-bit Mersenne Twister", 32, 2496, 2500, 0x28AF,
+                                   kAll32, kAll32};
+
+constexpr RngOperations kMt64Ops = [] {
+    RngOperations ops = plain64Operations<kMt64Info, &seedMt64, &nextMt64>();
+    ops.setStream32 = &widened<&rehashMt64<kStreamTag>>;
+    ops.setStream64 = &rehashMt64<kStreamTag>;
+    ops.setStreamFromDouble = &streamFromDouble<std::uint64_t, &rehashMt64<kStreamTag>>;
+    ops.setKey32 = &widened<&rehashMt64<kKeyTag>>;
+    ops.setKey64 = &rehashMt64<kKeyTag>;
+    return ops;
+}();
+
+template <const MethodInfo& Info, SeedRule Rule>
+constexpr RngOperations mt32Operations() {
+    RngOperations ops = plain32Operations<Info, &seedMt32<Rule>, &nextMt32>();
+    ops.uniformPreferred = &uniformPreferredMt32;
+    ops.setStream32 = &rehashMt32<kStreamTag>;
+    ops.setStream64 = &low32<&rehashMt32<kStreamTag>>;
+    ops.setStreamFromDouble = &streamFromDouble<std::uint32_t, &rehashMt32<kStreamTag>>;
+    ops.setKey32 = &rehashMt32<kKeyTag>;
+    ops.setKey64 = &low32<&rehashMt32<kKeyTag>>;
+    return ops;
+}
+
+constexpr RngOperations kMt1998Ops = mt32Operations<kMt1998Info, SeedRule::Mt1998>();
+constexpr RngOperations kMt32Ops = mt32Operations<kMt32Info, SeedRule::Mt2002>();
+constexpr RngOperations kMtHybridOps = mt32Operations<kMtHybridInfo, SeedRule::Hybrid>();
+
+}  // namespace
+
+void fillMt64(RngMethod* record) { fillMethod(record, kMt64Info, kMt64Ops); }
+void fillMt1998(RngMethod* record) { fillMethod(record, kMt1998Info, kMt1998Ops); }
+void fillMt32(RngMethod* record) { fillMethod(record, kMt32Info, kMt32Ops); }
+void fillMtHybrid(RngMethod* record) { fillMethod(record, kMtHybridInfo, kMtHybridOps); }
+
+}  // namespace txscan::rng

@@ -1,0 +1,205 @@
+// The byte paths of KFINDC (findCharBytes) and KCOUNTC (countCharBytes): the
+// character list and the class letters become a 256-entry CharSet, kept per
+// call site under modifier O, and the source is scanned against it.
+#include <cstring>
+
+#include "module/charset/cached_set.h"
+#include "module/charset/char_set.h"
+#include "module/charset/letter_table.h"
+#include "module/charset/set_scan.h"
+#include "module/frame/module_state.h"
+#include "module/frame/workers.h"
+#include "module/search/search_region.h"
+#include "module/search/trim_blanks.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+constexpr LetterTable kFindCharLetters = makeLetterTable("FINDC", "BIKOTV", true);
+constexpr LetterTable kCountCharLetters = makeLetterTable("COUNTC", "IOTV", true);
+
+// Sources shorter than this with a list of at most one byte are compared
+// byte by byte, with no table to build.
+constexpr std::int64_t kShortSource = 100;
+
+// Cached records: KFINDC keeps direction and trim flag before its set,
+// KCOUNTC only the trim flag.
+constexpr std::int64_t kFindCharRecordBytes = 258;
+constexpr int kFindCharDirection = 0;
+constexpr int kFindCharTrim = 1;
+constexpr int kFindCharSet = 2;
+constexpr std::int64_t kCountCharRecordBytes = 257;
+constexpr int kCountCharTrim = 0;
+constexpr int kCountCharSet = 1;
+
+struct Bytes {
+    const char* data;
+    std::int64_t length;
+};
+
+// The byte paths read these lengths as signed 32-bit values.
+Bytes bytesOf(const ArgumentFrame* frame, int k) {
+    const StringValue* value = frame->string(k);
+    if (value == nullptr || value->data == nullptr) return {nullptr, 0};
+    const auto length = static_cast<std::int32_t>(value->length);
+    return {value->data, length > 0 ? length : 0};
+}
+
+const std::uint8_t* unsignedBytes(const char* data) { return reinterpret_cast<const std::uint8_t*>(data); }
+
+std::int32_t searchRegion(const SearchRegion& region, const std::uint8_t* set) {
+    const std::int32_t i = region.leftwards ? lastInSet(region.data, region.length, set)
+                                            : firstInSet(region.data, region.length, set);
+    return i < 0 ? 0 : region.base + i;
+}
+
+std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
+    if (list.length <= 1 && source.length < kShortSource) {
+        if (list.length == 0) return 0;
+        const void* at = std::memchr(source.data, list.data[0], static_cast<std::size_t>(source.length));
+        return at == nullptr ? 0 : static_cast<std::int32_t>(static_cast<const char*>(at) - source.data) + 1;
+    }
+    CharSet set;
+    clearSet(&set);
+    addListBytes(&set, list.data, list.length, false);
+    return firstInSet(unsignedBytes(source.data), static_cast<std::int32_t>(source.length), set.member) + 1;
+}
+
+}  // namespace
+
+std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return findCharMultiByte(frame, result, h, 0);
+
+    const Bytes source = bytesOf(frame, 1);
+    if (source.length <= 0 || frame->argCount <= 1) {
+        *result = 0.0;
+        return kStatusOk;
+    }
+    Bytes list = bytesOf(frame, 2);
+    if (frame->argCount == 2) {
+        *result = findWithTwoArguments(source, list);
+        return kStatusOk;
+    }
+
+    StartAndModifiers roles;
+    if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &roles)) {
+        return status;
+    }
+    SearchRegion region;
+    std::int32_t status = kStatusOk;
+    if (regionFromStart(frame, roles.start, source.data, static_cast<std::int32_t>(source.length), &region, result,
+                        &status) == RegionResult::Done) {
+        return status;
+    }
+
+    // A reusing call searches in the direction the record was built with:
+    // its own negative start narrows the region but does not turn it round.
+    if (const std::uint8_t* cached = cachedSetOf(frame)) {
+        region.leftwards = cached[kFindCharDirection] != 0;
+        if (cached[kFindCharTrim]) {
+            region.length = static_cast<std::int32_t>(
+                trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
+        }
+        *result = searchRegion(region, cached + kFindCharSet);
+        return kStatusOk;
+    }
+
+    ByteModifiers modifiers{};
+    if (roles.modifiers != 0) {
+        const Bytes text = bytesOf(frame, roles.modifiers);
+        modifiers = readByteModifiers(kFindCharLetters, text.data, text.length);
+    }
+    const ModifierSet& flags = modifiers.flags;
+    if (flags.has(kModB)) region.leftwards = true;
+    if (flags.has(kModT)) {
+        region.length = static_cast<std::int32_t>(
+            trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
+        list.length = trimTrailingBlanks(list.data, list.length);
+    }
+
+    CharSet set;
+    clearSet(&set);
+    addByteClasses(&set, modifiers.classLetters);
+    addListBytes(&set, list.data, list.length, flags.has(kModI));
+    if (flags.has(kModK) || flags.has(kModV)) negateSet(&set);
+
+    if (flags.has(kModO) && siteMayCache(frame)) {
+        std::uint8_t* record = allocateCachedSet(frame, kFindCharRecordBytes);
+        if (record == nullptr) return kStatusNoMemory;
+        record[kFindCharDirection] = region.leftwards ? 1 : 0;
+        record[kFindCharTrim] = flags.has(kModT) ? 1 : 0;
+        std::memcpy(record + kFindCharSet, set.member, sizeof set.member);
+        keepCachedSet(frame, record);
+    }
+    *result = searchRegion(region, set.member);
+    return kStatusOk;
+}
+
+std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return countCharMultiByte(frame, result, h, 0);
+
+    const Bytes source = bytesOf(frame, 1);
+    if (source.length <= 0) {
+        *result = 0.0;
+        return kStatusOk;
+    }
+    std::int64_t length = source.length;
+    if (const std::uint8_t* cached = cachedSetOf(frame)) {
+        if (cached[kCountCharTrim]) length = trimTrailingBlanks(source.data, length);
+        *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, cached + kCountCharSet));
+        return kStatusOk;
+    }
+
+    Bytes list = bytesOf(frame, 2);
+    ByteModifiers modifiers{};
+    if (frame->argCount > 2) {
+        const Bytes text = bytesOf(frame, 3);
+        modifiers = readByteModifiers(kCountCharLetters, text.data, text.length);
+    }
+    const ModifierSet& flags = modifiers.flags;
+    if (flags.has(kModT)) {
+        length = trimTrailingBlanks(source.data, length);
+        list.length = trimTrailingBlanks(list.data, list.length);
+    }
+    const bool caching = flags.has(kModO) && siteMayCache(frame);
+    const bool negated = flags.has(kModV);
+
+    if (modifiers.classLetters == 0 && list.length <= 1 && !caching) {
+        if (list.length == 0) {
+            *result = negated ? static_cast<double>(length) : 0.0;
+            return kStatusOk;
+        }
+        if (length < kShortSource) {
+            const std::uint8_t* upper = host().upcaseMap;
+            const auto wanted = static_cast<std::uint8_t>(list.data[0]);
+            const bool caseless = flags.has(kModI);
+            std::int64_t equal = 0;
+            for (std::int64_t i = 0; i < length; ++i) {
+                const auto b = static_cast<std::uint8_t>(source.data[i]);
+                equal += caseless ? upper[b] == upper[wanted] : b == wanted;
+            }
+            *result = static_cast<double>(negated ? length - equal : equal);
+            return kStatusOk;
+        }
+    }
+
+    CharSet set;
+    clearSet(&set);
+    addByteClasses(&set, modifiers.classLetters);
+    addListBytes(&set, list.data, list.length, flags.has(kModI));
+    if (negated) negateSet(&set);
+    if (caching) {
+        std::uint8_t* record = allocateCachedSet(frame, kCountCharRecordBytes);
+        if (record == nullptr) return kStatusNoMemory;
+        record[kCountCharTrim] = flags.has(kModT) ? 1 : 0;
+        std::memcpy(record + kCountCharSet, set.member, sizeof set.member);
+        keepCachedSet(frame, record);
+    }
+    *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, set.member));
+    return kStatusOk;
+}
+
+}  // namespace txscan

@@ -1,0 +1,160 @@
+// The multi-byte paths of KFINDC (findCharMultiByte) and KCOUNTC
+// (countCharMultiByte): each source character is tested against the list
+// and the class letters through the session's EncodingHandle.
+#include "module/charset/argument_interpreter.h"
+#include "module/charset/wide_classes.h"
+#include "module/frame/encoding_ops.h"
+#include "module/frame/workers.h"
+#include "module/search/search_region.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+// The classes in the order they are asked.
+constexpr ModifierFlag kClassOrder[] = {kModU, kModL, kModA, kModC, kModD, kModG, kModP,
+                                        kModS, kModW, kModX, kModF, kModN, kModH};
+
+struct Membership {
+    EncodingHandle* h;
+    ParsedArguments* parsed;
+    const ModifierSet* modifiers;
+    WideClassLists lists;
+    CharBufferCursor held;
+};
+
+void setupMembership(Membership* m, EncodingHandle* h, ParsedArguments* parsed, const ModifierSet* modifiers) {
+    m->h = h;
+    m->parsed = parsed;
+    m->modifiers = modifiers;
+    setupWideClassLists(h, *modifiers, &m->lists);
+    setupCharCursor(h, &m->held);
+}
+
+// Whether the character at the source cursor belongs to the set: the list
+// decides first (as given, then in its other case under I); only a character
+// the list does not hold is tested against the classes.
+bool isMember(Membership* m) {
+    EncodingHandle* h = m->h;
+    const ModifierSet& modifiers = *m->modifiers;
+    const bool negated = modifiers.has(kModV);
+    TextCursor* held = &m->held.cursor;
+    TextCursor* source = &m->parsed->source;
+    enc::currentChar(h, source, held);
+    const bool hasList = m->parsed->listSet != 0;
+    if (hasList && enc::findChar(h, &m->parsed->list, held) >= 0) return !negated;
+
+    const bool upper = enc::caseTest(h, held, kIsUpper);
+    const bool lower = enc::caseTest(h, held, kIsLower);
+    if (hasList && modifiers.has(kModI) && (upper || lower)) {
+        if (upper) {
+            enc::toLowerChar(h, held);
+        } else {
+            enc::toUpperChar(h, held);
+        }
+        if (enc::findChar(h, &m->parsed->list, held) >= 0) return !negated;
+    }
+
+    bool inClass = false;
+    for (ModifierFlag letter : kClassOrder) {
+        if (!modifiers.has(letter)) continue;
+        if (letter == kModU) {
+            inClass = upper;
+        } else if (letter == kModL) {
+            inClass = lower;
+        } else {
+            inClass = wideClassHolds(h, letter, &m->lists, source, held);
+        }
+        if (inClass) break;
+    }
+    return inClass != negated;
+}
+
+bool hasCharacters(const ArgumentFrame* frame, int k) {
+    const StringValue* value = frame->string(k);
+    return value != nullptr && value->length >= 1;
+}
+
+}  // namespace
+
+std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
+    ArgumentRoles roles{};
+    roles.source = 1;
+    if (frame->argCount >= 2 && frame->string(2) != nullptr) roles.list = 2;
+    if (frame->argCount >= 3) {
+        StartAndModifiers found;
+        if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &found)) {
+            return status;
+        }
+        roles.start = static_cast<std::uint32_t>(found.start);
+        roles.modifiers = static_cast<std::uint32_t>(found.modifiers);
+    }
+    if (h == nullptr) return kStatusInvalidArgument;
+    *result = 0.0;
+    if (!hasCharacters(frame, 1)) return kStatusOk;
+
+    ParsedArguments parsed;
+    ModifierSet modifiers;
+    interpretArguments(frame, h, roles, &parsed, &modifiers, wide, kCallFinding);
+    if (modifiers.has(kModK)) {
+        modifiers.clear(kModK);
+        modifiers.set(kModV);
+    }
+    if (parsed.sourceChars == 0) return kStatusOk;
+    if (parsed.start == 0 && !modifiers.has(kModM)) return kStatusOk;
+
+    const std::int64_t step = modifiers.has(kModB) ? -1 : 1;
+    std::int64_t p = parsed.start - 1;
+    if (p < 0) return kStatusOk;
+    if (p != 0 && enc::seekChars(h, &parsed.source, kSeekFromStart, p) == kSeekOutside) return kStatusOk;
+
+    Membership membership;
+    setupMembership(&membership, h, &parsed, &modifiers);
+    while (p >= 0 && p < parsed.sourceChars) {
+        if (isMember(&membership)) {
+            *result = static_cast<double>(p + 1);
+            return kStatusOk;
+        }
+        p += step;
+        if (p < 0 || p >= parsed.sourceChars) break;
+        if (enc::seekChars(h, &parsed.source, kSeekFromCurrent, step) == kSeekOutside) break;
+    }
+    return kStatusOk;
+}
+
+std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
+    ArgumentRoles roles{};
+    roles.source = 1;
+    roles.list = 2;
+    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    if (h == nullptr) return kStatusInvalidArgument;
+    *result = 0.0;
+    if (!hasCharacters(frame, 1)) return kStatusOk;
+
+    ParsedArguments parsed;
+    ModifierSet modifiers;
+    interpretArguments(frame, h, roles, &parsed, &modifiers, wide, kCallCounting);
+    // K has no effect on this path: only V negates a count.
+    if (parsed.sourceChars == 0) return kStatusOk;
+    if (parsed.start == 0 && !modifiers.has(kModM)) return kStatusOk;
+
+    const std::int64_t step = modifiers.has(kModB) ? -1 : 1;
+    std::int64_t p = parsed.start - 1;
+    if (p < 0 || enc::seekChars(h, &parsed.source, kSeekFromStart, p) == kSeekOutside) return kStatusOk;
+
+    Membership membership;
+    setupMembership(&membership, h, &parsed, &modifiers);
+    std::uint64_t count = 0;
+    while (p >= 0 && p < parsed.sourceChars) {
+        count += isMember(&membership) ? 1 : 0;
+        p += step;
+        if (p < 0 || p >= parsed.sourceChars) break;
+        if (enc::seekChars(h, &parsed.source, kSeekFromCurrent, step) == kSeekOutside) break;
+    }
+    *result = static_cast<double>(count);
+    return kStatusOk;
+}
+
+}  // namespace txscan

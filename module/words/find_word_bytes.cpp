@@ -1,0 +1,364 @@
+// KFINDW's byte path: one byte is one character. Arguments after the word
+// are told apart by type; the delimiter set comes from the call site's
+// cache, the function environment's defaults, or the list and modifiers.
+// The search jumps from word to word in either direction.
+#include <cstring>
+#include <string_view>
+
+#include "module/charset/cached_set.h"
+#include "module/charset/char_set.h"
+#include "module/charset/letter_table.h"
+#include "module/charset/set_scan.h"
+#include "module/frame/function_environment.h"
+#include "module/frame/module_state.h"
+#include "module/frame/workers.h"
+#include "module/search/trim_blanks.h"
+#include "module/words/trim_set.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+// KFINDW's switches; V turns the set round like K. Other letters draw a
+// note naming "FINDC".
+constexpr LetterTable kFindWordLetters = makeLetterTable("FINDC", "BEIKMOQRTV", true);
+
+// The site's cached set, as the first call with O left it.
+struct FindWordsCache {
+    std::uint8_t backward;
+    std::uint8_t wordNumber;
+    std::uint8_t caseless;
+    std::uint8_t quotes;
+    std::uint8_t trimWord;
+    std::uint8_t trim;
+    CharSet set;   // after K
+};
+static_assert(sizeof(FindWordsCache) == 262);
+static_assert(offsetof(FindWordsCache, set) == 6);
+
+struct Bytes {
+    const std::uint8_t* data;
+    std::int64_t length;
+};
+
+struct FindFlags {
+    bool backward;     // B
+    bool wordNumber;   // E
+    bool caseless;     // I
+    bool emptyWords;   // M
+    bool quotes;       // Q
+};
+
+constexpr std::uint8_t kDoubleQuote = 0x22;
+constexpr std::uint8_t kApostrophe = 0x27;
+
+bool isQuote(std::uint8_t c) { return c == kDoubleQuote || c == kApostrophe; }
+
+// Index of the quote that closes the part opened by the quote at `open`,
+// moving by `step` and staying within [low, high); a doubled quote stays
+// inside. `high` or `low - 1` when the part does not close there.
+std::int64_t closingQuote(const std::uint8_t* data, std::int64_t open, std::int64_t step, std::int64_t low,
+                          std::int64_t high) {
+    const std::uint8_t quote = data[open];
+    const auto inside = [low, high](std::int64_t k) { return k >= low && k < high; };
+    std::int64_t j = open + step;
+    while (inside(j)) {
+        if (data[j] == quote) {
+            if (inside(j + step) && data[j + step] == quote) {
+                j += 2 * step;
+                continue;
+            }
+            return j;
+        }
+        j += step;
+    }
+    return j;
+}
+
+// Under Q a match may not hold a quote that it does not close itself.
+bool quotesClosedWithin(const std::uint8_t* data, std::int64_t from, std::int64_t to) {
+    for (std::int64_t i = from; i < to; ++i) {
+        if (!isQuote(data[i])) continue;
+        i = closingQuote(data, i, 1, from, to);
+        if (i >= to) return false;
+    }
+    return true;
+}
+
+bool sameBytes(const std::uint8_t* a, const std::uint8_t* b, std::int64_t n, bool caseless) {
+    if (!caseless) return n == 0 || std::memcmp(a, b, static_cast<std::size_t>(n)) == 0;
+    const std::uint8_t* upper = host().upcaseMap;
+    for (std::int64_t i = 0; i < n; ++i) {
+        if (upper[a[i]] != upper[b[i]]) return false;
+    }
+    return true;
+}
+
+// Rightwards: the index just past the next delimiter at or after `p`,
+// quoted parts skipped under Q; -1 when the text ends first (also inside
+// an unclosed quoted part).
+std::int64_t pastNextDelimiter(const Bytes& source, const std::uint8_t* set, bool quotes, std::int64_t p) {
+    if (!quotes) {
+        const std::int64_t rest = source.length - p;
+        const std::int32_t hit = firstInSet(source.data + p, static_cast<std::int32_t>(rest), set);
+        return hit < 0 ? -1 : p + hit + 1;
+    }
+    for (std::int64_t i = p; i < source.length; ++i) {
+        const std::uint8_t c = source.data[i];
+        if (isQuote(c)) {
+            i = closingQuote(source.data, i, 1, 0, source.length);
+            if (i >= source.length) return -1;
+        } else if (set[c] != 0) {
+            return i + 1;
+        }
+    }
+    return -1;
+}
+
+// Leftwards: the index just before the next delimiter at or before `e`;
+// -2 when the text begins first (also inside an unclosed quoted part).
+std::int64_t beforePreviousDelimiter(const Bytes& source, const std::uint8_t* set, bool quotes, std::int64_t e) {
+    if (!quotes) {
+        const std::int32_t hit = lastInSet(source.data, static_cast<std::int32_t>(e + 1), set);
+        return hit < 0 ? -2 : hit - 1;
+    }
+    for (std::int64_t i = e; i >= 0; --i) {
+        const std::uint8_t c = source.data[i];
+        if (isQuote(c)) {
+            i = closingQuote(source.data, i, -1, 0, source.length);
+            if (i < 0) return -2;
+        } else if (set[c] != 0) {
+            return i - 1;
+        }
+    }
+    return -2;
+}
+
+// Exact rightward search without quotes or word numbers: every occurrence
+// of the word is a candidate, so the text is searched for the word itself
+// and only the hits are checked for whole-word boundaries. The candidates
+// and the answer are those of the word-by-word walk.
+std::int64_t findRightByOccurrence(const Bytes& source, const Bytes& word, const std::uint8_t* set,
+                                   std::int64_t p) {
+    const std::string_view text(reinterpret_cast<const char*>(source.data), static_cast<std::size_t>(source.length));
+    const std::string_view wanted(reinterpret_cast<const char*>(word.data), static_cast<std::size_t>(word.length));
+    const std::int64_t first = p;
+    const std::int64_t last = source.length - word.length;
+    for (;;) {
+        const std::size_t hit = text.find(wanted, static_cast<std::size_t>(p));
+        if (hit == std::string_view::npos) return 0;
+        const auto at = static_cast<std::int64_t>(hit);
+        const bool startsWord = at == first || set[source.data[at - 1]] != 0;
+        const bool endsWord = at == last || set[source.data[at + word.length]] != 0;
+        if (startsWord && endsWord) return at + 1;
+        p = at + 1;
+    }
+}
+
+std::int64_t findRight(const Bytes& source, const Bytes& word, const std::uint8_t* set, const FindFlags& f,
+                       std::int64_t s) {
+    const std::int64_t last = source.length - word.length;
+    std::int64_t p = s == 0 ? 0 : s - 1;
+    if (p > last) return 0;
+    // A word that the start position cuts is passed over.
+    if (p != 0 && set[source.data[p - 1]] == 0) {
+        p = pastNextDelimiter(source, set, f.quotes, p);
+        if (p < 0 || p > last) return 0;
+    }
+    if (!f.wordNumber && !f.quotes && !f.caseless && word.length > 0) {
+        return findRightByOccurrence(source, word, set, p);
+    }
+    std::int64_t words = 0;
+    for (;;) {
+        if (f.wordNumber) {
+            if (!f.emptyWords) {
+                while (p <= last && set[source.data[p]] != 0) ++p;
+                if (p > last) return 0;
+            }
+            ++words;
+        }
+        const std::int64_t end = p + word.length;
+        if (sameBytes(source.data + p, word.data, word.length, f.caseless) &&
+            (p == last || set[source.data[end]] != 0) && (!f.quotes || quotesClosedWithin(source.data, p, end))) {
+            return f.wordNumber ? words : p + 1;
+        }
+        p = pastNextDelimiter(source, set, f.quotes, p);
+        if (p < 0 || p > last) return 0;
+    }
+}
+
+std::int64_t findLeft(const Bytes& source, const Bytes& word, const std::uint8_t* set, const FindFlags& f,
+                      std::int64_t s) {
+    const std::int64_t lastByte = source.length - 1;
+    std::int64_t e = s == 0 ? lastByte : s - 1;
+    if (e < word.length - 1) return 0;
+    // A word that the start position cuts is passed over.
+    if (e != lastByte && set[source.data[e + 1]] == 0) {
+        e = beforePreviousDelimiter(source, set, f.quotes, e);
+        if (e < word.length - 1) return 0;
+    }
+    std::int64_t words = 0;
+    for (;;) {
+        if (f.wordNumber) {
+            if (!f.emptyWords) {
+                while (e >= word.length - 1 && e >= 0 && set[source.data[e]] != 0) --e;
+                if (e < word.length - 1 || e < 0) return 0;
+            }
+            ++words;
+        }
+        const std::int64_t begin = e - word.length + 1;
+        if (sameBytes(source.data + begin, word.data, word.length, f.caseless) &&
+            (begin == 0 || set[source.data[begin - 1]] != 0) &&
+            (!f.quotes || quotesClosedWithin(source.data, begin, e + 1))) {
+            return f.wordNumber ? words : begin + 1;
+        }
+        e = beforePreviousDelimiter(source, set, f.quotes, e);
+        if (e < word.length - 1) return 0;
+    }
+}
+
+Bytes bytesOf(const StringValue* value) {
+    if (value == nullptr || value->length <= 0) return {reinterpret_cast<const std::uint8_t*>(""), 0};
+    return {reinterpret_cast<const std::uint8_t*>(value->data), static_cast<std::int32_t>(value->length)};
+}
+
+void trimBlanks(Bytes* text) {
+    text->length = trimTrailingBlanks(reinterpret_cast<const char*>(text->data), text->length);
+}
+
+void trimWordBySet(Bytes* word, std::uint8_t* set, bool quotes) {
+    std::int32_t length = static_cast<std::int32_t>(word->length);
+    trimSetBytes(&word->data, &length, set, quotes);
+    word->length = length;
+}
+
+}  // namespace
+
+std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return findWordMultiByte(frame, result, h, 0, nullptr);
+
+    Bytes source = bytesOf(frame->string(1));
+    Bytes word = bytesOf(frame->string(2));
+
+    // Arguments after the word: the numeric one is the start, the first
+    // character one the delimiter list, the second the modifiers.
+    int startArg = 0;
+    int listArg = 0;
+    int modifierArg = 0;
+    for (int k = 3; k <= frame->argCount; ++k) {
+        int* role = nullptr;
+        if (frame->arg(k).typeFlags & kTypeNumeric) {
+            role = startArg == 0 ? &startArg : nullptr;
+        } else {
+            role = listArg == 0 ? &listArg : (modifierArg == 0 ? &modifierArg : nullptr);
+        }
+        if (role == nullptr) {
+            frame->arg(k).errorMarks |= kErrorMark;
+            return kStatusInvalidArgument;
+        }
+        *role = k;
+    }
+
+    FindFlags flags{};
+    std::int64_t s = 0;
+    if (const double* start = startArg != 0 ? frame->number(startArg) : nullptr) {
+        const double x = *start;
+        if (exponentAllOnes(x)) {
+            *result = missingValue();
+            return kStatusMissingStart;
+        }
+        if (x < 0) {
+            flags.backward = true;
+            const double magnitude = -x;
+            s = magnitude < static_cast<double>(source.length) ? static_cast<std::int64_t>(magnitude) : source.length;
+        } else if (x > static_cast<double>(source.length)) {
+            *result = 0.0;
+            return kStatusOk;
+        } else {
+            s = static_cast<std::int64_t>(x);
+        }
+    }
+
+    CharSet built;
+    const std::uint8_t* set = nullptr;
+    if (const auto* cache = frame->argCount >= 3 ? reinterpret_cast<const FindWordsCache*>(cachedSetOf(frame))
+                                                 : nullptr) {
+        // The cached direction replaces that of a negative start.
+        flags.backward = cache->backward != 0;
+        flags.wordNumber = cache->wordNumber != 0;
+        flags.caseless = cache->caseless != 0;
+        if (cache->trim != 0) {
+            trimBlanks(&source);
+            trimBlanks(&word);
+        }
+        set = cache->set.member;
+        if (cache->trimWord != 0) {
+            // Trimming may clear the quote entries, so it works on a copy.
+            std::memcpy(&built, &cache->set, sizeof built);
+            trimWordBySet(&word, built.member, cache->quotes != 0);
+            set = built.member;
+        }
+    } else if (listArg == 0) {
+        // No list means no modifiers either (they would come after it). The
+        // environment's table is read only from a complete record.
+        FunctionEnvironment* environment = functionEnvironmentFor(frame);
+        if (environment == nullptr) return kStatusNoMemory;
+        set = environment->defaultDelimiters;
+    } else {
+        ByteModifiers modifiers{};
+        const StringValue* modifierText = modifierArg != 0 ? frame->string(modifierArg) : nullptr;
+        if (modifierText != nullptr && modifierText->length >= 1) {
+            modifiers = readByteModifiers(kFindWordLetters, modifierText->data, modifierText->length);
+        }
+        const ModifierSet& m = modifiers.flags;
+        flags.backward = flags.backward || m.has(kModB);
+        flags.wordNumber = m.has(kModE);
+        flags.caseless = m.has(kModI);
+        flags.emptyWords = m.has(kModM);
+        flags.quotes = m.has(kModQ);
+
+        Bytes list = bytesOf(frame->string(listArg));   // a null value is an empty list
+        if (m.has(kModT)) {
+            trimBlanks(&source);
+            trimBlanks(&list);
+            trimBlanks(&word);
+        }
+        clearSet(&built);
+        addByteClasses(&built, modifiers.classLetters);
+        addListBytes(&built, reinterpret_cast<const char*>(list.data), list.length, flags.caseless);
+        if (m.has(kModK) || m.has(kModV)) negateSet(&built);
+        if (m.has(kModR)) trimWordBySet(&word, built.member, flags.quotes);
+        set = built.member;
+
+        if (m.has(kModO) && siteMayCache(frame)) {
+            auto* cache = reinterpret_cast<FindWordsCache*>(allocateCachedSet(frame, sizeof(FindWordsCache)));
+            if (cache == nullptr) return kStatusNoMemory;
+            cache->backward = flags.backward;
+            cache->wordNumber = flags.wordNumber;
+            cache->caseless = flags.caseless;
+            cache->quotes = flags.quotes;
+            cache->trimWord = m.has(kModR);
+            cache->trim = m.has(kModT);
+            std::memcpy(&cache->set, &built, sizeof built);
+            keepCachedSet(frame, reinterpret_cast<std::uint8_t*>(cache));
+        }
+    }
+
+    if (source.length < word.length || (word.length == 0 && !flags.emptyWords)) {
+        *result = 0.0;
+        return kStatusOk;
+    }
+    if (flags.quotes) {
+        // A quote byte is never a delimiter; `built` is this call's own set.
+        built.member[kDoubleQuote] = 0;
+        built.member[kApostrophe] = 0;
+    }
+    const std::int64_t answer =
+        flags.backward ? findLeft(source, word, set, flags, s) : findRight(source, word, set, flags, s);
+    *result = static_cast<double>(answer);
+    return kStatusOk;
+}
+
+}  // namespace txscan

@@ -1,0 +1,202 @@
+// Entry routines and adapters: the answers for an absent first argument, the
+// path choice as the host sees it (which handle operations a call causes),
+// the session-handle lookup, and growing a character result.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "host/host.h"
+#include "module/frame/exports.h"
+#include "module/frame/workers.h"
+
+namespace {
+
+using namespace txscan::contract;
+using txhost::Absent;
+using txhost::Argument;
+
+const char* const kEncodings[] = {"UTF-8", "ISO-8859-1", "Shift_JIS"};
+
+struct AbsentCase {
+    const char* function;
+    bool callRoutine;
+    std::vector<Argument> arguments;
+};
+
+TEST(Adapters, AbsentFirstArgumentAnswersNothingFound) {
+    const AbsentCase cases[] = {
+        {"KFINDC", false, {Absent{}, std::string("a")}},
+        {"KCOUNTC", false, {Absent{}, std::string("a")}},
+        {"KFINDW", false, {Absent{}, std::string("a")}},
+        {"KCOUNTW", false, {Absent{}}},
+        {"KFIND", false, {Absent{}, std::string("a")}},
+        {"KCOUNTX", false, {Absent{}, std::string("a")}},
+    };
+    for (const char* encoding : kEncodings) {
+        txhost::Session session({.encoding = encoding});
+        auto module = txhost::Module::load(session);
+        for (const AbsentCase& c : cases) {
+            SCOPED_TRACE(std::string(encoding) + " " + c.function);
+            const auto r = module->call(c.function, c.arguments, c.callRoutine);
+            EXPECT_EQ(0, r.status);
+            ASSERT_TRUE(r.number.has_value());
+            EXPECT_EQ(0.0, *r.number);
+        }
+        const auto scan = module->call("KSCANX", {Absent{}, 1.0});
+        EXPECT_EQ(0, scan.status);
+        EXPECT_EQ(std::optional<std::string>(" "), scan.text);
+    }
+}
+
+TEST(Adapters, CachedSessionHandleIsNeverReopened) {
+    for (bool cached : {true, false}) {
+        txhost::Session session({.encoding = "UTF-8", .cacheSessionHandle = cached});
+        auto module = txhost::Module::load(session);
+        session.counters().openHandleCalls = 0;
+        for (const auto& f : module->functions()) {
+            txhost::CallSite site(*module, f.index);
+            std::vector<Argument> args(f.descriptor->minArgs, Argument{std::string("a b")});
+            if (f.name == "KSCANX") {
+                for (std::size_t i = 1; i < args.size(); ++i) args[i] = 1.0;
+            }
+            site.call(args);
+        }
+        if (cached) {
+            EXPECT_EQ(0, session.counters().openHandleCalls);
+        } else {
+            EXPECT_GE(session.counters().openHandleCalls, 8);
+        }
+    }
+}
+
+std::int64_t totalHandleOperations(txhost::Session& s) {
+    std::int64_t total = 0;
+    for (const auto& [word, calls] : s.counters().handleOperations) total += calls;
+    return total;
+}
+
+TEST(Adapters, OnlyTheFirstArgumentChoosesThePath) {
+    // In a UTF-8 session an ASCII source keeps the byte path, which reads no
+    // handle operation, whatever the other arguments hold; in a single-byte
+    // session every byte value does.
+    struct PathCase {
+        const char* encoding;
+        const char* function;
+        std::vector<Argument> arguments;
+    };
+    const PathCase cases[] = {
+        {"UTF-8", "KFIND", {std::string("abc"), std::string("\xC3\xA4")}},
+        {"UTF-8", "KCOUNTX", {std::string("abc"), std::string("\xC3\xA4"), std::string("i")}},
+        {"UTF-8", "KFINDC", {std::string("abc"), std::string("\xC3\xA4")}},
+        {"UTF-8", "KCOUNTC", {std::string("abc"), std::string("\xC3\xA4")}},
+        {"ISO-8859-1", "KFIND", {std::string("ab\xC3\xA4"), std::string("\xC3")}},
+        {"ISO-8859-1", "KFINDC", {std::string("ab\xC3\xA4"), std::string("\xC3")}},
+        {"ISO-8859-1", "KCOUNTC", {std::string("\xE4\xC4"), std::string("\xE4"), std::string("i")}},
+    };
+    for (const PathCase& c : cases) {
+        SCOPED_TRACE(std::string(c.encoding) + " " + c.function);
+        txhost::Session session({.encoding = c.encoding});
+        auto module = txhost::Module::load(session);
+        session.counters().handleOperations.clear();
+        module->call(c.function, c.arguments);
+        EXPECT_EQ(0, totalHandleOperations(session));
+    }
+}
+
+TEST(Adapters, DoubleByteSessionCountsCharactersToChoose) {
+    // Shift_JIS cursors need counting: the adapter asks countChars once and
+    // the byte worker's re-check once more.
+    txhost::Session session({.encoding = "Shift_JIS"});
+    auto module = txhost::Module::load(session);
+    session.counters().handleOperations.clear();
+    module->call("KFINDC", {std::string("abc"), std::string("c")});
+    EXPECT_GE(session.counters().handleOperations[kOpCountChars], 1);
+    EXPECT_EQ(session.counters().handleOperations[kOpCountChars], totalHandleOperations(session));
+}
+
+TEST(MultiByteText, DecidesByEncoding) {
+    struct TextCase {
+        const char* encoding;
+        std::string text;
+        bool multiByte;
+    };
+    const TextCase cases[] = {
+        {"UTF-8", "", false},           {"UTF-8", "plain", false},   {"UTF-8", "x\xC3", true},
+        {"UTF-8", "\xC3\xA4", true},    {"ISO-8859-1", "\xC3\xA4", false},
+        {"Shift_JIS", "abc", false},    {"Shift_JIS", "a\x82\xA0", true},
+    };
+    for (const TextCase& c : cases) {
+        txhost::Session session({.encoding = c.encoding});
+        auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+        EXPECT_EQ(c.multiByte, txscan::isMultiByteText(session.encodingHandle(), c.text.data(),
+                                                       static_cast<std::int64_t>(c.text.size())))
+            << c.encoding << " " << c.text;
+    }
+}
+
+TEST(MultiByteText, Utf8HighBitAtEveryPositionAndLength) {
+    txhost::Session session({.encoding = "UTF-8"});
+    auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    for (std::size_t length = 0; length <= 70; ++length) {
+        std::string text(length, 'a');
+        EXPECT_FALSE(txscan::isMultiByteText(session.encodingHandle(), text.data(),
+                                             static_cast<std::int64_t>(length)));
+        for (std::size_t at = 0; at < length; ++at) {
+            text[at] = '\x80';
+            // Copied to exactly its length, so reading past it is caught.
+            const auto copy = std::make_unique<char[]>(length);
+            std::memcpy(copy.get(), text.data(), length);
+            EXPECT_TRUE(txscan::isMultiByteText(session.encodingHandle(), copy.get(),
+                                                static_cast<std::int64_t>(length)))
+                << length << " " << at;
+            text[at] = 'a';
+        }
+    }
+}
+
+TEST(ResultCapacity, GrowsInKilobytesUpToTheMaximum) {
+    struct CapacityCase {
+        bool growable;
+        std::int64_t maxLength, capacity, needed;
+        std::int64_t expectedCapacity;
+        bool reallocates;
+    };
+    const CapacityCase cases[] = {
+        {false, 200, 50, 500, 200, false},   {true, 5000, 0, 1, 1024, true},
+        {true, 5000, 1024, 1024, 1024, false}, {true, 5000, 1024, 1025, 2048, true},
+        {true, 1500, 1024, 4000, 1500, true}, {true, 1500, 1500, 4000, 1500, false},
+        {true, 5000, 0, 0, 0, false},
+    };
+    txhost::Session session;
+    auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    for (const CapacityCase& c : cases) {
+        SCOPED_TRACE(c.needed);
+        char fixed[8] = {};
+        StringValue v{c.maxLength, 0, c.growable ? nullptr : fixed,
+                      c.growable ? session.hostVector()->hostPool : nullptr, c.capacity};
+        const std::int64_t before = session.counters().reallocations;
+        EXPECT_EQ(0, txscan::ensureResultCapacity(&v, c.needed));
+        EXPECT_EQ(c.expectedCapacity, v.capacity);
+        EXPECT_EQ(c.reallocates ? 1 : 0, session.counters().reallocations - before);
+        if (c.reallocates) {
+            ASSERT_NE(nullptr, v.data);
+            std::memset(v.data, 'x', static_cast<std::size_t>(v.capacity));
+        }
+    }
+}
+
+TEST(ResultCapacity, RefusedMemory) {
+    txhost::Session session;
+    auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    StringValue v{4000, 0, nullptr, session.hostVector()->hostPool, 0};
+    session.failReallocationAfter(1);
+    EXPECT_EQ(kStatusNoMemory, txscan::ensureResultCapacity(&v, 10));
+    EXPECT_EQ(nullptr, v.data);
+    EXPECT_EQ(0, v.capacity);
+    // The next call at the same site gets a buffer again.
+    EXPECT_EQ(0, txscan::ensureResultCapacity(&v, 10));
+    ASSERT_NE(nullptr, v.data);
+    EXPECT_EQ(1024, v.capacity);
+}
+
+}  // namespace

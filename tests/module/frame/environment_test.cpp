@@ -1,0 +1,103 @@
+// The function environment of a call context: built once on first need,
+// registered only when complete, with its delimiter table, seeded stream
+// and host values.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+
+#include "host/host.h"
+#include "module/frame/exports.h"
+#include "module/frame/function_environment.h"
+#include "module/rng/stream.h"
+
+namespace {
+
+using namespace txscan::contract;
+using txscan::FunctionEnvironment;
+
+struct Environment : ::testing::Test {
+    void start(txhost::SessionOptions options = {}) {
+        session = std::make_unique<txhost::Session>(options);
+        module = txhost::Module::attach(*session, &mcn_main, &tkvercn1);
+        std::memset(&frame, 0, sizeof frame);
+    }
+    void* taskContext() const {
+        return static_cast<void* const*>(session->hostVector()->taskRecord)[kTaskCallContextWord];
+    }
+    void* slot37(void* context) const { return static_cast<CallContext*>(context)->slots[kEnvironmentSlot]; }
+
+    std::unique_ptr<txhost::Session> session;
+    std::unique_ptr<txhost::Module> module;
+    ArgumentFrame frame{};
+};
+
+TEST_F(Environment, BuiltOnceForTheTaskContextOfAFrameWithoutOne) {
+    start();
+    FunctionEnvironment* first = txscan::functionEnvironmentFor(&frame);
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(taskContext(), frame.callContext);
+    EXPECT_EQ(first, slot37(frame.callContext));
+    const auto allocations = session->counters().allocationsByFlags;
+    EXPECT_EQ(1, allocations.at(kPoolEnvironment));
+
+    ArgumentFrame other{};
+    other.callContext = frame.callContext;
+    EXPECT_EQ(first, txscan::functionEnvironmentFor(&other));
+    EXPECT_EQ(allocations, session->counters().allocationsByFlags);
+}
+
+TEST_F(Environment, RecordContents) {
+    start({.options = {{"YEARCUTOFF", "1950"}}, .optionText = "nodate RNGSEED=12345 other"});
+    FunctionEnvironment* e = txscan::functionEnvironmentFor(&frame);
+    ASSERT_NE(nullptr, e);
+    EXPECT_EQ(0u, e->zero4);
+    EXPECT_EQ(0xC00921FB54442D18ull, std::bit_cast<std::uint64_t>(e->emptyMark));
+    double yearCutoff;
+    std::memcpy(&yearCutoff, &e->yearCutoff, 8);
+    EXPECT_EQ(1950.0, yearCutoff);
+
+    std::string members;
+    for (int b = 0; b < 256; ++b) {
+        EXPECT_LE(e->defaultDelimiters[b], 1) << b;
+        if (e->defaultDelimiters[b]) members += static_cast<char>(b);
+        EXPECT_EQ(0, e->spareTable[b]) << b;
+    }
+    EXPECT_EQ(" !$%&()*+,-./;<^|", members);
+
+    int length = 8;
+    while (length > 0 && e->hostText[length - 1] == ' ') --length;
+    EXPECT_EQ(length, e->hostTextLength);
+
+    ASSERT_NE(nullptr, e->randomStream);
+    EXPECT_EQ(12345u, e->randomStream->lastSeed);
+    EXPECT_EQ(0u, e->randomStream->stream);
+}
+
+TEST_F(Environment, FailedOptionLookupRegistersNothing) {
+    start({.options = {{"YEARCUTOFF", ""}}});
+    void* context = taskContext();
+    EXPECT_NE(0, txscan::buildFunctionEnvironment(context));
+    EXPECT_EQ(nullptr, slot37(context));
+    session->takeMessages();
+    EXPECT_EQ(nullptr, txscan::functionEnvironmentFor(&frame));
+    const auto messages = session->takeMessages();
+    ASSERT_FALSE(messages.empty());
+    EXPECT_EQ(1016, messages.back().code);
+}
+
+TEST_F(Environment, EveryRefusedAllocationLeavesTheSlotEmpty) {
+    start();
+    void* context = taskContext();
+    for (int n = 1; n <= 6; ++n) {
+        session->failAllocationAfter(n);
+        const std::int32_t status = txscan::buildFunctionEnvironment(context);
+        session->failAllocationAfter(0);
+        if (status == 0) break;  // the build needs fewer allocations than n
+        EXPECT_EQ(txscan::kEnvironmentNoMemory, status) << n;
+        EXPECT_EQ(nullptr, slot37(context)) << n;
+    }
+    EXPECT_NE(nullptr, txscan::functionEnvironmentFor(&frame));
+}
+
+}  // namespace
