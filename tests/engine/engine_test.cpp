@@ -221,3 +221,46 @@ INSTANTIATE_TEST_SUITE_P(Encodings, RowEngine, ::testing::Values(&kEncodings[0],
                          });
 
 }  // namespace
+
+namespace {
+
+// Shapes and columns the engine refuses with a one-line error, leaving the
+// Program fit for the next run.
+TEST(RowEngineRefusals, BadShapesAndColumns) {
+    txhost::Session session;
+    auto module = txhost::Module::load(session);
+    txengine::Engine engine(session, *module, {2, 8});
+    EXPECT_THROW(engine.prepare({"KNOPE"}), std::invalid_argument);
+
+    const OwnedText text({"ab", "b", std::nullopt, "", "abc", "cab", "x", "b", "bb", "b"});
+    std::vector<std::int64_t> backwards = text.offsets;
+    backwards[9] = backwards[8] - 1;   // row 8 ends before it starts
+    const txengine::TextColumn good = text.column();
+    const txengine::TextColumn bad{backwards.data(), text.bytes.data(), nullptr};
+    using txengine::Input;
+    const struct {
+        const char* function;
+        std::vector<Input> inputs;
+        const char* says;
+    } cases[] = {
+        {"KFIND", {Input::column(good)}, "inputs"},
+        {"KFIND", {Input::column(good), Input::constant(2.0)}, "argument 2 must be character"},
+        {"KSCANX", {Input::column(good), Input::column(good)}, "argument 2 must be numeric"},
+        {"KFIND", {Input::column(good), Input::column(bad)}, "argument 2: row 8 has offsets out of order"},
+        {"KSCANX", {Input::column(good), Input::column(txengine::NumberColumn{})}, "argument 2: no values"},
+    };
+    for (const auto& c : cases) {
+        txengine::Program program = engine.prepare({c.function});
+        try {
+            program.run(c.inputs, 10);
+            ADD_FAILURE() << c.says;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(c.says), std::string::npos) << e.what();
+        }
+        const Input second = c.function == std::string("KSCANX") ? Input::constant(1.0) : Input::constant("b");
+        const txengine::Result r = program.run({Input::column(good), second}, 10);
+        EXPECT_EQ(10, r.rows) << c.says;
+    }
+}
+
+}  // namespace
