@@ -30,10 +30,10 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
         {"Shift_JIS", "\x82", 1}, {"Shift_JIS", "\x82\x20", 2}, {"Shift_JIS", "\xF0\x40", 1},
         {"ISO-8859-1", "\xE9\xC3\xA9", 3}, {"windows-1252", "\x81\x80", 2},
     };
-    EXPECT_THROW(Session(withEncoding("EBCDIC-XYZ")), std::invalid_argument);
+    EXPECT_THROW(Session({.encoding = "EBCDIC-XYZ"}), std::invalid_argument);
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "]");
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor cursor(h, c.text);
         EXPECT_EQ(c.characters, charLength(h, cursor.get()));
@@ -50,7 +50,7 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
 TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
     for (const char* encoding : {"UTF-8", "Shift_JIS", "ISO-8859-1"}) {
         SCOPED_TRACE(encoding);
-        Session session(withEncoding(encoding));
+        Session session({.encoding = encoding});
         EncodingHandle* h = session.encodingHandle();
         // Shift_JIS: 亜 (0x88 0x9F) has a trail byte in the lead range, and
         // a lead byte before 'a' pairs with it.
@@ -127,7 +127,7 @@ TEST(EncodingHandle, CompareAtExactAndCaseless) {
     };
     for (const CompareCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "] at " + std::to_string(c.at) + " [" + c.search + "]");
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, c.text);
         Cursor search(h, c.search);
@@ -164,7 +164,7 @@ TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
     };
     for (const CharCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "] at " + std::to_string(c.at));
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, c.text);
         if (c.at != 0) {
@@ -211,7 +211,7 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
     };
     for (const ClassCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.character + "]");
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, "." + c.character);
         ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, 1));
@@ -237,7 +237,7 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
 // ß has no one-character upper case and µ's is Greek; NEL is control and
 // white space. In UTF-8 sessions bytes from 0x80 up have no class or case.
 TEST(EncodingHandle, ByteTablesOfTheSession) {
-    Session latin1(withEncoding("ISO-8859-1")), utf8(withEncoding("UTF-8"));
+    Session latin1({.encoding = "ISO-8859-1"}), utf8({.encoding = "UTF-8"});
     const HostVector *hv = latin1.hostVector(), *u = utf8.hostVector();
     EXPECT_EQ((std::vector<int>{'Z', 'a', 0xC9, 0xE9, 0xDF, 0xB5, 0x48}),
               (std::vector<int>{hv->upcaseMap[unsigned{'z'}], hv->lowcaseMap[unsigned{'A'}], hv->upcaseMap[0xE9], hv->lowcaseMap[0xC9],
@@ -261,7 +261,7 @@ TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
     };
     for (const CopyCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " cap " + std::to_string(c.capacity));
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         std::vector<char> out(static_cast<std::size_t>(c.capacity) + 1, '#');
         std::int64_t copied = -1;
@@ -275,7 +275,7 @@ TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
 }
 
 TEST(EncodingHandle, TrimmingOffsetsAndModifiers) {
-    Session session(withEncoding("UTF-8"));
+    Session session({.encoding = "UTF-8"});
     EncodingHandle* h = session.encodingHandle();
     Cursor text(h, "\xC3\xA9t\xC3\xA9  ");
     Cursor blanks(h, "   ");
@@ -308,7 +308,7 @@ TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
     };
     for (const TranscodeCase& c : cases) {
         SCOPED_TRACE(c.encoding);
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         Transcoder* t = session.encodingHandle()->transcoder();
         std::vector<char> out(static_cast<std::size_t>(c.capacity));
         std::int64_t length = -1;
