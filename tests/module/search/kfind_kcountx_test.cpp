@@ -24,7 +24,7 @@ TEST(KFind, StartPositionsAndDirections) {
     const std::string t = "abcabc";
     const std::vector<Case> cases = {
         {F, {t, s("bc")}, 2},         {F, {t, s("bc"), 3.0}, 5},    {F, {t, s("bc"), -6.0}, 5},
-        {F, {t, s("bc"), -60.0}, 5},  {F, {t, s("bc"), 0.0}, 0},    {F, {t, s("bc"), 7.0}, 0},
+        {F, {t, s("bc"), -60.0}, 5},  {F, {t, s("bc"), 0.0}, 0},    {F, {t, s("c"), 6.5}, 0},
         {F, {t, s("c"), 6.0}, 6},     {F, {t, s("c"), -5.0}, 3},    {F, {t, s("bc"), 2.9}, 2},
         {F, {t, s("ab"), -2.5}, 1},   {F, {t, s("bc"), -2.5}, 0},   {F, {t, s("abcabcx")}, 0},
         {F, {s(""), s("a")}, 0},      {F, {s("abc"), s("")}, 0},    {F, {t, s("bc"), 9.0, s("xz")}, 0},

@@ -24,7 +24,7 @@ TEST(KFindC, ListsStartsAndDirections) {
         {F, {s("abc")}, 0},                 {F, {s(""), s("a")}, 0},             {F, {s("abc"), s("a"), s("k")}, 2},
         {F, {s("abc"), s("a"), s("v")}, 2}, {F, {s("abc"), s(""), s("v")}, 1},   {F, {s("abc"), s("c"), s("b")}, 3},
         {F, {s("abca"), s("a"), s("b")}, 4}, {F, {s("abca"), s("a"), 2.0}, 4},   {F, {s("abca"), s("a"), -3.0}, 1},
-        {F, {s("abca"), s("a"), 0.0}, 0},   {F, {s("abca"), s("a"), 5.0}, 0},    {F, {s("abca"), s("bc"), -9.0}, 3},
+        {F, {s("abca"), s("a"), 0.0}, 0},   {F, {s("abca"), s("a"), 4.5}, 0},    {F, {s("abca"), s("bc"), -9.0}, 3},
         {F, {s("ab1"), s(""), s("d")}, 3},  {F, {s("aB"), s("b"), s("i")}, 2},   {F, {s("aB"), s("b")}, 0},
         {F, {s("a b"), s(" "), s("t")}, 0},   // T trims the list to nothing
         {F, {s("ab  "), s("b "), s("vt")}, 1},
