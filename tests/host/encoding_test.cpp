@@ -18,33 +18,22 @@ using txhost::Session;
 const std::string kUtf8Mixed = "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80";   // a é 漢 😀
 const std::string kSjisMixed = "a\x82\xA0\xB1\x8A\xBF";                    // a あ ｱ 漢
 
-struct LengthCase {
-    const char* encoding;
-    std::string text;
-    std::int64_t characters;
-};
-
 TEST(EncodingHandle, CharLengthAndCountChars) {
-    const LengthCase cases[] = {
-        {"UTF-8", "", 0},
-        {"UTF-8", "abc", 3},
-        {"UTF-8", kUtf8Mixed, 4},
-        {"UTF-8", "a\xC3", 2},               // lead byte at the end: one character of its own
-        {"UTF-8", "\xE2\x82", 2},            // cut sequence: each byte a character
-        {"UTF-8", "\xC0\xAF", 2},            // overlong
-        {"UTF-8", "\xED\xA0\x80", 3},        // surrogate
-        {"UTF-8", "\xF4\x90\x80\x80", 4},    // above U+10FFFF
-        {"UTF-8", "\x80\xBF", 2},            // stray continuation bytes
-        {"Shift_JIS", kSjisMixed, 4},
-        {"Shift_JIS", "\x82", 1},            // lead byte at the end
-        {"Shift_JIS", "\x82\x20", 2},        // lead byte without a trail byte
-        {"Shift_JIS", "\xF0\x40", 1},        // user-defined area: a pair all the same
-        {"ISO-8859-1", "\xE9\xC3\xA9", 3},
-        {"windows-1252", "\x81\x80", 2},
+    // Invalid UTF-8 (a lead byte at the end, cut or overlong sequences,
+    // surrogates, code points above U+10FFFF, stray continuation bytes)
+    // counts each byte as a character; so does a Shift_JIS lead byte without
+    // a trail byte, while its user-defined area pairs all the same.
+    const struct { const char* encoding; std::string text; std::int64_t characters; } cases[] = {
+        {"UTF-8", "", 0}, {"UTF-8", "abc", 3}, {"UTF-8", kUtf8Mixed, 4}, {"UTF-8", "a\xC3", 2},
+        {"UTF-8", "\xE2\x82", 2}, {"UTF-8", "\xC0\xAF", 2}, {"UTF-8", "\xED\xA0\x80", 3},
+        {"UTF-8", "\xF4\x90\x80\x80", 4}, {"UTF-8", "\x80\xBF", 2}, {"Shift_JIS", kSjisMixed, 4},
+        {"Shift_JIS", "\x82", 1}, {"Shift_JIS", "\x82\x20", 2}, {"Shift_JIS", "\xF0\x40", 1},
+        {"ISO-8859-1", "\xE9\xC3\xA9", 3}, {"windows-1252", "\x81\x80", 2},
     };
-    for (const LengthCase& c : cases) {
+    EXPECT_THROW(Session({.encoding = "EBCDIC-XYZ"}), std::invalid_argument);
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "]");
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor cursor(h, c.text);
         EXPECT_EQ(c.characters, charLength(h, cursor.get()));
@@ -54,29 +43,6 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
     }
 }
 
-TEST(EncodingHandle, HandleFieldsByEncoding) {
-    struct FieldCase {
-        const char* encoding;
-        std::int32_t kind;
-        bool utf8;
-        bool multiByte;
-    };
-    const FieldCase cases[] = {
-        {"UTF-8", kUnpositionedCursors, true, true},
-        {"Shift_JIS", 2, false, true},
-        {"ISO-8859-1", kSingleByteEncoding, false, false},
-    };
-    for (const FieldCase& c : cases) {
-        SCOPED_TRACE(c.encoding);
-        Session session(withEncoding(c.encoding));
-        EncodingHandle* h = session.encodingHandle();
-        EXPECT_EQ(c.kind, h->encodingKind);
-        EXPECT_EQ(c.utf8, h->encodingId == kEncodingIdUtf8);
-        EXPECT_EQ(c.multiByte, session.multiByte());
-    }
-    EXPECT_THROW(Session(withEncoding("EBCDIC-XYZ")), std::invalid_argument);
-}
-
 // seekChars against offsets from byteOffsetOf: the characters 0..n-1 are the
 // positions; n and beyond, and anything before 0, answer -99 and leave the
 // cursor alone. nextChar steps through the same offsets and then reports
@@ -84,7 +50,7 @@ TEST(EncodingHandle, HandleFieldsByEncoding) {
 TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
     for (const char* encoding : {"UTF-8", "Shift_JIS", "ISO-8859-1"}) {
         SCOPED_TRACE(encoding);
-        Session session(withEncoding(encoding));
+        Session session({.encoding = encoding});
         EncodingHandle* h = session.encodingHandle();
         // Shift_JIS: 亜 (0x88 0x9F) has a trail byte in the lead range, and
         // a lead byte before 'a' pairs with it.
@@ -161,7 +127,7 @@ TEST(EncodingHandle, CompareAtExactAndCaseless) {
     };
     for (const CompareCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "] at " + std::to_string(c.at) + " [" + c.search + "]");
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, c.text);
         Cursor search(h, c.search);
@@ -198,7 +164,7 @@ TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
     };
     for (const CharCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.text + "] at " + std::to_string(c.at));
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, c.text);
         if (c.at != 0) {
@@ -226,26 +192,17 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
         std::string character;
         std::uint32_t bits;   // expected bits among 0x3FF
     };
+    // UTF-8: É 漢 € 、 fullwidth 0, no-break space, an invalid byte. Shift_JIS:
+    // Ａ 、 and ｱ (one byte, no wide class). ISO-8859-1: é ¿ and × (a
+    // symbol). windows-1252: € (a symbol) and Š.
     const ClassCase cases[] = {
-        {"UTF-8", "a", 0x02 | 0x80},
-        {"UTF-8", "Z", 0x01},
-        {"UTF-8", "7", 0x04 | 0x80},
-        {"UTF-8", "\t", 0x08 | 0x40},
-        {"UTF-8", "\xC3\x89", 0x01 | 0x100},                 // É
-        {"UTF-8", "\xE6\xBC\xA2", 0x100},                    // 漢
-        {"UTF-8", "\xE2\x82\xAC", 0x200},                    // €
-        {"UTF-8", "\xE3\x80\x81", 0x10 | 0x200},             // 、
-        {"UTF-8", "\xEF\xBC\x90", 0x04 | 0x200},             // fullwidth 0
-        {"UTF-8", "\xC2\xA0", 0x08 | 0x20},                  // no-break space
-        {"UTF-8", "\xC3", 0x00},                             // invalid byte
-        {"Shift_JIS", "\x82\x60", 0x01 | 0x100},             // Ａ
-        {"Shift_JIS", "\x81\x41", 0x10 | 0x200},             // 、
-        {"Shift_JIS", "\xB1", 0x00},                         // ｱ: one byte, no wide class
-        {"ISO-8859-1", "\xE9", 0x02},
-        {"ISO-8859-1", "\xBF", 0x10},                        // ¿
-        {"ISO-8859-1", "\xD7", 0x00},                        // × is a symbol
-        {"windows-1252", "\x80", 0x00},                      // € is a symbol
-        {"windows-1252", "\x8A", 0x01},                      // Š
+        {"UTF-8", "a", 0x02 | 0x80}, {"UTF-8", "Z", 0x01}, {"UTF-8", "7", 0x04 | 0x80}, {"UTF-8", "\t", 0x08 | 0x40},
+        {"UTF-8", "\xC3\x89", 0x01 | 0x100}, {"UTF-8", "\xE6\xBC\xA2", 0x100}, {"UTF-8", "\xE2\x82\xAC", 0x200},
+        {"UTF-8", "\xE3\x80\x81", 0x10 | 0x200}, {"UTF-8", "\xEF\xBC\x90", 0x04 | 0x200},
+        {"UTF-8", "\xC2\xA0", 0x08 | 0x20}, {"UTF-8", "\xC3", 0x00}, {"Shift_JIS", "\x82\x60", 0x01 | 0x100},
+        {"Shift_JIS", "\x81\x41", 0x10 | 0x200}, {"Shift_JIS", "\xB1", 0x00}, {"ISO-8859-1", "\xE9", 0x02},
+        {"ISO-8859-1", "\xBF", 0x10}, {"ISO-8859-1", "\xD7", 0x00}, {"windows-1252", "\x80", 0x00},
+        {"windows-1252", "\x8A", 0x01},
     };
     const std::pair<int, std::int32_t> tests[] = {
         {kOpClassTestAlpha, 0x103}, {kOpClassTestAlpha, 0x10},   {kOpClassTestAlpha, 0x337},
@@ -254,7 +211,7 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
     };
     for (const ClassCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.character + "]");
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, "." + c.character);
         ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, 1));
@@ -277,48 +234,34 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
     }
 }
 
+// ß has no one-character upper case and µ's is Greek; NEL is control and
+// white space. In UTF-8 sessions bytes from 0x80 up have no class or case.
 TEST(EncodingHandle, ByteTablesOfTheSession) {
-    Session latin1(withEncoding("ISO-8859-1"));
-    const HostVector* hv = latin1.hostVector();
-    EXPECT_EQ('Z', hv->upcaseMap[static_cast<unsigned char>('z')]);
-    EXPECT_EQ('a', hv->lowcaseMap[static_cast<unsigned char>('A')]);
-    EXPECT_EQ(0xC9, hv->upcaseMap[0xE9]);
-    EXPECT_EQ(0xE9, hv->lowcaseMap[0xC9]);
-    EXPECT_EQ(0xDF, hv->upcaseMap[0xDF]);   // ß has no one-character upper case
-    EXPECT_EQ(0xB5, hv->upcaseMap[0xB5]);   // µ: its upper case is Greek
-    EXPECT_EQ(0x48, hv->classTable[0x85]);   // NEL: control and white space
-    int hex = 0;
-    for (int b = 0; b < 256; ++b) hex += (hv->classTable[b] & 0x80) != 0;
-    EXPECT_EQ(22, hex);
-
-    Session utf8(withEncoding("UTF-8"));
-    const HostVector* u = utf8.hostVector();
-    for (int b = 0x80; b < 256; ++b) {
-        EXPECT_EQ(0, u->classTable[b]) << b;
-        EXPECT_EQ(b, u->upcaseMap[b]);
-        EXPECT_EQ(b, u->lowcaseMap[b]);
-    }
-    EXPECT_EQ('A', u->upcaseMap[static_cast<unsigned char>('a')]);
-    EXPECT_EQ(0x02 | 0x80, u->classTable[static_cast<unsigned char>('a')]);
+    Session latin1({.encoding = "ISO-8859-1"}), utf8({.encoding = "UTF-8"});
+    const HostVector *hv = latin1.hostVector(), *u = utf8.hostVector();
+    EXPECT_EQ((std::vector<int>{'Z', 'a', 0xC9, 0xE9, 0xDF, 0xB5, 0x48}),
+              (std::vector<int>{hv->upcaseMap[unsigned{'z'}], hv->lowcaseMap[unsigned{'A'}], hv->upcaseMap[0xE9], hv->lowcaseMap[0xC9],
+                                hv->upcaseMap[0xDF], hv->upcaseMap[0xB5], hv->classTable[0x85]}));
+    for (int b = 0x80; b < 256; ++b)
+        EXPECT_TRUE(u->classTable[b] == 0 && u->upcaseMap[b] == b && u->lowcaseMap[b] == b) << b;
+    EXPECT_EQ('A', u->upcaseMap[unsigned{'a'}]);
 }
 
 TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
     struct CopyCase {
         const char* encoding;
         std::string source;
-        std::int64_t capacity;
-        std::int64_t copied;
+        std::int64_t capacity, copied;
     };
-    const CopyCase cases[] = {
-        {"UTF-8", kUtf8Mixed, 100, 10}, {"UTF-8", kUtf8Mixed, 3, 3},  {"UTF-8", kUtf8Mixed, 5, 3},
-        {"UTF-8", kUtf8Mixed, 6, 6},    {"UTF-8", kUtf8Mixed, 9, 6},  {"UTF-8", kUtf8Mixed, 0, 0},
-        {"UTF-8", "\xC3\xA9", 1, 0},    {"UTF-8", "a\xE2\x82", 2, 2},  // invalid bytes copy one by one
-        {"Shift_JIS", kSjisMixed, 2, 1}, {"Shift_JIS", kSjisMixed, 4, 4}, {"Shift_JIS", kSjisMixed, 5, 4},
-        {"ISO-8859-1", "\xE9\xE9\xE9", 2, 2},
+    const CopyCase cases[] = {   // invalid bytes copy one by one
+        {"UTF-8", kUtf8Mixed, 100, 10}, {"UTF-8", kUtf8Mixed, 3, 3}, {"UTF-8", kUtf8Mixed, 5, 3},
+        {"UTF-8", kUtf8Mixed, 6, 6}, {"UTF-8", kUtf8Mixed, 9, 6}, {"UTF-8", kUtf8Mixed, 0, 0},
+        {"UTF-8", "\xC3\xA9", 1, 0}, {"UTF-8", "a\xE2\x82", 2, 2}, {"Shift_JIS", kSjisMixed, 2, 1},
+        {"Shift_JIS", kSjisMixed, 4, 4}, {"Shift_JIS", kSjisMixed, 5, 4}, {"ISO-8859-1", "\xE9\xE9\xE9", 2, 2},
     };
     for (const CopyCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " cap " + std::to_string(c.capacity));
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         std::vector<char> out(static_cast<std::size_t>(c.capacity) + 1, '#');
         std::int64_t copied = -1;
@@ -332,23 +275,19 @@ TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
 }
 
 TEST(EncodingHandle, TrimmingOffsetsAndModifiers) {
-    Session session(withEncoding("UTF-8"));
+    Session session({.encoding = "UTF-8"});
     EncodingHandle* h = session.encodingHandle();
     Cursor text(h, "\xC3\xA9t\xC3\xA9  ");
-    EXPECT_EQ(5, charLength(h, text.get()));
-    EXPECT_EQ(3, trimmedLength(h, text.get()));
-    EXPECT_EQ(0, byteOffsetOf(h, text.get(), 0));
-    EXPECT_EQ(2, byteOffsetOf(h, text.get(), 1));
-    EXPECT_EQ(3, byteOffsetOf(h, text.get(), 2));
-    EXPECT_EQ(7, byteOffsetOf(h, text.get(), 5));   // the end of the text
-    EXPECT_EQ(-1, byteOffsetOf(h, text.get(), 6));
-    EXPECT_EQ(-1, byteOffsetOf(h, text.get(), -1));
-    EXPECT_EQ(5, blankTrimmedBytes(h, "\xC3\xA9t\xC3\xA9  "));
-    EXPECT_EQ(0, blankTrimmedBytes(h, "   "));
-    EXPECT_EQ(0, blankTrimmedBytes(h, ""));
-    EXPECT_FALSE(skipModifierText(h, "it"));
     Cursor blanks(h, "   ");
-    EXPECT_EQ(0, trimmedLength(h, blanks.get()));
+    // Offsets from 0 to the end of the text (5 characters); -1 outside.
+    EXPECT_EQ((std::vector<std::int64_t>{3, 0, 0, 2, 3, 7, -1, -1, 5, 0, 0}),
+              (std::vector<std::int64_t>{trimmedLength(h, text.get()), trimmedLength(h, blanks.get()),
+                                         byteOffsetOf(h, text.get(), 0), byteOffsetOf(h, text.get(), 1),
+                                         byteOffsetOf(h, text.get(), 2), byteOffsetOf(h, text.get(), 5),
+                                         byteOffsetOf(h, text.get(), 6), byteOffsetOf(h, text.get(), -1),
+                                         blankTrimmedBytes(h, "\xC3\xA9t\xC3\xA9  "), blankTrimmedBytes(h, "   "),
+                                         blankTrimmedBytes(h, "")}));
+    EXPECT_FALSE(skipModifierText(h, "it"));
 }
 
 TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
@@ -360,18 +299,16 @@ TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
         std::int32_t status;
     };
     const TranscodeCase cases[] = {
-        {"UTF-8", u"ABC", 10, "ABC", 0},
-        {"UTF-8", u"\u00E9\u6F22", 10, "\xC3\xA9\xE6\xBC\xA2", 0},
-        {"UTF-8", u"\u00E9\u6F22", 4, "\xC3\xA9", 1},                 // cut before the character that does not fit
-        {"ISO-8859-1", u"a\u00E9", 10, "a\xE9", 0},
-        {"ISO-8859-15", u"\u20AC", 10, "\xA4", 0},
+        {"UTF-8", u"ABC", 10, "ABC", 0}, {"UTF-8", u"\u00E9\u6F22", 10, "\xC3\xA9\xE6\xBC\xA2", 0},
+        {"UTF-8", u"\u00E9\u6F22", 4, "\xC3\xA9", 1},   // cut before the character that does not fit
+        {"ISO-8859-1", u"a\u00E9", 10, "a\xE9", 0}, {"ISO-8859-15", u"\u20AC", 10, "\xA4", 0},
         {"Shift_JIS", u"a\u3042", 10, "a\x82\xA0", 0},
         {"UTF-8", std::u16string(u"ABCDEFGHIJKLMNOPQRSTUVWXYZ", 24) + u'\0', 25,
          std::string("ABCDEFGHIJKLMNOPQRSTUVWX") + '\0', 0},            // the modifier alphabet with its terminator
     };
     for (const TranscodeCase& c : cases) {
         SCOPED_TRACE(c.encoding);
-        Session session(withEncoding(c.encoding));
+        Session session({.encoding = c.encoding});
         Transcoder* t = session.encodingHandle()->transcoder();
         std::vector<char> out(static_cast<std::size_t>(c.capacity));
         std::int64_t length = -1;
@@ -379,39 +316,6 @@ TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
                                                  out.data(), c.capacity, &length, 0);
         EXPECT_EQ(c.status, status);
         EXPECT_EQ(c.expected, std::string(out.data(), static_cast<std::size_t>(length)));
-    }
-}
-
-TEST(EncodingHandle, EveryOperationIsCounted) {
-    Session session(withEncoding("Shift_JIS"));
-    EncodingHandle* h = session.encodingHandle();
-    session.counters().handleOperations.clear();
-    Cursor text(h, kSjisMixed);   // one seekChars to position it
-    charLength(h, text.get());
-    CharCursor ch(h);             // another seekChars
-    currentChar(h, text.get(), ch.get());
-    classTest(h, kOpClassTestHex, text.get(), 0x80);
-    auto& ops = session.counters().handleOperations;
-    EXPECT_EQ(2, ops[kOpSeekChars]);
-    EXPECT_EQ(1, ops[kOpCharLength]);
-    EXPECT_EQ(1, ops[kOpCurrentChar]);
-    EXPECT_EQ(1, ops[kOpClassTestHex]);
-}
-
-TEST(EncodingHandle, EncodingServiceCachesOrOpens) {
-    for (bool cached : {true, false}) {
-        txhost::SessionOptions options = withEncoding("UTF-8");
-        options.cacheSessionHandle = cached;
-        options.countOperations = true;
-        Session session(options);
-        auto* root = static_cast<void**>(session.hostVector()->encodingRoot);
-        auto* service = static_cast<EncodingService*>(root[kKernelEncodingService]);
-        ASSERT_NE(nullptr, service);
-        EXPECT_EQ(cached ? session.encodingHandle() : nullptr, service->cachedSessionHandle);
-        std::int64_t status = -1;
-        EXPECT_EQ(session.encodingHandle(), service->openHandle(service, kSessionHandleName, 3, &status));
-        EXPECT_EQ(0, status);
-        EXPECT_EQ(1, session.counters().openHandleCalls);
     }
 }
 

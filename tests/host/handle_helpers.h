@@ -11,14 +11,6 @@ namespace hosttest {
 
 using namespace txscan::contract;
 
-// SessionOptions built field by field (GCC 12 warns about designated
-// initializers that leave members out).
-inline txhost::SessionOptions withEncoding(std::string encoding) {
-    txhost::SessionOptions o;
-    o.encoding = std::move(encoding);
-    return o;
-}
-
 template <typename Fn>
 Fn op(EncodingHandle* h, int word) {
     return reinterpret_cast<Fn>(h->at(word));

@@ -14,7 +14,6 @@ namespace {
 using namespace txscan::contract;
 using txhost::Message;
 using txhost::Session;
-using hosttest::withEncoding;
 
 template <typename R, typename... P>
 auto service(Session& s, HostService<R(P...)> which) {
@@ -23,7 +22,7 @@ auto service(Session& s, HostService<R(P...)> which) {
 }
 
 TEST(HostVector, WordsTheModuleReads) {
-    Session session(withEncoding("UTF-8"));
+    Session session({.encoding = "UTF-8"});
     const HostVector* hv = session.hostVector();
     EXPECT_EQ(0u, hv->word95);
     ASSERT_NE(nullptr, hv->serviceDirectory);
@@ -54,16 +53,12 @@ TEST(Services, NoteAndErrorBecomeMessages) {
     service(session, kHostError)(kErrorNoMemory, 0);
     const auto messages = session.takeMessages();
     ASSERT_EQ(2u, messages.size());
-    EXPECT_EQ(Message::Source::Note, messages[0].source);
-    EXPECT_EQ(744, messages[0].code);
-    EXPECT_EQ(6, messages[0].kind);
-    EXPECT_EQ("FIND", messages[0].functionName);
-    EXPECT_EQ('Q', messages[0].character);
-    EXPECT_NE(std::string::npos, messages[0].text.find("Q"));
-    EXPECT_NE(std::string::npos, messages[0].text.find("FIND"));
-    EXPECT_EQ(Message::Source::Error, messages[1].source);
-    EXPECT_EQ(1016, messages[1].code);
-    EXPECT_NE(std::string::npos, messages[1].text.find("memory"));
+    const Message &note = messages[0], &error = messages[1];
+    EXPECT_TRUE(note.source == Message::Source::Note && note.code == 744 && note.kind == 6 &&
+                note.functionName == "FIND" && note.character == 'Q');
+    EXPECT_TRUE(note.text.find("Q") != std::string::npos && note.text.find("FIND") != std::string::npos) << note.text;
+    EXPECT_TRUE(error.source == Message::Source::Error && error.code == 1016);
+    EXPECT_NE(std::string::npos, error.text.find("memory"));
     EXPECT_TRUE(session.takeMessages().empty());
     EXPECT_EQ(1, session.serviceUseFlag(39));
     session.clearServiceUseFlags();
@@ -78,18 +73,13 @@ TEST(Services, GetOptionStoresADouble) {
         double value;
     };
     const OptionCase cases[] = {
-        {{}, "YEARCUTOFF", 0, 1926.0},
-        {{{"YEARCUTOFF", "1950"}}, "YEARCUTOFF", 0, 1950.0},
-        {{{"yearcutoff", "1940"}}, "YearCutoff", 0, 1940.0},
-        {{{"YEARCUTOFF", ""}}, "YEARCUTOFF", 1, 0.0},
-        {{{"YEARCUTOFF", "soon"}}, "YEARCUTOFF", 2, 0.0},
-        {{}, "NOSUCHOPTION", 1, 0.0},
+        {{}, "YEARCUTOFF", 0, 1926.0}, {{{"YEARCUTOFF", "1950"}}, "YEARCUTOFF", 0, 1950.0},
+        {{{"yearcutoff", "1940"}}, "YearCutoff", 0, 1940.0}, {{{"YEARCUTOFF", ""}}, "YEARCUTOFF", 1, 0.0},
+        {{{"YEARCUTOFF", "soon"}}, "YEARCUTOFF", 2, 0.0}, {{}, "NOSUCHOPTION", 1, 0.0},
     };
     for (const OptionCase& c : cases) {
         SCOPED_TRACE(c.name);
-        txhost::SessionOptions options;
-        options.options = c.options;
-        Session session(options);
+        Session session({.options = c.options});
         double value = -1.0;
         const std::int32_t status = service(session, kHostGetOption)(
             c.name.data(), static_cast<std::int32_t>(c.name.size()), 0, 0, 0, &value, 0, session.defaultCallContext());
@@ -123,23 +113,17 @@ TEST(Services, TextSlotQueryAndParse) {
     EXPECT_NE(0, service(session, kHostQueryText)(0, 1, 0, 0, 0, buffer, &length, 0, context));
     EXPECT_EQ(0, length);
 
-    struct ParseCase {
-        std::string text;
-        std::int32_t status, used, value;
+    const struct { std::string text; std::int32_t status, used, value; } parses[] = {
+        {"12345 OTHER", 0, 5, 12345}, {"-5", 0, 2, -5}, {"+7x", 0, 2, 7}, {" 42", 0, 3, 42}, {"abc", 1, 0, 0},
+        {"", 1, 0, 0}, {"-", 1, 0, 0}, {"2147483647", 0, 10, 2147483647}, {"-2147483648", 0, 11, -2147483647 - 1},
+        {"99999999999", 2, 11, 2147483647},
     };
-    const ParseCase parses[] = {
-        {"12345 OTHER", 0, 5, 12345}, {"-5", 0, 2, -5},        {"+7x", 0, 2, 7},
-        {" 42", 0, 3, 42},            {"abc", 1, 0, 0},        {"", 1, 0, 0},
-        {"-", 1, 0, 0},               {"2147483647", 0, 10, 2147483647},
-        {"-2147483648", 0, 11, -2147483647 - 1}, {"99999999999", 2, 11, 2147483647},
-    };
-    for (const ParseCase& p : parses) {
-        SCOPED_TRACE(p.text);
+    for (const auto& p : parses) {
         std::int32_t used = -1, value = -1;
-        EXPECT_EQ(p.status, service(session, kHostParseInteger)(p.text.data(), static_cast<std::int32_t>(p.text.size()),
-                                                                0, &used, &value));
-        EXPECT_EQ(p.used, used);
-        EXPECT_EQ(p.value, value);
+        const std::int32_t status = service(session, kHostParseInteger)(
+            p.text.data(), static_cast<std::int32_t>(p.text.size()), 0, &used, &value);
+        EXPECT_EQ((std::vector<std::int32_t>{p.status, p.used, p.value}), (std::vector<std::int32_t>{status, used, value}))
+            << p.text;
     }
 }
 
@@ -151,16 +135,13 @@ TEST(Services, RecordedCallsAndUnexpectedSlots) {
     using Unknown = std::uint64_t (*)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t);
     reinterpret_cast<Unknown>(session.hostVector()->serviceDirectory[7][300])(0, 0, 0, 0);
     const auto calls = session.takeServiceCalls();
-    ASSERT_EQ(4u, calls.size());
-    EXPECT_EQ(1, calls[0].table);
-    EXPECT_EQ(2, calls[0].function);
-    EXPECT_EQ((std::vector<std::int64_t>{1, 2, 3, 4}), calls[0].arguments);
-    EXPECT_EQ(108, calls[1].function);
-    EXPECT_EQ((std::vector<std::int64_t>{0, -1}), calls[1].arguments);
-    EXPECT_EQ(138, calls[2].function);
-    EXPECT_EQ((std::vector<std::int64_t>{0, 28, 1}), calls[2].arguments);
-    EXPECT_EQ(7, calls[3].table);
-    EXPECT_EQ(300, calls[3].function);
+    std::vector<std::vector<std::int64_t>> recorded;   // table, function, arguments
+    for (const auto& call : calls) {
+        recorded.push_back({call.table, call.function});
+        recorded.back().insert(recorded.back().end(), call.arguments.begin(), call.arguments.end());
+    }
+    EXPECT_EQ(recorded, (std::vector<std::vector<std::int64_t>>{
+                            {1, 2, 1, 2, 3, 4}, {39, 108, 0, -1}, {39, 138, 0, 28, 1}, {7, 300}}));
     const auto messages = session.takeMessages();
     ASSERT_EQ(1u, messages.size());
     EXPECT_EQ(txhost::kUnexpectedServiceCode, messages[0].code);

@@ -8,10 +8,8 @@
 #include <cstring>
 #include <limits>
 
-#include "module/charset/argument_interpreter.h"
-#include "tests/module/charset/frame_builder.h"
 #include "module/frame/encoding_ops.h"
-#include "module/frame/exports.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -29,8 +27,8 @@ struct Interpreted {
 
 class Interpreter : public ::testing::TestWithParam<const char*> {
 protected:
-    txhost::Session session{txtest::sessionOptions(GetParam())};
-    std::unique_ptr<txhost::Module> module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    txtest::InProcess inProcess{GetParam()};
+    txhost::Session& session = inProcess.session;
 
     Interpreted run(const std::vector<Argument>& arguments, const ArgumentRoles& roles, CallKind kind) {
         FrameBuilder builder(arguments);
@@ -40,7 +38,7 @@ protected:
         return out;
     }
     Interpreted modifiersOnly(const std::string& text) {
-        return run({std::string("x"), text}, txtest::roles(1, 0, 0, 2, 0, 0, 0), kCallCounting);
+        return run({std::string("x"), text}, ArgumentRoles{1, 0, 0, 2, 0, 0, 0}, kCallCounting);
     }
 };
 
@@ -50,10 +48,7 @@ TEST_P(Interpreter, ModifierLettersSetTheirFlags) {
         std::vector<ModifierFlag> set;
     };
     const Case cases[] = {
-        {"ia", {kModA, kModI}},
-        {"AI", {kModA, kModI}},
-        {"a b", {kModA, kModB}},
-        {"z9?", {}},
+        {"ia", {kModA, kModI}}, {"AI", {kModA, kModI}}, {"a b", {kModA, kModB}}, {"z9?", {}},
         {"bcdfghiklmnopqstuvwxer:", {kModB, kModC, kModD, kModF, kModG, kModH, kModI, kModK, kModL, kModM, kModN,
                                      kModO, kModP, kModQ, kModS, kModT, kModU, kModV, kModW, kModX, kModE, kModR,
                                      kModColon}},
@@ -74,8 +69,7 @@ TEST_P(Interpreter, DefaultDelimitersByCallKind) {
     struct Case {
         CallKind kind;
         int argCount;
-        bool delimiterRole;
-        bool expected;
+        bool delimiterRole, expected;
     };
     const Case cases[] = {
         {kCallCounting, 1, false, true},       {kCallCounting, 2, false, false},
@@ -91,12 +85,12 @@ TEST_P(Interpreter, DefaultDelimitersByCallKind) {
         // A delimiter role naming an absent argument still counts as a role.
         std::vector<Argument> args(static_cast<std::size_t>(c.argCount), Argument{Absent{}});
         args[0] = std::string("a b");
-        ArgumentRoles roles = txtest::roles(1, 0, 0, 0, 0, 0, 0);
+        ArgumentRoles roles{1, 0, 0, 0, 0, 0, 0};
         if (c.delimiterRole) roles.delimiters = static_cast<std::uint32_t>(c.argCount);
         EXPECT_EQ(c.expected, run(args, roles, c.kind).modifiers.has(kModDefaultDelimiters));
     }
     // A given delimiter list never asks for the default ones.
-    const Interpreted given = run({std::string("a"), std::string(",")}, txtest::roles(1, 0, 0, 0, 0, 0, 2),
+    const Interpreted given = run({std::string("a"), std::string(",")}, ArgumentRoles{1, 0, 0, 0, 0, 0, 2},
                                   kCallFinding);
     EXPECT_FALSE(given.modifiers.has(kModDefaultDelimiters));
     EXPECT_EQ(1, given.parsed.delimitersSet);
@@ -108,8 +102,7 @@ TEST_P(Interpreter, CountAndStartRules) {
         Argument count;     // Absent: not given, so 1
         Argument start;     // Absent: not given, so the default
         std::string modifiers;
-        std::int64_t expectedCount;
-        std::int64_t expectedStart;
+        std::int64_t expectedCount, expectedStart;
         bool expectedB;
     };
     const std::string ten = "abcdefghij";
@@ -131,7 +124,7 @@ TEST_P(Interpreter, CountAndStartRules) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.source + " / " + c.modifiers);
         const Interpreted r = run({c.source, c.count, c.start, c.modifiers},
-                                  txtest::roles(1, 0, 0, 4, 3, 2, 0), kCallScanFunction);
+                                  ArgumentRoles{1, 0, 0, 4, 3, 2, 0}, kCallScanFunction);
         EXPECT_EQ(c.expectedCount, r.parsed.count);
         EXPECT_EQ(c.expectedStart, r.parsed.start);
         EXPECT_EQ(c.expectedB, r.modifiers.has(kModB));
@@ -143,7 +136,7 @@ TEST_P(Interpreter, TrimmingUnderT) {
         SCOPED_TRACE(modifiers);
         const bool trim = *modifiers != 0;
         const Interpreted r = run({std::string("abc  "), std::string("de "), std::string("xy  "), std::string(modifiers)},
-                                  txtest::roles(1, 2, 3, 4, 0, 0, 0), kCallFinding);
+                                  ArgumentRoles{1, 2, 3, 4, 0, 0, 0}, kCallFinding);
         EXPECT_EQ(trim ? 3 : 5, r.parsed.sourceChars);
         EXPECT_EQ(trim ? 2 : 3, r.parsed.secondChars);
         EXPECT_EQ(trim ? 2 : 4, r.parsed.list.length);

@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "host/host.h"
 
@@ -29,12 +30,11 @@ TEST_F(Records, ImageInformationBytes) {
     EXPECT_STREQ("5.12.03R2C031114", reinterpret_cast<const char*>(b + 38));
     EXPECT_STREQ("Mar 11 2014", reinterpret_cast<const char*>(b + 58));
     EXPECT_STREQ("001", reinterpret_cast<const char*>(b + 104));
-    const void* self;
-    std::memcpy(&self, b + 88, 8);
-    EXPECT_EQ(b + 112, self);
-    std::uint64_t zero;
-    std::memcpy(&zero, b + 120, 8);
-    EXPECT_EQ(0u, zero);
+    const void* words[2];   // the address of byte 112, and zero at 120
+    std::memcpy(words, b + 88, 8);
+    std::memcpy(words + 1, b + 120, 8);
+    EXPECT_EQ(b + 112, words[0]);
+    EXPECT_EQ(nullptr, words[1]);
     const char* notice;
     std::memcpy(&notice, b + 96, 8);
     EXPECT_GT(std::strlen(notice), 0u);
@@ -66,23 +66,14 @@ TEST_F(Records, Tkvercn1WritesExactly208Bytes) {
     EXPECT_STREQ("Tue Mar 11 14:02:33 EDT 2014", v.buildTimeText);
     EXPECT_STREQ("lab/bld-v512r2", v.buildLabel);
 
-    struct Text {
-        const char* value;
-        const char* expected;
-    } texts[] = {{v.empty2, ""}, {v.base, "base"}, {v.fnc, "fnc"}, {v.empty8, ""}, {v.version, "version"},
-                 {v.separator, "::"}, {v.empty11, ""}, {v.empty13, ""}};
-    for (const Text& t : texts) EXPECT_STREQ(t.expected, t.value);
-    EXPECT_EQ(8u, std::strlen(v.buildId8));
-    EXPECT_EQ(19u, std::strlen(v.buildId19));
-    EXPECT_EQ(5u, std::strlen(v.platformCode));
-}
-
-TEST_F(Records, PatchAreasHoldTagAndBlanks) {
-    const VersionRecord v = module->version();
-    const std::string hotfix = v.hotfixPatchArea;
-    const std::string description = v.descriptionPatchArea;
-    EXPECT_EQ("QIX_VERSION_HOTFIX_NUMBER=" + std::string(39, ' '), hotfix);
-    EXPECT_EQ("VERCON_IMAGE_DESCRIPTION=" + std::string(40, ' '), description);
+    const std::pair<const char*, const char*> texts[] = {
+        {v.empty2, ""}, {v.base, "base"}, {v.fnc, "fnc"}, {v.empty8, ""}, {v.version, "version"},
+        {v.separator, "::"}, {v.empty11, ""}, {v.empty13, ""},
+        {v.hotfixPatchArea, "QIX_VERSION_HOTFIX_NUMBER=                                       "},
+        {v.descriptionPatchArea, "VERCON_IMAGE_DESCRIPTION=                                        "}};
+    for (const auto& [value, expected] : texts) EXPECT_STREQ(expected, value);
+    EXPECT_EQ((std::vector<std::size_t>{8, 19, 5}),
+              (std::vector<std::size_t>{std::strlen(v.buildId8), std::strlen(v.buildId19), std::strlen(v.platformCode)}));
 }
 
 TEST_F(Records, ModuleHeader) {
@@ -95,20 +86,11 @@ TEST_F(Records, ModuleHeader) {
     EXPECT_EQ(h.functionTableRoutine, module->tableRoutine());
     EXPECT_EQ(1, h.procedureA());
     EXPECT_EQ(1, h.procedureC());
-}
-
-TEST_F(Records, ProcedureBForwardsToServiceOneTwo) {
+    // B forwards to service (1, 2), which the reference host answers with the sum of its arguments.
     session.clearServiceUseFlags();
-    const ModuleHeader& h = *module->image().moduleHeader;
-    const std::uint64_t answer = h.procedureB(1, 2, 3, 4);
+    EXPECT_EQ(10u, h.procedureB(1, 2, 3, 4));
     EXPECT_EQ(1, session.serviceUseFlag(1));
-    // The reference host's service (1, 2) answers the sum of its arguments.
-    EXPECT_EQ(10u, answer);
-}
-
-TEST_F(Records, McnMainAnswersTheSameAddressAgain) {
-    const void* first = &module->image();
-    EXPECT_EQ(first, module->mcnMain()(session.hostVector(), 7));
+    EXPECT_EQ(&module->image(), module->mcnMain()(session.hostVector(), 7)) << "the same address again";
 }
 
 }  // namespace

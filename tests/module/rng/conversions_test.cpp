@@ -76,11 +76,8 @@ const ConversionCase kCases[] = {
     {"Dense half", &uniformDense<&scripted64>, {1ull << 63}, 0.5, 1},
     {"Dense refills leading zeros", &uniformDense<&scripted64>, {1, kAll}, 0x1p-63, 2},
     {"Dense one zero word", &uniformDense<&scripted64>, {0, 1ull << 62, 0}, 0x1p-66, 3},
-    {"Dense 15 zero words then subnormal",
-     &uniformDense<&scripted64>,
-     {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0},
-     0x1p-1024,
-     17},
+    {"Dense 15 zero words then subnormal", &uniformDense<&scripted64>,
+    {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0}, 0x1p-1024, 17},
     {"Dense gives up below 2^-1074", &uniformDense<&scripted64>, {}, 0.0, 16},
 };
 

@@ -170,6 +170,7 @@ TEST_F(TwisterTest, SeedingRules) {
     const RuleCase cases[] = {
         {&fillMtHybrid, 8192, 1812433253u * 8192u + 1u},
         {&fillMtHybrid, 8193, 69069u * 8193u},
+        {&fillMtHybrid, 4096, 69069u * 4096u},   // 12 low zero bits are not enough
         {&fillMtHybrid, 0x10000000, 1812433253u * 0x10000000u + 1u},
         {&fillMt1998, 8192, 69069u * 8192u},
         {&fillMt32, 8193, 1812433253u * 8193u + 1u},

@@ -288,15 +288,12 @@ TEST_F(GeneratorTest, DumpsLineByLine) {
     m.ops().seed64(m.s(), 1);
     messages();
     m.ops().dumpState64(m.s(), 20);
-    std::vector<std::string> lines = logLines(0);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[1].substr(0, 8), "     4: ");
-    EXPECT_EQ(lines[4].substr(0, 8), "    16: ");
-    EXPECT_EQ(lines[4].size(), 8u + 16u);
+    std::string shape;   // each line's first index and length
+    for (const std::string& line : logLines(0)) shape += line.substr(0, 7) + std::to_string(line.size());
+    EXPECT_EQ(shape, "     0:93     4:93     8:93    12:93    16:24");
     m.ops().dumpState64(m.s(), 5);
-    lines = logLines(0);
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[2], omitted);
+    const std::vector<std::string> lines = logLines(0);
+    EXPECT_TRUE(lines.size() == 3 && lines[2] == omitted);
 }
 
 }  // namespace

@@ -79,8 +79,7 @@ TEST(ParseIntegerText, AcceptsWhatALimitMayHold) {
         {u"", false, 0},         {u"-", false, 0},      {u"x1", false, 0},   {u"1 2", false, 0},
         {u"9007199254740993", true, std::int64_t{1} << 53},
         {u"-9007199254740993", true, -(std::int64_t{1} << 53)},   // rounds to 2^53: not above it
-        {u"-9007199254740994", false, 0},
-        {u"9007199254740992", true, std::int64_t{1} << 53},
+        {u"-9007199254740994", false, 0}, {u"9007199254740992", true, std::int64_t{1} << 53},
     };
     for (const IntegerTextCase& c : cases) {
         std::int64_t value = 0;

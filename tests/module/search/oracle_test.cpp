@@ -8,10 +8,9 @@
 #include <random>
 #include <vector>
 
-#include "tests/module/charset/frame_builder.h"
-#include "module/frame/exports.h"
 #include "module/search/substring_scan.h"
 #include "module/search/trim_blanks.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -48,9 +47,8 @@ struct Reference {
 TEST(SubstringScan, AgreesWithPlainScan) {
     // Latin-1 folds the accented pair 0xC9/0xE9 as well as ASCII letters;
     // 0xFF has no upper case of its own there.
-    txhost::Session session(txtest::sessionOptions("ISO-8859-1"));
-    auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
-    const Reference reference{session.hostVector()->upcaseMap};
+    txtest::InProcess latin1("ISO-8859-1");
+    const Reference reference{latin1.session.hostVector()->upcaseMap};
     const std::uint8_t alphabet[] = {'a', 'A', 'b', 'B', 0xE9, 0xC9, 0xFF, ' '};
     std::mt19937 random(7);
     for (int trial = 0; trial < 4000; ++trial) {

@@ -6,22 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "host/host.h"
-#include "tests/module/words/scanner_frame.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
-using txhost::Absent;
-using txhost::Argument;
+using namespace txtest;
 using txscan::contract::kStatusNoMemory;
 using txscan::contract::kStatusOk;
 
 struct CountCase {
     const char* source;
-    std::optional<std::string> delimiters;
-    std::optional<std::string> modifiers;
+    std::optional<std::string> delimiters, modifiers;
     double words;
-    bool scannerAgrees;   // false where the two paths are documented to differ
+    bool scannerAgrees = true;   // false where the two paths are documented to differ
 };
 
 std::vector<Argument> countArgs(const CountCase& c) {
@@ -31,62 +28,39 @@ std::vector<Argument> countArgs(const CountCase& c) {
     return args;
 }
 
-const CountCase kCountCases[] = {
-    // default delimiters
-    {"a b c", {}, {}, 3, true},
-    {"  a  b  ", {}, {}, 2, true},
-    {"   ", {}, {}, 0, true},
-    {"a.b<c(d+e&f!g$h*i)j;k^l-m/n,o%p|q", {}, {}, 17, true},
-    {"a_b#c@d", {}, {}, 1, true},
-    // lists, the single-delimiter shortcut, a null list
-    {"a,b,,c", ",", {}, 3, true},
-    {"a b", "", {}, 1, true},
-    {"a,b;c", ",;", {}, 3, true},
-    {"a b", {}, "", 1, true},
-    // M
-    {"a,,b", ",", "M", 3, true},
-    {",a,", ",", "M", 3, true},
-    {"abc", ",", "M", 1, true},
-    {",,a,,b,,", ",", "M", 7, true},
-    {"   ", " ", "M", 4, true},
-    {"a b  ", " ,", "MT", 2, true},
-    {"   ", " ,", "MT", 1, false},   // nothing left under T: one empty word on the byte path
-    // Q
-    {"a 'b c' d", " ", "Q", 3, true},
-    {"a 'b c d", " ", "Q", 2, true},
-    {"x 'it''s' y", " ", "Q", 3, true},
-    {"a \"b 'c\" d' e", " ", "Q", 3, true},
-    {"a' b c", " ", "Q", 1, true},
-    {"a' b c", " ", "QB", 3, true},
-    {"a 'b,c' d,e", " ,", "QM", 4, true},
-    // K, I, U and some classes; the scanner's answer for each class letter
-    // is checked through KSCANX, and the byte path's agreement with it by
-    // the generated comparison
-    {"xaby zc", "abc", "K", 2, true},
-    {"aXbxc", "x", "I", 3, true},
-    {"aXbxc", "x", {}, 2, true},
-    {"abCdEf", "", "U", 3, true},
-    {"a\tb c", "", "S", 3, true},
-    {"ab_1 cd2", "", "F", 2, true},
-    {"a,b.c", "", "P", 3, true},
-    // letters without effect on the count
-    {"a b", " ", "O", 2, true},
-};
-
 TEST(CountWords, ByteAndScannerPaths) {
+    const CountCase cases[] = {
+        // default delimiters
+        {"a b c", {}, {}, 3}, {"  a  b  ", {}, {}, 2}, {"   ", {}, {}, 0}, {"a_b#c@d", {}, {}, 1},
+        {"a.b<c(d+e&f!g$h*i)j;k^l-m/n,o%p|q", {}, {}, 17},
+        // lists, the single-delimiter shortcut, a null list
+        {"a,b,,c", ",", {}, 3}, {"a b", "", {}, 1}, {"a,b;c", ",;", {}, 3}, {"a b", {}, "", 1},
+        // M
+        {"a,,b", ",", "M", 3}, {",a,", ",", "M", 3}, {"abc", ",", "M", 1}, {",,a,,b,,", ",", "M", 7},
+        {"   ", " ", "M", 4}, {"a b  ", " ,", "MT", 2},
+        {"   ", " ,", "MT", 1, false},   // nothing left under T: one empty word on the byte path
+        // Q
+        {"a 'b c' d", " ", "Q", 3}, {"a 'b c d", " ", "Q", 2}, {"x 'it''s' y", " ", "Q", 3},
+        {"a \"b 'c\" d' e", " ", "Q", 3}, {"a' b c", " ", "Q", 1}, {"a' b c", " ", "QB", 3},
+        {"a 'b,c' d,e", " ,", "QM", 4},
+        // K, I, U and some classes; the scanner's answer for each class letter
+        // is checked through KSCANX, and the byte path's agreement with it by
+        // the generated comparison; O has no effect on a count
+        {"xaby zc", "abc", "K", 2}, {"aXbxc", "x", "I", 3}, {"aXbxc", "x", {}, 2}, {"abCdEf", "", "U", 3},
+        {"a\tb c", "", "S", 3}, {"ab_1 cd2", "", "F", 2}, {"a,b.c", "", "P", 3}, {"a b", " ", "O", 2},
+    };
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    wordtest::InProcess inProcess("UTF-8");
-    for (const CountCase& c : kCountCases) {
+    InProcess inProcess;
+    for (const CountCase& c : cases) {
         const std::vector<Argument> args = countArgs(c);
-        SCOPED_TRACE(std::string("'") + c.source + "' d='" + c.delimiters.value_or("-") + "' m='" +
-                     c.modifiers.value_or("-") + "'");
+        SCOPED_TRACE(describe(args));
         const txhost::CallResult r = module->call("KCOUNTW", args);
         EXPECT_EQ(r.status, kStatusOk);
         EXPECT_EQ(r.number.value_or(-1), c.words);
         EXPECT_TRUE(r.messages.empty());
         if (c.scannerAgrees) {
-            const auto scanned = inProcess.scan(args, wordtest::countRoles(args.size()), txscan::kCountWords);
+            const auto scanned = inProcess.scan(args, countRoles(args.size()), txscan::kCountWords);
             EXPECT_EQ(scanned.status, kStatusOk);
             EXPECT_EQ(scanned.number, c.words) << "scanner";
         }
@@ -96,7 +70,7 @@ TEST(CountWords, ByteAndScannerPaths) {
 TEST(CountWords, UnknownLettersDrawNotesOnTheBytePath) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    const txhost::CallResult r = module->call("KCOUNTW", {std::string("a,,b"), std::string(","), std::string("MzE")});
+    const txhost::CallResult r = module->call("KCOUNTW", {s("a,,b"), s(","), s("MzE")});
     EXPECT_EQ(r.number.value_or(-1), 3.0);
     ASSERT_EQ(r.messages.size(), 2u);
     EXPECT_EQ(r.messages[0].code, 744);
@@ -106,8 +80,7 @@ TEST(CountWords, UnknownLettersDrawNotesOnTheBytePath) {
     EXPECT_EQ(r.messages[1].character, 'E');
     // The multi-byte path accepts E (with M: no empty word after a trailing
     // delimiter) and draws no note.
-    const txhost::CallResult wide =
-        module->call("KCOUNTW", {std::string("\xC3\xA9,,b,"), std::string(","), std::string("MzE")});
+    const txhost::CallResult wide = module->call("KCOUNTW", {s("\xC3\xA9,,b,"), s(","), s("MzE")});
     EXPECT_EQ(wide.number.value_or(-1), 3.0);
     EXPECT_TRUE(wide.messages.empty());
 }
@@ -115,26 +88,19 @@ TEST(CountWords, UnknownLettersDrawNotesOnTheBytePath) {
 TEST(CountWords, CachedSetAtACachingSite) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    txhost::CallSite site(*module, module->functionIndex("KCOUNTW"), 0x48);
     const auto before = session.counters().allocationsByFlags[0x2004];
-    EXPECT_EQ(site.call({std::string("a,b c"), std::string(","), std::string("O")}).number.value_or(-1), 2.0);
-    EXPECT_EQ(session.counters().allocationsByFlags[0x2004], before + 1);
-    // The site keeps the first call's set and flags: "," and no M.
-    EXPECT_EQ(site.call({std::string("a,b c,,"), std::string(" "), std::string("M")}).number.value_or(-1), 2.0);
-    EXPECT_EQ(session.counters().allocationsByFlags[0x2004], before + 1);
-    // Two arguments never read the cache.
-    EXPECT_EQ(site.call({std::string("a,b c"), std::string(" ")}).number.value_or(-1), 2.0);
-
+    txhost::CallSite site(*module, module->functionIndex("KCOUNTW"), 0x48);
     txhost::CallSite plain(*module, module->functionIndex("KCOUNTW"), 0x10);
-    EXPECT_EQ(plain.call({std::string("a,b c"), std::string(","), std::string("O")}).number.value_or(-1), 2.0);
-    EXPECT_EQ(plain.call({std::string("a,b c"), std::string(" "), std::string("O")}).number.value_or(-1), 2.0);
-    EXPECT_EQ(plain.call({std::string("a,b c d"), std::string(" "), std::string("O")}).number.value_or(-1), 3.0);
+    // The caching site keeps the first call's set and flags ("," and no M),
+    // but calls of two arguments never read it; the other site keeps nothing.
+    const struct { txhost::CallSite* site; std::vector<Argument> args; double words; } calls[] = {
+        {&site, {s("a,b c"), s(","), s("O")}, 2},   {&site, {s("a,b c,,"), s(" "), s("M")}, 2},
+        {&site, {s("a,b c"), s(" ")}, 2},           {&plain, {s("a,b c"), s(","), s("O")}, 2},
+        {&plain, {s("a,b c"), s(" "), s("O")}, 2},  {&plain, {s("a,b c d"), s(" "), s("O")}, 3},
+    };
+    for (const auto& c : calls) EXPECT_EQ(c.site->call(c.args).number.value_or(-1), c.words) << describe(c.args);
     EXPECT_EQ(session.counters().allocationsByFlags[0x2004], before + 1);
 }
-
-}  // namespace
-
-namespace {
 
 // The default delimiters come from the call context's environment: every
 // allocation of its build refused in turn fails the call cleanly, and the
@@ -146,7 +112,7 @@ TEST(WordsEnvironment, RefusedAllocationsFailCleanly) {
         txhost::Session session;
         auto module = txhost::Module::load(session);
         session.failAllocationAfter(refused);
-        const txhost::CallResult count = module->call("KCOUNTW", {std::string("a b")});
+        const txhost::CallResult count = module->call("KCOUNTW", {s("a b")});
         if (count.status != kStatusOk) {
             EXPECT_EQ(count.status, kStatusNoMemory);
             EXPECT_FALSE(count.number.has_value());
@@ -155,8 +121,8 @@ TEST(WordsEnvironment, RefusedAllocationsFailCleanly) {
             EXPECT_EQ(count.number.value_or(-1), 2.0);
         }
         session.failAllocationAfter(0);
-        EXPECT_EQ(module->call("KCOUNTW", {std::string("a b")}).number.value_or(-1), 2.0);
-        EXPECT_EQ(module->call("KFINDW", {std::string("a b"), std::string("b")}).number.value_or(-1), 3.0);
+        EXPECT_EQ(module->call("KCOUNTW", {s("a b")}).number.value_or(-1), 2.0);
+        EXPECT_EQ(module->call("KFINDW", {s("a b"), s("b")}).number.value_or(-1), 3.0);
     }
     EXPECT_GE(failed, 3);   // the record and both tables at least
 }
@@ -166,7 +132,7 @@ TEST(WordsEnvironment, FrameWithoutContextTakesTheTasks) {
     auto module = txhost::Module::load(session);
     txhost::CallSite site(*module, module->functionIndex("KFINDW"));
     site.useNullCallContext(true);
-    EXPECT_EQ(site.call({std::string("a b"), std::string("b")}).number.value_or(-1), 3.0);
+    EXPECT_EQ(site.call({s("a b"), s("b")}).number.value_or(-1), 3.0);
     EXPECT_NE(site.frame().callContext, nullptr);
 }
 

@@ -8,13 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "host/host.h"
-#include "tests/module/words/scanner_frame.h"
 #include "module/words/word_starts.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
-using txhost::Argument;
+using txtest::Argument;
 
 struct Generator {
     std::mt19937 random{20261123};
@@ -49,7 +48,7 @@ bool allBlanks(const std::string& s) { return s.find_first_not_of(' ') == std::s
 TEST(WordsDifferential, CountWordsBytePathMatchesScanner) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    wordtest::InProcess inProcess("UTF-8");
+    txtest::InProcess inProcess;
     Generator g;
     int compared = 0;
     for (int i = 0; i < 3000; ++i) {
@@ -68,7 +67,7 @@ TEST(WordsDifferential, CountWordsBytePathMatchesScanner) {
             if (trims && allBlanks(source)) continue;
         }
         const txhost::CallResult bytes = module->call("KCOUNTW", args);
-        const auto scanned = inProcess.scan(args, wordtest::countRoles(args.size()), txscan::kCountWords);
+        const auto scanned = inProcess.scan(args, txtest::countRoles(args.size()), txscan::kCountWords);
         ASSERT_EQ(bytes.number.value_or(-1), scanned.number)
             << "source '" << source << "' list '" << (args.size() > 1 ? std::get<std::string>(args[1]) : "-")
             << "' modifiers '" << modifiers << "'";
@@ -82,7 +81,7 @@ TEST(WordsDifferential, CountWordsBytePathMatchesScanner) {
 TEST(WordsDifferential, FindWordBytePathMatchesScanner) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    wordtest::InProcess inProcess("UTF-8");
+    txtest::InProcess inProcess;
     Generator g;
     int found = 0;
     for (int i = 0; i < 3000; ++i) {
@@ -103,7 +102,7 @@ TEST(WordsDifferential, FindWordBytePathMatchesScanner) {
             args.push_back(modifiers);
         }
         const txhost::CallResult bytes = module->call("KFINDW", args);
-        const auto scanned = inProcess.scan(args, wordtest::findRoles(args.size()), txscan::kFindWord);
+        const auto scanned = inProcess.scan(args, txtest::findRoles(args.size()), txscan::kFindWord);
         ASSERT_EQ(bytes.number.value_or(-1), scanned.number)
             << "source '" << source << "' word '" << word << "' list '"
             << (args.size() > 2 ? std::get<std::string>(args[2]) : "-") << "' modifiers '" << modifiers << "'";

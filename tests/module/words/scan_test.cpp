@@ -26,11 +26,9 @@ constexpr double kNoValue = 0.5;   // an output the module must not leave alone
 struct ScanCase {
     const char* source;
     double n;
-    std::optional<std::string> delimiters;
-    std::optional<std::string> modifiers;
-    const char* text;     // function result
-    double position;      // call routine
-    double length;
+    std::optional<std::string> delimiters, modifiers;
+    const char* text;           // function result
+    double position, length;    // call routine
 };
 
 // The function's arguments, or the call routine's with its two outputs
@@ -46,70 +44,37 @@ std::vector<Argument> scanArgs(const ScanCase& c, bool routine) {
 
 const ScanCase kCases[] = {
     // default delimiters
-    {"a b c", 2, {}, {}, "b", 3, 1},
-    {"a b c", -1, {}, {}, "c", 5, 1},
-    {"a b c", 4, {}, {}, " ", 0, 0},
-    {"  a!!b(c)  ", 3, {}, {}, "c", 8, 1},
-    {"a_b#c", 1, {}, {}, "a_b#c", 1, 5},
+    {"a b c", 2, {}, {}, "b", 3, 1}, {"a b c", -1, {}, {}, "c", 5, 1}, {"a b c", 4, {}, {}, " ", 0, 0},
+    {"  a!!b(c)  ", 3, {}, {}, "c", 8, 1}, {"a_b#c", 1, {}, {}, "a_b#c", 1, 5},
     // explicit lists, including the empty one
-    {"a,b c", 2, ",", {}, "b c", 3, 3},
-    {"abc", 1, "", {}, "abc", 1, 3},
-    {"abc", 2, "", {}, " ", 0, 0},
+    {"a,b c", 2, ",", {}, "b c", 3, 3}, {"abc", 1, "", {}, "abc", 1, 3}, {"abc", 2, "", {}, " ", 0, 0},
     {"a;b", 2, {}, "", " ", 0, 0},
     // M: empty words at both edges, between delimiters, one past the last
-    {"a b c", 4, " ", "M", "", 6, 0},
-    {"a,,b", 2, ",", "M", "", 3, 0},
-    {"a,,b", 3, ",", "M", "b", 4, 1},
-    {",a", 1, ",", "M", "", 1, 0},
-    {",a,", -1, ",", "M", "", 4, 0},
-    {",,a,,b,,", 7, ",", "M", "", 9, 0},
+    {"a b c", 4, " ", "M", "", 6, 0}, {"a,,b", 2, ",", "M", "", 3, 0}, {"a,,b", 3, ",", "M", "b", 4, 1},
+    {",a", 1, ",", "M", "", 1, 0}, {",a,", -1, ",", "M", "", 4, 0}, {",,a,,b,,", 7, ",", "M", "", 9, 0},
     {",,a,,b,,", 8, ",", "M", "", 0, 0},
     // B and negative counts count from the right
-    {"a b c", 1, " ", "B", "c", 5, 1},
-    {"a b c", -2, {}, {}, "b", 3, 1},
-    {"a,b,", -1, ",", "MB", "", 5, 0},
+    {"a b c", 1, " ", "B", "c", 5, 1}, {"a b c", -2, {}, {}, "b", 3, 1}, {"a,b,", -1, ",", "MB", "", 5, 0},
     // I, K, U, L
-    {"aXbxc", 2, "x", "I", "b", 3, 1},
-    {"aXbxc", 2, "x", {}, "c", 5, 1},
-    {"xaby zc", 1, "abc", "K", "ab", 2, 2},
-    {"xaby zc", 2, "abc", "k", "c", 7, 1},
-    {"abCdEf", 2, "", "U", "d", 4, 1},
-    {"ABcDE", 2, "", "L", "DE", 4, 2},
+    {"aXbxc", 2, "x", "I", "b", 3, 1}, {"aXbxc", 2, "x", {}, "c", 5, 1}, {"xaby zc", 1, "abc", "K", "ab", 2, 2},
+    {"xaby zc", 2, "abc", "k", "c", 7, 1}, {"abCdEf", 2, "", "U", "d", 4, 1}, {"ABcDE", 2, "", "L", "DE", 4, 2},
     // every class letter
-    {"12ab34", 2, "", "A", "34", 5, 2},
-    {"ab\x01" "cd", 2, "", "C", "cd", 4, 2},
-    {"ab12cd", 2, "", "D", "cd", 5, 2},
-    {"1_2", 2, "", "F", "2", 3, 1},
-    {"ab cd", 1, "", "G", " ", 3, 1},
-    {"a\tb", 2, "", "H", "b", 3, 1},
-    {"ab c_d", 1, "", "N", " ", 3, 1},
-    {"a~b", 2, "", "P", "b", 3, 1},
-    {"a,b", 2, "", "p", "b", 3, 1},
-    {"a\tb", 2, "", "S", "b", 3, 1},
-    {"ab\tcd", 1, "", "W", "\t", 3, 1},
-    {"zz1fzz", 2, "", "X", "zz", 5, 2},
+    {"12ab34", 2, "", "A", "34", 5, 2}, {"ab\x01" "cd", 2, "", "C", "cd", 4, 2}, {"ab12cd", 2, "", "D", "cd", 5, 2},
+    {"1_2", 2, "", "F", "2", 3, 1}, {"ab cd", 1, "", "G", " ", 3, 1}, {"a\tb", 2, "", "H", "b", 3, 1},
+    {"ab c_d", 1, "", "N", " ", 3, 1}, {"a~b", 2, "", "P", "b", 3, 1}, {"a,b", 2, "", "p", "b", 3, 1},
+    {"a\tb", 2, "", "S", "b", 3, 1}, {"ab\tcd", 1, "", "W", "\t", 3, 1}, {"zz1fzz", 2, "", "X", "zz", 5, 2},
     // Q: balanced, unbalanced, nested kinds
-    {"a 'b c' d", 2, " ", "Q", "'b c'", 3, 5},
-    {"a 'b c d", 2, " ", "Q", "'b c d", 3, 6},
-    {"a \"b 'c\" d' e", 2, " ", "Q", "\"b 'c\"", 3, 6},
-    {"a \"b 'c\" d' e", 3, " ", "Q", "d' e", 10, 4},
+    {"a 'b c' d", 2, " ", "Q", "'b c'", 3, 5}, {"a 'b c d", 2, " ", "Q", "'b c d", 3, 6},
+    {"a \"b 'c\" d' e", 2, " ", "Q", "\"b 'c\"", 3, 6}, {"a \"b 'c\" d' e", 3, " ", "Q", "d' e", 10, 4},
     {"a 'b c' d", 2, " ", {}, "'b", 3, 2},
     // R and Q trimming of the result (position and length unchanged)
-    {"  x  ,y", 1, ",", "R", "x", 1, 5},
-    {"'x y' z", 1, " ", "RQ", "x y", 1, 5},
-    {"'x y\"", 1, " ", "RQ", "x y", 1, 5},
-    {"'x y' z", 1, " ", "Q", "'x y'", 1, 5},
-    {"a b c", 4, " ", "R", "", 0, 0},
+    {"  x  ,y", 1, ",", "R", "x", 1, 5}, {"'x y' z", 1, " ", "RQ", "x y", 1, 5},
+    {"'x y\"", 1, " ", "RQ", "x y", 1, 5}, {"'x y' z", 1, " ", "Q", "'x y'", 1, 5}, {"a b c", 4, " ", "R", "", 0, 0},
     // T (it trims the delimiter list too: " " becomes empty)
-    {"a b  ", 3, " ,", "MT", "", 4, 0},
-    {"a b  ", 1, " ", "T", "a b", 1, 3},
-    {"   ", 1, " ,", "T", " ", 0, 0},
-    {"   ", 1, " ,", "TR", "", 0, 0},
-    {"   ", 1, " ,", "TM", "", 1, 0},
+    {"a b  ", 3, " ,", "MT", "", 4, 0}, {"a b  ", 1, " ", "T", "a b", 1, 3}, {"   ", 1, " ,", "T", " ", 0, 0},
+    {"   ", 1, " ,", "TR", "", 0, 0}, {"   ", 1, " ,", "TM", "", 1, 0},
     // word numbers: huge, infinite
-    {"a b", 1e10, {}, {}, "a", 1, 1},
-    {"a b", -1e10, {}, {}, " ", 0, 0},
-    {"a b", 1.0 / 0.0, {}, {}, "a", 1, 1},
+    {"a b", 1e10, {}, {}, "a", 1, 1}, {"a b", -1e10, {}, {}, " ", 0, 0}, {"a b", 1.0 / 0.0, {}, {}, "a", 1, 1},
     {"a b", 2.0, " ", "EOV:Z9", "b", 3, 1},
 };
 
@@ -123,9 +88,7 @@ std::string caseName(const ScanCase& c) {
 class ScanTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(ScanTest, FunctionAndCallRoutineAgree) {
-    txhost::SessionOptions options;
-    options.encoding = GetParam();
-    txhost::Session session(options);
+    txhost::Session session({.encoding = GetParam()});
     auto module = txhost::Module::load(session);
     for (const ScanCase& c : kCases) {
         SCOPED_TRACE(caseName(c));
@@ -142,28 +105,16 @@ TEST_P(ScanTest, FunctionAndCallRoutineAgree) {
 
 INSTANTIATE_TEST_SUITE_P(Encodings, ScanTest, ::testing::Values("UTF-8", "ISO-8859-1", "Shift_JIS"));
 
-struct BadNumber {
-    const char* name;
-    double n;
-};
-
 TEST(ScanWordNumber, RejectedWithNothingStored) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    const BadNumber bad[] = {
-        {"zero", 0.0},
-        {"negative zero", -0.0},
-        {"fraction", 1.5},
-        {"negative fraction", -2.25},
-        {"NaN", std::numeric_limits<double>::quiet_NaN()},
-        {"missing", std::bit_cast<double>(0xFFFFD10000000000ull)},
-    };
-    for (const BadNumber& b : bad) {
-        SCOPED_TRACE(b.name);
-        const txhost::CallResult f = module->call("KSCANX", {std::string("a b"), b.n});
+    for (double n : {0.0, -0.0, 1.5, -2.25, std::numeric_limits<double>::quiet_NaN(),
+                     std::bit_cast<double>(0xFFFFD10000000000ull)}) {
+        SCOPED_TRACE(n);
+        const txhost::CallResult f = module->call("KSCANX", {std::string("a b"), n});
         EXPECT_EQ(f.status, kStatusInvalidArgument);
         EXPECT_FALSE(f.text.has_value());
-        const txhost::CallResult r = module->call("KSCANX", {std::string("a b"), b.n, 7.0, 8.0}, true);
+        const txhost::CallResult r = module->call("KSCANX", {std::string("a b"), n, 7.0, 8.0}, true);
         EXPECT_EQ(r.status, kStatusInvalidArgument);
         EXPECT_EQ(r.position.value_or(-1), 7.0);
         EXPECT_EQ(r.length.value_or(-1), 8.0);
@@ -193,8 +144,7 @@ struct WideCase {
     double n;
     std::int64_t receivingLength;
     std::string text;
-    double position;
-    double length;
+    double position, length;
 };
 
 const WideCase kWideCases[] = {
@@ -215,9 +165,7 @@ TEST(ScanMultiByte, CharactersAndWholeCharacterCuts) {
     for (const WideCase& c : kWideCases) {
         SCOPED_TRACE(std::string(c.encoding) + " n=" + std::to_string(c.n) + " length " +
                      std::to_string(c.receivingLength));
-        txhost::SessionOptions options;
-        options.encoding = c.encoding;
-        txhost::Session session(options);
+        txhost::Session session({.encoding = c.encoding});
         auto module = txhost::Module::load(session);
         txhost::CallSite site(*module, module->functionIndex("KSCANX"));
         site.useFixedResult(c.receivingLength);
