@@ -3,6 +3,7 @@
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
@@ -14,7 +15,7 @@ WIN_BUILD    ?= build/win64
 WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 googletest \
                 librandom123-dev libpcg-cpp-dev
 
-.PHONY: all deps deps-windows configure build demo test test-asan test-clang test-windows bench clean
+.PHONY: all deps deps-windows configure build demo test test-asan test-tsan test-clang test-windows bench clean
 
 all: build
 
@@ -58,6 +59,14 @@ test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DTXSCAN_SANITIZE=ON
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS)
+
+# The threaded parts (the host's tests and the row engine's, on 1, 2 and 4
+# workers) under ThreadSanitizer.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTXSCAN_TSAN=ON
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target test_host test_engine
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/bin/test_host
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/bin/test_engine
 
 test-clang: deps
 	cmake -S . -B build-clang $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
