@@ -7,7 +7,7 @@ TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev librandom123-dev libpcg-cpp-dev binutils
+              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils
 JOBS       ?= $(shell nproc)
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.

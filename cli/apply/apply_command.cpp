@@ -116,9 +116,10 @@ int runApply(const ApplySettings& settings) {
     OutputFile output(settings.output);
     std::vector<std::string> outputHeader = header;
     for (const auto& column : plan.columns) outputHeader.push_back(terminal.toSession(column.name));
+    // The header goes out with the first batch, so that a run refused at
+    // its first record writes nothing at all.
     std::string text;
     appendCsvHeader(text, outputHeader, reader.lineEnd());
-    output.write(text);
 
     const bool skipBad = settings.onError == "skip";
     const std::int64_t batchRows = kRowsPerTask * std::max(4, 2 * engine.threads());
@@ -127,11 +128,12 @@ int runApply(const ApplySettings& settings) {
     CsvBatch batch;
     while (reader.read(batch, batchRows, kBatchBytes, skipBad)) {
         evaluator.evaluate(batch);
-        text.clear();
         appendCsvRows(text, batch, plan, evaluator, reader.lineEnd());
         output.write(text);
+        text.clear();
         progress.update(evaluator.tally().rows, reader.bytesRead());
     }
+    output.write(text);
     output.commit();
     progress.finish();
     if (!settings.quiet) {

@@ -68,7 +68,14 @@ Assignment parseAssignment(std::string_view text) {
     try {
         assignment.call = parseCall(text.substr(left.end()));
     } catch (const SyntaxError& e) {
-        throw SyntaxError(std::string(e.what()) + " (in: " + std::string(text) + ")");
+        // The call reader counts columns from the right side; count them from
+        // the start of the assignment the person wrote.
+        const std::string message = e.what();
+        const std::string marker = " at column ";
+        const std::size_t at = message.find(marker);
+        if (at == std::string::npos) throw SyntaxError(message + " in: " + assignment.source);
+        const std::size_t column = std::stoul(message.substr(at + marker.size())) + left.end();
+        throw SyntaxError(message.substr(0, at) + marker + std::to_string(column) + " of: " + assignment.source);
     }
     const bool pair = assignment.targets.size() == 2;
     if (pair && !assignment.call.callRoutine) {

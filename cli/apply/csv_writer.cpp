@@ -61,7 +61,7 @@ void appendCsvRows(std::string& out, const CsvBatch& batch, const Plan& plan, co
             if (!first) out += ',';
             first = false;
             const StepOutcome& outcome = outcomes.outcome(column.step);
-            if (!outcome.valid[row]) continue;
+            if (!outcome.validity(column.part)[row]) continue;
             const txengine::Result& result = outcome.result;
             if (plan.steps[static_cast<std::size_t>(column.step)].textResult) {
                 const std::int64_t begin = result.text.offsets[row];

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 
 namespace txcli {
@@ -87,8 +88,8 @@ txengine::Input BatchEvaluator::input(const Source& source, const CsvBatch& batc
             return Input::column(txengine::TextColumn{text.offsets.data(), text.bytes.data(),
                                                       source.nested ? outcome.bitmap.data() : nullptr});
         }
-        const auto& values = source.part == 0 ? outcome.result.numbers : outcome.result.lengths;
-        return Input::column(txengine::NumberColumn{values.data(), outcome.bitmap.data()});
+        if (source.part == 1) return Input::column(txengine::NumberColumn{outcome.result.lengths.data(), outcome.lengthBitmap.data()});
+        return Input::column(txengine::NumberColumn{outcome.result.numbers.data(), outcome.bitmap.data()});
     }
     case Source::Kind::Constant:
         return source.text ? Input::constant(std::string_view(source.constantText)) : Input::constant(source.constantNumber);
@@ -104,10 +105,12 @@ void BatchEvaluator::settle(int stepIndex, std::int64_t rows) {
     txengine::Result& result = outcome.result;
     const auto count = static_cast<std::size_t>(rows);
     outcome.valid.resize(count);
+    outcome.lengthValid.resize(step.callRoutine ? count : 0);
     const std::uint8_t* textValidity = result.text.validity.empty() ? nullptr : result.text.validity.data();
     for (std::size_t row = 0; row < count; ++row) {
         outcome.valid[row] = step.textResult ? txengine::rowValid(textValidity, static_cast<std::int64_t>(row))
                                              : result.numberValid[row] != 0;
+        if (step.callRoutine) outcome.lengthValid[row] = !std::isnan(result.lengths[row]);
     }
     for (const auto& source : step.arguments) {
         if (source.kind != Source::Kind::Step || !source.nested) continue;
@@ -116,11 +119,13 @@ void BatchEvaluator::settle(int stepIndex, std::int64_t rows) {
             const std::int32_t innerStatus = inner.result.status[row];
             if (innerStatus == 0 && (!source.text || inner.valid[row])) continue;
             outcome.valid[row] = 0;
+            if (step.callRoutine) outcome.lengthValid[row] = 0;
             if (result.status[row] == 0) result.status[row] = innerStatus;
         }
     }
     if (!readLater_[static_cast<std::size_t>(stepIndex)]) return;
     packBitmap(outcome.valid, outcome.bitmap);
+    if (step.callRoutine) packBitmap(outcome.lengthValid, outcome.lengthBitmap);
     if (step.textResult) emptyInvalidRows(result.text, outcome.valid);
 }
 
@@ -162,7 +167,8 @@ void BatchEvaluator::evaluate(const CsvBatch& batch) {
     for (std::size_t c = 0; c < plan_.columns.size(); ++c) {
         const NewColumn& column = plan_.columns[c];
         const StepOutcome& outcome = outcomes_[static_cast<std::size_t>(column.step)];
-        for (std::size_t row = 0; row < static_cast<std::size_t>(rows); ++row) tally_.missing[c] += outcome.valid[row] ? 0 : 1;
+        const auto& valid = outcome.validity(column.part);
+        for (std::size_t row = 0; row < static_cast<std::size_t>(rows); ++row) tally_.missing[c] += valid[row] ? 0 : 1;
         const auto assignment = static_cast<std::size_t>(plan_.steps[static_cast<std::size_t>(column.step)].assignment);
         if (counted[assignment]) continue;
         counted[assignment] = true;

@@ -39,8 +39,11 @@ struct Tally {
 // carries that call's status).
 struct StepOutcome {
     txengine::Result result;
-    std::vector<std::uint8_t> valid;     // per row
-    std::vector<std::uint8_t> bitmap;    // `valid` as a validity bitmap, when a later step reads it
+    std::vector<std::uint8_t> valid;          // per row: the result (the call routine: the position)
+    std::vector<std::uint8_t> lengthValid;    // per row: the call routine's length
+    std::vector<std::uint8_t> bitmap;         // `valid` as a validity bitmap, when a later step reads it
+    std::vector<std::uint8_t> lengthBitmap;
+    const std::vector<std::uint8_t>& validity(int part) const { return part == 0 ? valid : lengthValid; }
 };
 
 class BatchEvaluator {

@@ -34,6 +34,14 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
         file_ = stdout;
         return;
     }
+    // A device or a pipe (/dev/null, a named pipe) is written as it is:
+    // renaming over it would replace it.
+    struct stat existing {};
+    if (stat(path.c_str(), &existing) == 0 && !S_ISREG(existing.st_mode)) {
+        file_ = std::fopen(path.c_str(), "wb");
+        if (file_ == nullptr) throw failure("cannot write", path);
+        return;
+    }
     std::string name = path + ".partial-XXXXXX";
     if (name.size() >= sizeof pendingTemporary) throw std::runtime_error("output path too long: " + path);
     const int descriptor = mkstemp(name.data());
@@ -54,7 +62,11 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
 }
 
 OutputFile::~OutputFile() {
-    if (temporaryPath_.empty() || committed_) return;
+    if (temporaryPath_.empty()) {
+        if (file_ != nullptr && file_ != stdout) std::fclose(file_);
+        return;
+    }
+    if (committed_) return;
     std::fclose(file_);
     pendingTemporary[0] = '\0';
     unlink(temporaryPath_.c_str());
@@ -68,7 +80,7 @@ void OutputFile::write(const std::string& data) {
 
 void OutputFile::commit() {
     if (temporaryPath_.empty()) {
-        if (std::fflush(file_) != 0) throw failure("cannot write", std::string("the output"));
+        if (std::fflush(file_) != 0) throw failure("cannot write", path_);
         return;
     }
     const bool flushed = std::fflush(file_) == 0 && fsync(fileno(file_)) == 0;

@@ -10,7 +10,8 @@ namespace txcli {
 
 class OutputFile {
 public:
-    // "-" is standard output. Throws std::runtime_error when the file cannot be made.
+    // "-" is standard output; a path that names a device or a pipe is
+    // written directly. Throws std::runtime_error when the file cannot be made.
     explicit OutputFile(const std::string& path);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
