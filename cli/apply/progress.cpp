@@ -77,9 +77,9 @@ void printSummary(std::FILE* to, const Plan& plan, const Tally& tally, const Ski
         }
         std::fprintf(to, "  %s\n", line.c_str());
         for (const auto& m : counts.messages) {
-            std::fprintf(to, "    %s %d: %s: %lld time%s, first in row %lld\n", m.error ? "error" : "note", m.code,
-                         m.text.c_str(), static_cast<long long>(m.count), m.count == 1 ? "" : "s",
-                         static_cast<long long>(m.firstRow + 1));
+            std::fprintf(to, "    %s %d, %lld time%s, first in row %lld: %s\n", m.error ? "error" : "note", m.code,
+                         static_cast<long long>(m.count), m.count == 1 ? "" : "s",
+                         static_cast<long long>(m.firstRow + 1), m.text.c_str());
         }
     }
 }
