@@ -9,6 +9,8 @@ GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils
 JOBS       ?= $(shell nproc)
+# The peers of the row engine's benchmark (R's stringi, pandas).
+BENCH_PACKAGES := r-cran-stringi python3-pandas
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
@@ -83,9 +85,13 @@ test-windows: deps-windows
 	./scripts/run-wine-tests.sh $(WIN_BUILD)
 
 bench: deps
+	$(call install_missing,$(BENCH_PACKAGES))
 	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
-	@for b in $(BENCH_BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@for b in $(BENCH_BUILD)/bin/bench_*; do [ "$$b" = $(BENCH_BUILD)/bin/bench_engine ] && continue; \
+	  echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@echo "== the row engine against the direct call, CallSite::call, stringi and pandas"
+	/usr/bin/python3 bench/engine/compare.py $(BENCH_BUILD)/bin/bench_engine
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang
