@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/apply/assignment.h"
+#include "cli/apply/batch_pipe.h"
 #include "cli/apply/csv_reader.h"
 #include "cli/apply/csv_writer.h"
 #include "cli/apply/evaluate.h"
@@ -125,13 +126,15 @@ int runApply(const ApplySettings& settings) {
     const std::int64_t batchRows = kRowsPerTask * std::max(4, 2 * engine.threads());
     Progress progress(!settings.quiet && isatty(STDERR_FILENO), input.size());
     BatchEvaluator evaluator(plan);
-    CsvBatch batch;
-    while (reader.read(batch, batchRows, kBatchBytes, skipBad)) {
-        evaluator.evaluate(batch);
-        appendCsvRows(text, batch, plan, evaluator, reader.lineEnd());
-        output.write(text);
-        text.clear();
-        progress.update(evaluator.tally().rows, reader.bytesRead());
+    {
+        BatchPipe batches(reader, batchRows, kBatchBytes, skipBad);
+        while (const CsvBatch* batch = batches.next()) {
+            evaluator.evaluate(*batch);
+            appendCsvRows(text, *batch, plan, evaluator, reader.lineEnd());
+            output.write(text);
+            text.clear();
+            progress.update(evaluator.tally().rows, batches.bytesRead());
+        }
     }
     output.write(text);
     output.commit();
