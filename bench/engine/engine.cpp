@@ -39,9 +39,9 @@ const char* const kCities[] = {"Springfield", "Riverside", "Madison", "Georgetow
 const char* const kWords[] = {"the", "order", "was", "delivered", "late", "and", "customer", "asked", "for", "a",
                               "refund", "de", "la", "package", "arrived", "damaged", "please", "call", "back", "today"};
 // The same kinds of rows with accented Latin and CJK.
-const char* const kGivenMixed[] = {"Ren\xC3\xA9" "e", "J\xC3\xBCrgen", "Mar\xC3\xAD" "a", "Fran\xC3\xA7ois",
+const char* const kGivenMixed[] = {"Ren\xC3\xA9\x65", "J\xC3\xBCrgen", "Mar\xC3\xAD\x61", "Fran\xC3\xA7ois",
                                    "\xE7\x8E\x8B\xE5\xB0\x8F\xE6\x98\x8E", "\xE5\xB1\xB1\xE7\x94\xB0", "Chlo\xC3\xA9"};
-const char* const kWordsMixed[] = {"Stra\xC3\x9F" "e", "caf\xC3\xA9", "\xE6\x9D\xB1\xE4\xBA\xAC", "na\xC3\xAFve",
+const char* const kWordsMixed[] = {"Stra\xC3\x9F\x65", "caf\xC3\xA9", "\xE6\x9D\xB1\xE4\xBA\xAC", "na\xC3\xAFve",
                                    "\xE5\x87\xBA\xE8\xB2\xA8", "order", "de", "la", "late", "r\xC3\xA9sum\xC3\xA9"};
 
 template <std::size_t N>

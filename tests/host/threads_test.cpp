@@ -32,23 +32,21 @@ const Call kCalls[] = {
     {"KSCANX", true, {std::string("alpha beta gamma"), -1.0, 0.0, 0.0}},
 };
 
-bool sameResult(const txhost::CallResult& a, const txhost::CallResult& b) {
-    if (a.status != b.status || a.number != b.number || a.text != b.text || a.position != b.position ||
-        a.length != b.length || a.messages.size() != b.messages.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < a.messages.size(); ++i) {
-        if (a.messages[i].code != b.messages[i].code || a.messages[i].text != b.messages[i].text) return false;
-    }
-    return true;
+// Everything a call answers, messages included.
+std::string describe(const txhost::CallResult& r) {
+    std::string text = std::to_string(r.status) + " " + std::to_string(r.number.value_or(-1)) + " " +
+                       r.text.value_or("-") + " " + std::to_string(r.position.value_or(-1)) + " " +
+                       std::to_string(r.length.value_or(-1));
+    for (const txhost::Message& m : r.messages) text += " [" + m.text + "]";
+    return text;
 }
 
 TEST(Threads, OneSessionServesATaskPerThread) {
     Session session;
     auto module = Module::load(session);
-    std::vector<txhost::CallResult> expected;
-    for (const Call& c : kCalls) expected.push_back(module->call(c.function, c.args, c.callRoutine));
-    ASSERT_EQ(1u, expected[1].messages.size());
+    std::vector<std::string> expected;
+    for (const Call& c : kCalls) expected.push_back(describe(module->call(c.function, c.args, c.callRoutine)));
+    ASSERT_NE(std::string::npos, expected[1].find("NOTE"));
 
     std::atomic<int> wrong{0};
     std::vector<std::thread> tasks;
@@ -62,7 +60,7 @@ TEST(Threads, OneSessionServesATaskPerThread) {
             }
             for (int round = 0; round < 300; ++round) {
                 for (std::size_t i = 0; i < sites.size(); ++i) {
-                    if (!sameResult(expected[i], sites[i]->call(kCalls[i].args))) ++wrong;
+                    if (expected[i] != describe(sites[i]->call(kCalls[i].args))) ++wrong;
                 }
             }
         });
