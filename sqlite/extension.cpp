@@ -1,0 +1,85 @@
+// The extension's entry point: loads the module once per process and
+// registers its functions in each connection that loads the extension.
+#include <sqlite3ext.h>
+SQLITE_EXTENSION_INIT1
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "sqlite/shared_host.h"
+#include "sqlite/sql_function.h"
+
+namespace txsqlite {
+
+namespace {
+
+constexpr std::array kSqlFunctions{
+    SqlFunction{"kfind", "KFIND", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountx", "KCOUNTX", false, SqlFunction::Output::Result},
+    SqlFunction{"kfindc", "KFINDC", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountc", "KCOUNTC", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountw", "KCOUNTW", false, SqlFunction::Output::Result},
+    SqlFunction{"kfindw", "KFINDW", false, SqlFunction::Output::Result},
+    SqlFunction{"kscanx", "KSCANX", false, SqlFunction::Output::Result},
+    SqlFunction{"kscanx_position", "KSCANX", true, SqlFunction::Output::Position},
+    SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
+};
+
+void destroyRegistration(void* registration) { delete static_cast<Registration*>(registration); }
+
+// The same results for the same arguments, and nothing outside the call
+// touched, so SQLite may use them in indexes, views and triggers.
+constexpr int kFunctionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+
+int registerFunctions(sqlite3* db, char** errorMessage) {
+    std::string error;
+    SharedHost* host = sharedHost(error);
+    if (host == nullptr) {
+        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", error.c_str());
+        return SQLITE_ERROR;
+    }
+    auto task = std::make_shared<ConnectionTask>();
+    task->module = host->module;
+    {
+        auto lock = hostCallLock();
+        task->callContext = host->session->newCallContext();
+    }
+    for (const SqlFunction& function : kSqlFunctions) {
+        Registration prototype{task, &function, host->module->functionIndex(function.moduleName, function.callRoutine),
+                               nullptr};
+        prototype.descriptor = host->module->functions()[static_cast<std::size_t>(prototype.functionIndex)].descriptor;
+        // One registration per argument count: SQLite itself refuses the
+        // others with its usual message.
+        for (int argc = sqlMinArgs(prototype); argc <= sqlMaxArgs(prototype); ++argc) {
+            const int rc = sqlite3_create_function_v2(db, function.sqlName, argc, kFunctionFlags,
+                                                      new Registration(prototype), evaluateRow, nullptr, nullptr,
+                                                      destroyRegistration);
+            if (rc != SQLITE_OK) {
+                *errorMessage = sqlite3_mprintf("txscan_sqlite: cannot register %s: %s", function.sqlName,
+                                                sqlite3_errmsg(db));
+                return rc;
+            }
+        }
+    }
+    return SQLITE_OK;
+}
+
+}  // namespace
+
+std::span<const SqlFunction> sqlFunctions() { return kSqlFunctions; }
+
+}  // namespace txsqlite
+
+// The default entry point names SQLite tries: the generic one, and the one
+// made from the file name txscan_sqlite.
+extern "C" __attribute__((visibility("default"))) int sqlite3_extension_init(sqlite3* db, char** errorMessage,
+                                                                             const sqlite3_api_routines* api) {
+    SQLITE_EXTENSION_INIT2(api);
+    return txsqlite::registerFunctions(db, errorMessage);
+}
+
+extern "C" __attribute__((visibility("default"))) int sqlite3_txscansqlite_init(sqlite3* db, char** errorMessage,
+                                                                                const sqlite3_api_routines* api) {
+    return sqlite3_extension_init(db, errorMessage, api);
+}

@@ -1,0 +1,54 @@
+// The SQL functions the extension registers and what one registration
+// carries into every row it evaluates.
+#pragma once
+
+#include <memory>
+#include <span>
+
+#include <sqlite3ext.h>
+
+#include "host/host.h"
+#include "module/abi/argument_frame.h"
+#include "module/abi/function_table.h"
+#include "module/abi/host_vector.h"
+
+namespace txsqlite {
+
+// One SQL name. The call routine appears twice, once per output, since an
+// SQL function gives one value.
+struct SqlFunction {
+    const char* sqlName;        // "kfind"
+    const char* moduleName;     // "KFIND"
+    bool callRoutine;
+    enum class Output { Result, Position, Length } output;
+};
+
+std::span<const SqlFunction> sqlFunctions();
+
+// One connection's task: the call context its calls share (and in which the
+// word functions keep their environment).
+struct ConnectionTask {
+    txhost::Module* module = nullptr;
+    txscan::contract::CallContext* callContext = nullptr;
+};
+
+// User data of one registration (SQLite destroys each one on its own).
+struct Registration {
+    std::shared_ptr<ConnectionTask> task;
+    const SqlFunction* function = nullptr;
+    int functionIndex = 0;
+    const txscan::contract::FunctionDescriptor* descriptor = nullptr;
+};
+
+// SQL arguments a function takes: the call routine's outputs are not among them.
+inline int sqlMinArgs(const Registration& r) {
+    return r.descriptor->minArgs - (r.function->callRoutine ? 2 : 0);
+}
+inline int sqlMaxArgs(const Registration& r) {
+    return r.descriptor->maxArgs - (r.function->callRoutine ? 2 : 0);
+}
+
+// The xFunc of every registration.
+void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv);
+
+}  // namespace txsqlite
