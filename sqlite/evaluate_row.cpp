@@ -5,14 +5,16 @@
 SQLITE_EXTENSION_INIT3
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <vector>
+#include <memory>
 
 #include "host/host.h"
-#include "sqlite/shared_host.h"
+#include "host/session_impl.h"
 #include "sqlite/sql_function.h"
 
 namespace txsqlite {
@@ -25,10 +27,14 @@ namespace contract = txscan::contract;
 // it as auxiliary data of every argument until the statement is reset, and
 // drops it from arguments that change from row to row, so it lives as long
 // as one constant argument holds it (and for one row when none is constant).
+// Its frame points straight at SQLite's values: nothing is copied per row.
 struct SqlCallSite {
-    txhost::CallSite site;
+    txhost::CallSite site;   // the frame, and with it the parsed-set cache
     int references = 1;
-    std::int64_t resultCapacity = 0;   // the KSCANX result buffer's size
+    std::array<double, contract::kMaxArguments> numbers{};
+    std::array<contract::StringValue, contract::kMaxArguments> strings{};
+    std::unique_ptr<char[]> result;   // the KSCANX word
+    std::int64_t resultCapacity = 0;
 
     SqlCallSite(txhost::Module& module, const Registration& registration)
         : site(module, registration.functionIndex, kCachingSiteKind) {
@@ -40,10 +46,7 @@ struct SqlCallSite {
 
 void releaseSite(void* site) {
     auto* s = static_cast<SqlCallSite*>(site);
-    if (--s->references == 0) {
-        auto lock = hostCallLock();
-        delete s;
-    }
+    if (--s->references == 0) delete s;
 }
 
 SqlCallSite* siteOfThisCall(sqlite3_context* context, int argc) {
@@ -90,37 +93,37 @@ bool parseNumber(sqlite3_value* value, double& number) {
     return *end == '\0';
 }
 
-// SQLite's value as the module argument of type `code`; false and a reason
-// when the value cannot be one.
-bool toArgument(sqlite3_value* value, std::uint32_t code, txhost::Argument& argument, std::string& reason) {
+// Points the frame's slot at SQLite's value as an argument of type `code`;
+// false and a reason when the value cannot be one.
+bool fillSlot(sqlite3_value* value, std::uint32_t code, contract::ArgumentSlot& slot, double& number,
+              contract::StringValue& string, std::string& reason) {
     const bool takesNumber = (code & contract::kArgNumeric) != 0;
     const bool takesText = (code & contract::kArgCharacter) != 0;
-    switch (sqlite3_value_type(value)) {
-    case SQLITE_NULL:
-        if (takesText) argument = txhost::Absent{};
-        else argument = contract::missingValue();
-        return true;
-    case SQLITE_INTEGER:
-    case SQLITE_FLOAT:
-        if (takesNumber) argument = sqlite3_value_double(value);
-        else argument = std::string(reinterpret_cast<const char*>(sqlite3_value_text(value)));
-        return true;
-    case SQLITE_TEXT:
-        if (takesText) {
-            argument = std::string(reinterpret_cast<const char*>(sqlite3_value_text(value)),
-                                   static_cast<std::size_t>(sqlite3_value_bytes(value)));
-            return true;
-        }
-        if (double number = 0; parseNumber(value, number)) {
-            argument = number;
-            return true;
-        }
-        reason = "is not a number";
-        return false;
-    default:
+    const int type = sqlite3_value_type(value);
+    if (type == SQLITE_BLOB) {
         reason = "is a blob; text or a number is expected";   // its bytes need not be text at all
         return false;
     }
+    if (type == SQLITE_NULL && takesText) return true;   // absent: the slot's value stays null
+    if (type == SQLITE_NULL) {
+        number = contract::missingValue();
+    } else if ((type == SQLITE_INTEGER || type == SQLITE_FLOAT) && takesNumber) {
+        number = sqlite3_value_double(value);
+    } else if (takesText) {
+        // A number where text is expected reads as SQLite prints it.
+        const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+        const std::int64_t length = sqlite3_value_bytes(value);
+        string = contract::StringValue{length, length, const_cast<char*>(text), nullptr, length};
+        slot.typeFlags = contract::kTypeCharacter;
+        slot.value = &string;
+        return true;
+    } else if (!parseNumber(value, number)) {
+        reason = "is not a number";
+        return false;
+    }
+    slot.typeFlags = contract::kTypeNumeric;
+    slot.value = &number;
+    return true;
 }
 
 // The module's position of SQL argument k: the call routine's two outputs
@@ -129,22 +132,21 @@ int modulePosition(const Registration& r, int sqlArgument) {
     return r.function->callRoutine && sqlArgument >= 3 ? sqlArgument + 2 : sqlArgument;
 }
 
-void resultNumber(sqlite3_context* context, const std::optional<double>& number) {
-    if (!number || contract::exponentAllOnes(*number)) {
+void resultNumber(sqlite3_context* context, double number) {
+    if (contract::exponentAllOnes(number)) {   // the missing value, or nothing stored
         sqlite3_result_null(context);
-    } else if (*number == std::trunc(*number) && std::fabs(*number) < 9.0e15) {
-        sqlite3_result_int64(context, static_cast<sqlite3_int64>(*number));
+    } else if (number == std::trunc(number) && std::fabs(number) < 9.0e15) {
+        sqlite3_result_int64(context, static_cast<sqlite3_int64>(number));
     } else {
-        sqlite3_result_double(context, *number);
+        sqlite3_result_double(context, number);
     }
 }
 
 // The argument a failed call blames: the one the module marked, else the
 // first number that is missing (a missing start or count).
-int blamedArgument(const Registration& r, const txhost::CallResult& result, int argc, sqlite3_value** argv) {
+int blamedArgument(const Registration& r, const contract::ArgumentFrame& frame, int argc, sqlite3_value** argv) {
     for (int k = 1; k <= argc; ++k) {
-        const auto position = static_cast<std::size_t>(modulePosition(r, k) - 1);
-        if (position < result.errorMarks.size() && result.errorMarks[position] != 0) return k;
+        if (frame.arg(modulePosition(r, k)).errorMarks != 0) return k;
     }
     for (int k = 1; k <= argc; ++k) {
         const std::uint32_t code = contract::argumentTypeAt(r.descriptor->argTypes, modulePosition(r, k));
@@ -153,94 +155,129 @@ int blamedArgument(const Registration& r, const txhost::CallResult& result, int 
     return 0;
 }
 
-void reportStatus(sqlite3_context* context, const Registration& r, const txhost::CallResult& result, int argc,
-                  sqlite3_value** argv) {
-    char status[64];
-    std::snprintf(status, sizeof status, "%s (status %d = 0x%X)", txhost::statusName(result.status).c_str(),
-                  result.status, static_cast<unsigned>(result.status));
-    std::string message = std::string(r.function->sqlName) + ": " + status;
-    if (const int k = blamedArgument(r, result, argc, argv); k > 0) {
+void reportStatus(sqlite3_context* context, const Registration& r, std::int32_t status,
+                  const contract::ArgumentFrame& frame, int argc, sqlite3_value** argv) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%s (status %d = 0x%X)", txhost::statusName(status).c_str(), status,
+                  static_cast<unsigned>(status));
+    std::string message = std::string(r.function->sqlName) + ": " + text;
+    if (const int k = blamedArgument(r, frame, argc, argv); k > 0) {
         message += " in argument " + std::to_string(k) + shownValue(argv[k - 1]);
     }
     sqlite3_result_error(context, message.c_str(), -1);
 }
 
-void logMessages(const Registration& r, const std::vector<txhost::Message>& messages) {
-    for (const txhost::Message& m : messages) {
-        const bool note = m.source == txhost::Message::Source::Note;
-        sqlite3_log(note ? SQLITE_NOTICE : SQLITE_WARNING, "%s: %s %d: %s", r.function->sqlName,
-                    note ? "note" : "error", m.code, m.text.c_str());
-    }
+// Notes and errors of a call go to SQLite's log as they happen.
+void logMessage(void* registration, const txhost::MessageEvent& e) {
+    const auto& r = *static_cast<const Registration*>(registration);
+    const bool note = e.source == txhost::Message::Source::Note;
+    const std::string text = e.text != nullptr ? *e.text
+                             : note            ? txhost::formatNote(e.code, e.functionName, e.character)
+                                               : txhost::formatError(e.code, e.detail);
+    sqlite3_log(note ? SQLITE_NOTICE : SQLITE_WARNING, "%s: %s %d: %s", r.function->sqlName, note ? "note" : "error",
+                e.code, text.c_str());
+}
+
+void argumentError(sqlite3_context* context, const Registration& r, int k, sqlite3_value* value,
+                   const std::string& reason) {
+    const std::string message =
+        std::string(r.function->sqlName) + ": argument " + std::to_string(k) + shownValue(value) + " " + reason;
+    sqlite3_result_error(context, message.c_str(), -1);
 }
 
 }  // namespace
 
 void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
     const Registration& r = *static_cast<const Registration*>(sqlite3_user_data(context));
-    std::vector<txhost::Argument> arguments;
-    arguments.reserve(static_cast<std::size_t>(r.descriptor->maxArgs));
-    for (int k = 1; k <= argc; ++k) {
-        if (r.function->callRoutine && k == 3) arguments.insert(arguments.end(), 2, txhost::Argument{0.0});
-        txhost::Argument argument;
-        std::string reason;
-        const std::uint32_t code = contract::argumentTypeAt(r.descriptor->argTypes, modulePosition(r, k));
-        if (!toArgument(argv[k - 1], code, argument, reason)) {
-            const std::string message = std::string(r.function->sqlName) + ": argument " + std::to_string(k) +
-                                        shownValue(argv[k - 1]) + " " + reason;
-            sqlite3_result_error(context, message.c_str(), -1);
-            return;
-        }
-        arguments.push_back(std::move(argument));
-    }
-    if (r.function->callRoutine && argc == 2) arguments.insert(arguments.end(), 2, txhost::Argument{0.0});
-
     SqlCallSite* site = siteOfThisCall(context, argc);
     const bool newSite = site == nullptr;
-    txhost::CallResult result;
-    try {
-        auto lock = hostCallLock();
-        if (newSite) site = new SqlCallSite(*r.task->module, r);
-        if (r.descriptor->resultKind == contract::kCharacterResult) {
-            // A word is never longer than the text it comes from, so the
-            // result is never cut (an absent text gives one blank).
-            const std::int64_t needed = std::max<std::int64_t>(sqlite3_value_bytes(argv[0]), 1);
-            if (needed > site->resultCapacity) {
-                site->resultCapacity = std::max(needed, 2 * site->resultCapacity);
-                site->site.useFixedResult(site->resultCapacity);
-            }
+    if (newSite) {
+        try {
+            site = new SqlCallSite(*r.task->module, r);
+        } catch (const std::exception& e) {
+            sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
+            return;
         }
-        result = site->site.call(arguments);
-    } catch (const std::exception& e) {
-        sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
-        if (newSite) releaseSite(site);
-        return;
+    }
+    // Every argument holds a new site, so it lives while any constant one
+    // does; set_auxdata may drop it at once, so that comes last.
+    struct Handover {
+        sqlite3_context* context;
+        SqlCallSite* site;
+        int argc;
+        bool newSite;
+        ~Handover() {
+            if (!newSite) return;
+            for (int i = 0; i < argc; ++i) {
+                ++site->references;
+                sqlite3_set_auxdata(context, i, site, releaseSite);
+            }
+            releaseSite(site);
+        }
+    } handover{context, site, argc, newSite};
+
+    contract::ArgumentFrame& frame = site->site.frame();
+    const int count = argc + (r.function->callRoutine ? 2 : 0);
+    frame.argCount = count;
+    for (int position = 1; position <= contract::kMaxArguments; ++position) {
+        frame.arg(position) = contract::ArgumentSlot{};
+    }
+    for (int k = 1; k <= argc; ++k) {
+        const int position = modulePosition(r, k);
+        const auto i = static_cast<std::size_t>(position - 1);
+        std::string reason;
+        if (!fillSlot(argv[k - 1], contract::argumentTypeAt(r.descriptor->argTypes, position), frame.arg(position),
+                      site->numbers[i], site->strings[i], reason)) {
+            argumentError(context, r, k, argv[k - 1], reason);
+            return;
+        }
+    }
+    if (frame.arg(1).value != nullptr) frame.arg(1).typeFlags |= contract::kTypeRecheck;
+    if (r.function->callRoutine) {
+        for (const int output : {3, 4}) {
+            double& place = site->numbers[static_cast<std::size_t>(output - 1)];
+            place = 0;
+            frame.arg(output) = contract::ArgumentSlot{contract::kTypeNumeric, 0, {}, &place};
+        }
     }
 
-    logMessages(r, result.messages);
-    if (result.status != contract::kStatusOk) {
-        reportStatus(context, r, result, argc, argv);
+    double number = std::bit_cast<double>(txhost::kResultSentinelBits);
+    contract::StringValue word{};
+    void* resultPlace = &number;
+    if (r.descriptor->resultKind == contract::kCharacterResult) {
+        // A word is never longer than the text it comes from, so the
+        // result is never cut (an absent text gives one blank).
+        const std::int64_t needed = std::max<std::int64_t>(sqlite3_value_bytes(argv[0]), 1);
+        if (needed > site->resultCapacity) {
+            site->resultCapacity = std::max(needed, 2 * site->resultCapacity);
+            site->result.reset(new char[static_cast<std::size_t>(site->resultCapacity)]);
+        }
+        word = contract::StringValue{site->resultCapacity, -1, site->result.get(), nullptr, site->resultCapacity};
+        resultPlace = &word;
+    }
+
+    std::int32_t status = 0;
+    {
+        const txhost::MessageSink sink{const_cast<Registration*>(&r), logMessage};
+        txhost::TaskScope task(r.task->module->session(), &sink);
+        status = r.entry(&frame, resultPlace);
+    }
+
+    if (status != contract::kStatusOk) {
+        reportStatus(context, r, status, frame, argc, argv);
     } else if (r.function->output == SqlFunction::Output::Position) {
-        resultNumber(context, result.position);
+        resultNumber(context, site->numbers[2]);
     } else if (r.function->output == SqlFunction::Output::Length) {
-        resultNumber(context, result.length);
+        resultNumber(context, site->numbers[3]);
     } else if (r.descriptor->resultKind == contract::kCharacterResult) {
-        if (result.text) {
-            sqlite3_result_text64(context, result.text->data(), result.text->size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        if (word.length >= 0) {
+            sqlite3_result_text64(context, word.data, static_cast<sqlite3_uint64>(word.length), SQLITE_TRANSIENT,
+                                  SQLITE_UTF8);
         } else {
             sqlite3_result_null(context);
         }
     } else {
-        resultNumber(context, result.number);
-    }
-
-    if (newSite) {
-        // Every argument holds the site, so it lives while any constant one
-        // does; the set_auxdata calls come last because each may drop it.
-        for (int i = 0; i < argc; ++i) {
-            ++site->references;
-            sqlite3_set_auxdata(context, i, site, releaseSite);
-        }
-        releaseSite(site);
+        resultNumber(context, number);
     }
 }
 

@@ -41,14 +41,11 @@ int registerFunctions(sqlite3* db, char** errorMessage) {
     }
     auto task = std::make_shared<ConnectionTask>();
     task->module = host->module;
-    {
-        auto lock = hostCallLock();
-        task->callContext = host->session->newCallContext();
-    }
+    task->callContext = host->session->newCallContext();
     for (const SqlFunction& function : kSqlFunctions) {
-        Registration prototype{task, &function, host->module->functionIndex(function.moduleName, function.callRoutine),
-                               nullptr};
-        prototype.descriptor = host->module->functions()[static_cast<std::size_t>(prototype.functionIndex)].descriptor;
+        const int index = host->module->functionIndex(function.moduleName, function.callRoutine);
+        const txhost::FunctionInfo& info = host->module->functions()[static_cast<std::size_t>(index)];
+        const Registration prototype{task, &function, index, info.descriptor, info.entry};
         // One registration per argument count: SQLite itself refuses the
         // others with its usual message.
         for (int argc = sqlMinArgs(prototype); argc <= sqlMaxArgs(prototype); ++argc) {

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 
 namespace txsqlite {
@@ -21,8 +22,6 @@ std::string modulePathBesideExtension() {
     }
     return (std::filesystem::path(info.dli_fname).parent_path() / "txscanmd.so").string();
 }
-
-std::mutex gCallMutex;
 
 }  // namespace
 
@@ -44,7 +43,5 @@ SharedHost* sharedHost(std::string& error) {
     if (host == nullptr) error = loadError;
     return host;
 }
-
-std::unique_lock<std::mutex> hostCallLock() { return std::unique_lock<std::mutex>(gCallMutex); }
 
 }  // namespace txsqlite

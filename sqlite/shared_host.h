@@ -4,7 +4,6 @@
 // many connections, and the module binds to one Session).
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "host/host.h"
@@ -18,8 +17,5 @@ struct SharedHost {
 
 // The process's host, or null with `error` saying why the module did not load.
 SharedHost* sharedHost(std::string& error);
-
-// Held around every call into the module: the host serves one call at a time.
-std::unique_lock<std::mutex> hostCallLock();
 
 }  // namespace txsqlite

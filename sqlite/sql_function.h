@@ -38,6 +38,7 @@ struct Registration {
     const SqlFunction* function = nullptr;
     int functionIndex = 0;
     const txscan::contract::FunctionDescriptor* descriptor = nullptr;
+    txscan::contract::EntryRoutine entry = nullptr;
 };
 
 // SQL arguments a function takes: the call routine's outputs are not among them.
