@@ -1,5 +1,5 @@
 -- Rows of names, addresses and free text (ASCII, accented Latin, CJK) for the SQL tests and benchmark: fills
--- people(id, name, address, note) with :rows rows. One statement, no semicolon inside.
+-- people(id, name, address, note) with as many rows as the parameter asks. One statement, no semicolon inside.
 WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < :rows),
 words(first, last, street, city, phrase) AS (SELECT
   '["Anna","José","Zoë","Marie-Claire","Øyvind","Tomás","佐藤","Li Wei","François","Ángel"]',
