@@ -15,6 +15,7 @@ SQLITE_EXTENSION_INIT3
 
 #include "host/host.h"
 #include "host/session_impl.h"
+#include "sqlite/sql_call_site.h"
 #include "sqlite/sql_function.h"
 
 namespace txsqlite {
@@ -23,30 +24,18 @@ namespace {
 
 namespace contract = txscan::contract;
 
-// The call site of one function call in a prepared statement. SQLite keeps
-// it as auxiliary data of every argument until the statement is reset, and
-// drops it from arguments that change from row to row, so it lives as long
-// as one constant argument holds it (and for one row when none is constant).
-// Its frame points straight at SQLite's values: nothing is copied per row.
-struct SqlCallSite {
-    txhost::CallSite site;   // the frame, and with it the parsed-set cache
-    int references = 1;
-    std::array<double, contract::kMaxArguments> numbers{};
-    std::array<contract::StringValue, contract::kMaxArguments> strings{};
-    std::unique_ptr<char[]> result;   // the KSCANX word
-    std::int64_t resultCapacity = 0;
-
-    SqlCallSite(txhost::Module& module, const Registration& registration)
-        : site(module, registration.functionIndex, kCachingSiteKind) {
-        site.useCallContext(registration.task->callContext);
-    }
-    // A site kind at which the workers keep a parsed set (modifier O).
-    static constexpr std::uint8_t kCachingSiteKind = 0x48;
-};
+// After this many sites in a row that served a single call (no argument
+// held them), calls without a site share the registration's spare one;
+// every kRetryAfter calls they try a held site again, in case the
+// statement now running has a constant argument.
+constexpr int kShortLivedLimit = 2;
+constexpr std::int64_t kRetryAfter = 4096;
 
 void releaseSite(void* site) {
     auto* s = static_cast<SqlCallSite*>(site);
-    if (--s->references == 0) delete s;
+    if (--s->references > 0) return;
+    s->owner->shortLivedSites = s->rows <= 1 ? s->owner->shortLivedSites + 1 : 0;
+    delete s;
 }
 
 SqlCallSite* siteOfThisCall(sqlite3_context* context, int argc) {
@@ -188,17 +177,22 @@ void argumentError(sqlite3_context* context, const Registration& r, int k, sqlit
 }  // namespace
 
 void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
-    const Registration& r = *static_cast<const Registration*>(sqlite3_user_data(context));
+    Registration& r = *static_cast<Registration*>(sqlite3_user_data(context));
     SqlCallSite* site = siteOfThisCall(context, argc);
-    const bool newSite = site == nullptr;
-    if (newSite) {
-        try {
-            site = new SqlCallSite(*r.task->module, r);
-        } catch (const std::exception& e) {
-            sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
-            return;
+    const bool newSite = site == nullptr &&
+                         (r.shortLivedSites < kShortLivedLimit || ++r.spareCalls % kRetryAfter == 0);
+    try {
+        if (newSite) {
+            site = new SqlCallSite(r, SqlCallSite::kCaching);
+        } else if (site == nullptr) {
+            if (!r.spare) r.spare = std::make_unique<SqlCallSite>(r, SqlCallSite::kParsingEachCall);
+            site = r.spare.get();
         }
+    } catch (const std::exception& e) {
+        sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
+        return;
     }
+    ++site->rows;
     // Every argument holds a new site, so it lives while any constant one
     // does; set_auxdata may drop it at once, so that comes last.
     struct Handover {
@@ -258,7 +252,7 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
 
     std::int32_t status = 0;
     {
-        const txhost::MessageSink sink{const_cast<Registration*>(&r), logMessage};
+        const txhost::MessageSink sink{&r, logMessage};
         txhost::TaskScope task(r.task->module->session(), &sink);
         status = r.entry(&frame, resultPlace);
     }
@@ -282,3 +276,8 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
 }
 
 }  // namespace txsqlite
+
+txsqlite::SqlCallSite::SqlCallSite(Registration& registration, std::uint8_t siteKind)
+    : site(*registration.task->module, registration.functionIndex, siteKind), owner(&registration) {
+    site.useCallContext(registration.task->callContext);
+}

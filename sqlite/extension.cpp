@@ -26,6 +26,17 @@ constexpr std::array kSqlFunctions{
     SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
 };
 
+Registration* newRegistration(const std::shared_ptr<ConnectionTask>& task, const SqlFunction& function, int index,
+                              const txhost::FunctionInfo& info) {
+    auto* registration = new Registration();
+    registration->task = task;
+    registration->function = &function;
+    registration->functionIndex = index;
+    registration->descriptor = info.descriptor;
+    registration->entry = info.entry;
+    return registration;
+}
+
 void destroyRegistration(void* registration) { delete static_cast<Registration*>(registration); }
 
 // The same results for the same arguments, and nothing outside the call
@@ -45,12 +56,13 @@ int registerFunctions(sqlite3* db, char** errorMessage) {
     for (const SqlFunction& function : kSqlFunctions) {
         const int index = host->module->functionIndex(function.moduleName, function.callRoutine);
         const txhost::FunctionInfo& info = host->module->functions()[static_cast<std::size_t>(index)];
-        const Registration prototype{task, &function, index, info.descriptor, info.entry};
         // One registration per argument count: SQLite itself refuses the
-        // others with its usual message.
-        for (int argc = sqlMinArgs(prototype); argc <= sqlMaxArgs(prototype); ++argc) {
+        // others with its usual message. The call routine's two outputs are
+        // no SQL arguments.
+        const int outputs = function.callRoutine ? 2 : 0;
+        for (int argc = info.descriptor->minArgs - outputs; argc <= info.descriptor->maxArgs - outputs; ++argc) {
             const int rc = sqlite3_create_function_v2(db, function.sqlName, argc, kFunctionFlags,
-                                                      new Registration(prototype), evaluateRow, nullptr, nullptr,
+                                                      newRegistration(task, function, index, info), evaluateRow, nullptr, nullptr,
                                                       destroyRegistration);
             if (rc != SQLITE_OK) {
                 *errorMessage = sqlite3_mprintf("txscan_sqlite: cannot register %s: %s", function.sqlName,

@@ -11,6 +11,7 @@
 #include "module/abi/argument_frame.h"
 #include "module/abi/function_table.h"
 #include "module/abi/host_vector.h"
+#include "sqlite/sql_call_site.h"
 
 namespace txsqlite {
 
@@ -39,15 +40,13 @@ struct Registration {
     int functionIndex = 0;
     const txscan::contract::FunctionDescriptor* descriptor = nullptr;
     txscan::contract::EntryRoutine entry = nullptr;
+    // Calls whose arguments all change from row to row keep no site, so
+    // they share this one (see evaluateRow); touched only by the
+    // connection's thread.
+    std::unique_ptr<SqlCallSite> spare;
+    int shortLivedSites = 0;
+    std::int64_t spareCalls = 0;
 };
-
-// SQL arguments a function takes: the call routine's outputs are not among them.
-inline int sqlMinArgs(const Registration& r) {
-    return r.descriptor->minArgs - (r.function->callRoutine ? 2 : 0);
-}
-inline int sqlMaxArgs(const Registration& r) {
-    return r.descriptor->maxArgs - (r.function->callRoutine ? 2 : 0);
-}
 
 // The xFunc of every registration.
 void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv);
