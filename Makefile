@@ -6,7 +6,7 @@ ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev librandom123-dev libpcg-cpp-dev binutils
+              libcli11-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev python3
 JOBS       ?= $(shell nproc)
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
@@ -77,6 +77,7 @@ bench: deps
 	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@echo "== bench/sqlite/bench_sql.py"; /usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang
