@@ -7,10 +7,11 @@ TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev python3
+              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev python3
 JOBS       ?= $(shell nproc)
-# The peers of the row engine's benchmark (R's stringi, pandas).
-BENCH_PACKAGES := r-cran-stringi python3-pandas
+# The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
+# for peak memory).
+BENCH_PACKAGES := r-cran-stringi r-cran-data.table python3-pandas time
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
@@ -92,6 +93,8 @@ bench: deps
 	  echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
 	@echo "== the row engine against the direct call, CallSite::call, stringi and pandas"
 	/usr/bin/python3 bench/engine/compare.py $(BENCH_BUILD)/bin/bench_engine
+	@echo "== txscan apply end to end against R (data.table, stringi), pandas and awk"
+	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== SQL: the extension against SQLite's instr and Python user functions"
 	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
 
