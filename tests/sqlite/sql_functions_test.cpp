@@ -4,10 +4,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,25 +39,19 @@ struct Connection {
     }
 };
 
-// A database file of 100k generated rows in people(id, name, address, note).
+// A database file of 100k generated rows in people(id, name, address, note)
+// and, in table `applied`, the calls of the queries below made outside SQL:
+// `txscan apply` over the rows exported as CSV.
 std::string rowsFile() {
-    const std::string path = ::testing::TempDir() + "txscan_rows_" + std::to_string(getpid()) + ".db";
-    std::remove(path.c_str());
-    std::stringstream sql;
-    sql << "CREATE TABLE people(id INTEGER PRIMARY KEY, name, address, note);" << std::ifstream(TXSCAN_ROWS_SQL).rdbuf();
-    std::string text = sql.str();
-    EXPECT_EQ(Connection(path).rows(text.replace(text.find(":rows"), 5, "100000")), Rows{});
-    return path;
-}
-
-// The calls of the queries below made outside SQL: `txscan apply` over the
-// table exported as CSV, its output imported as table `applied`.
-void applyOutsideSql(const std::string& path) {
-    const std::string command = "sqlite3 -csv -header " + path + " 'SELECT * FROM people' > " + path + ".csv && " +
-                                TXSCAN_CLI " apply --quiet " + path + ".csv -o " + path + ".out.csv " +
-                                "'f = KFIND(name, \"an\", \"i\")' 'w = KCOUNTW(address)' 's = KSCANX(note, -1)' && " +
-                                "sqlite3 " + path + " '.import --csv " + path + ".out.csv applied'";
-    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    const std::string db = ::testing::TempDir() + "txscan_rows_" + std::to_string(getpid());
+    const std::string command =
+        "rm -f " + db + ".db && sqlite3 " + db + ".db 'CREATE TABLE people(id INTEGER PRIMARY KEY, name, address, note)'"
+        " '.parameter set :rows 100000' '.read " TXSCAN_ROWS_SQL "' && sqlite3 -csv -header " + db +
+        ".db 'SELECT * FROM people' > " + db + ".csv && " TXSCAN_CLI " apply --quiet " + db + ".csv -o " + db +
+        ".out.csv 'f = KFIND(name, \"an\", \"i\")' 'w = KCOUNTW(address)' 's = KSCANX(note, -1)' && sqlite3 " + db +
+        ".db '.import --csv " + db + ".out.csv applied'";
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    return db + ".db";
 }
 
 TEST(SqlFunctions, CallsNullsTypesAndStatuses) {
@@ -98,7 +89,6 @@ TEST(SqlFunctions, CallsNullsTypesAndStatuses) {
 TEST(SqlFunctions, QueriesOverAFileMatchTheResultsOutsideSql) {
     const std::string path = rowsFile();
     Connection c(path);
-    applyOutsideSql(path);
     const std::string outside = " FROM people JOIN applied a ON a.id = people.id";
     const std::string queries[][2] = {   // with the functions, and over their results outside SQL
         {"SELECT id, kfind(name, 'an', 'i'), kcountw(address), kscanx(note, -1) FROM people ORDER BY id",
