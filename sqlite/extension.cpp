@@ -5,6 +5,7 @@ SQLITE_EXTENSION_INIT1
 
 #include <array>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "sqlite/shared_host.h"
@@ -37,6 +38,18 @@ Registration* newRegistration(const std::shared_ptr<ConnectionTask>& task, const
     return registration;
 }
 
+// The host's random-number services serve one task at a time, and a call
+// context builds its function environment (which makes a random stream) on
+// its first word count; so each connection's is built here, one at a time,
+// before any of its calls can run.
+void buildFunctionEnvironment(txhost::Module& module, txscan::contract::CallContext* context) {
+    static std::mutex oneAtATime;
+    std::lock_guard<std::mutex> lock(oneAtATime);
+    txhost::CallSite site(module, module.functionIndex("KCOUNTW"));
+    site.useCallContext(context);
+    site.call({std::string("a")});
+}
+
 void destroyRegistration(void* registration) { delete static_cast<Registration*>(registration); }
 
 // The same results for the same arguments, and nothing outside the call
@@ -53,6 +66,12 @@ int registerFunctions(sqlite3* db, char** errorMessage) {
     auto task = std::make_shared<ConnectionTask>();
     task->module = host->module;
     task->callContext = host->session->newCallContext();
+    try {
+        buildFunctionEnvironment(*host->module, task->callContext);
+    } catch (const std::exception& e) {
+        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", e.what());
+        return SQLITE_ERROR;
+    }
     for (const SqlFunction& function : kSqlFunctions) {
         const int index = host->module->functionIndex(function.moduleName, function.callRoutine);
         const txhost::FunctionInfo& info = host->module->functions()[static_cast<std::size_t>(index)];
@@ -84,7 +103,10 @@ std::span<const SqlFunction> sqlFunctions() { return kSqlFunctions; }
 // made from the file name txscan_sqlite.
 extern "C" __attribute__((visibility("default"))) int sqlite3_extension_init(sqlite3* db, char** errorMessage,
                                                                              const sqlite3_api_routines* api) {
-    SQLITE_EXTENSION_INIT2(api);
+    // Connections on other threads may be calling through the table already;
+    // it is the same table every time, so it is stored once.
+    static std::once_flag apiStored;
+    std::call_once(apiStored, [api] { SQLITE_EXTENSION_INIT2(api); });
     return txsqlite::registerFunctions(db, errorMessage);
 }
 
