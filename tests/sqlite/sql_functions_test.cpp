@@ -112,6 +112,7 @@ TEST(SqlFunctions, QueriesOverAFileMatchTheResultsOutsideSql) {
     second.join();
     EXPECT_EQ(results[0], expected);
     EXPECT_EQ(results[1], expected);
+    std::system(("rm -f " + path.substr(0, path.size() - 3) + ".*").c_str());
 }
 
 // A call site lives for one run of a statement: its cached set (modifier O)
