@@ -7,7 +7,7 @@ TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils
+              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev python3
 JOBS       ?= $(shell nproc)
 # The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
 # for peak memory).
@@ -95,6 +95,8 @@ bench: deps
 	/usr/bin/python3 bench/engine/compare.py $(BENCH_BUILD)/bin/bench_engine
 	@echo "== txscan apply end to end against R (data.table, stringi), pandas and awk"
 	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
+	@echo "== SQL: the extension against SQLite's instr and Python user functions"
+	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang

@@ -1,0 +1,116 @@
+// The extension's entry point: loads the module once per process and
+// registers its functions in each connection that loads the extension.
+#include <sqlite3ext.h>
+SQLITE_EXTENSION_INIT1
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "sqlite/shared_host.h"
+#include "sqlite/sql_function.h"
+
+namespace txsqlite {
+
+namespace {
+
+constexpr std::array kSqlFunctions{
+    SqlFunction{"kfind", "KFIND", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountx", "KCOUNTX", false, SqlFunction::Output::Result},
+    SqlFunction{"kfindc", "KFINDC", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountc", "KCOUNTC", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountw", "KCOUNTW", false, SqlFunction::Output::Result},
+    SqlFunction{"kfindw", "KFINDW", false, SqlFunction::Output::Result},
+    SqlFunction{"kscanx", "KSCANX", false, SqlFunction::Output::Result},
+    SqlFunction{"kscanx_position", "KSCANX", true, SqlFunction::Output::Position},
+    SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
+};
+
+Registration* newRegistration(const std::shared_ptr<ConnectionTask>& task, const SqlFunction& function, int index,
+                              const txhost::FunctionInfo& info) {
+    auto* registration = new Registration();
+    registration->task = task;
+    registration->function = &function;
+    registration->functionIndex = index;
+    registration->descriptor = info.descriptor;
+    registration->entry = info.entry;
+    return registration;
+}
+
+// The host's random-number services serve one task at a time, and a call
+// context builds its function environment (which makes a random stream) on
+// its first word count; so each connection's is built here, one at a time,
+// before any of its calls can run.
+void buildFunctionEnvironment(txhost::Module& module, txscan::contract::CallContext* context) {
+    static std::mutex oneAtATime;
+    std::lock_guard<std::mutex> lock(oneAtATime);
+    txhost::CallSite site(module, module.functionIndex("KCOUNTW"));
+    site.useCallContext(context);
+    site.call({std::string("a")});
+}
+
+void destroyRegistration(void* registration) { delete static_cast<Registration*>(registration); }
+
+// The same results for the same arguments, and nothing outside the call
+// touched, so SQLite may use them in indexes, views and triggers.
+constexpr int kFunctionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+
+int registerFunctions(sqlite3* db, char** errorMessage) {
+    std::string error;
+    SharedHost* host = sharedHost(error);
+    if (host == nullptr) {
+        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", error.c_str());
+        return SQLITE_ERROR;
+    }
+    auto task = std::make_shared<ConnectionTask>();
+    task->module = host->module;
+    task->callContext = host->session->newCallContext();
+    try {
+        buildFunctionEnvironment(*host->module, task->callContext);
+    } catch (const std::exception& e) {
+        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", e.what());
+        return SQLITE_ERROR;
+    }
+    for (const SqlFunction& function : kSqlFunctions) {
+        const int index = host->module->functionIndex(function.moduleName, function.callRoutine);
+        const txhost::FunctionInfo& info = host->module->functions()[static_cast<std::size_t>(index)];
+        // One registration per argument count: SQLite itself refuses the
+        // others with its usual message. The call routine's two outputs are
+        // no SQL arguments.
+        const int outputs = function.callRoutine ? 2 : 0;
+        for (int argc = info.descriptor->minArgs - outputs; argc <= info.descriptor->maxArgs - outputs; ++argc) {
+            const int rc = sqlite3_create_function_v2(db, function.sqlName, argc, kFunctionFlags,
+                                                      newRegistration(task, function, index, info), evaluateRow, nullptr, nullptr,
+                                                      destroyRegistration);
+            if (rc != SQLITE_OK) {
+                *errorMessage = sqlite3_mprintf("txscan_sqlite: cannot register %s: %s", function.sqlName,
+                                                sqlite3_errmsg(db));
+                return rc;
+            }
+        }
+    }
+    return SQLITE_OK;
+}
+
+}  // namespace
+
+std::span<const SqlFunction> sqlFunctions() { return kSqlFunctions; }
+
+}  // namespace txsqlite
+
+// The default entry point names SQLite tries: the generic one, and the one
+// made from the file name txscan_sqlite.
+extern "C" __attribute__((visibility("default"))) int sqlite3_extension_init(sqlite3* db, char** errorMessage,
+                                                                             const sqlite3_api_routines* api) {
+    // Connections on other threads may be calling through the table already;
+    // it is the same table every time, so it is stored once.
+    static std::once_flag apiStored;
+    std::call_once(apiStored, [api] { SQLITE_EXTENSION_INIT2(api); });
+    return txsqlite::registerFunctions(db, errorMessage);
+}
+
+extern "C" __attribute__((visibility("default"))) int sqlite3_txscansqlite_init(sqlite3* db, char** errorMessage,
+                                                                                const sqlite3_api_routines* api) {
+    return sqlite3_extension_init(db, errorMessage, api);
+}

@@ -1,0 +1,145 @@
+// The SQL functions through SQLite itself: the extension loaded into real
+// connections, over a database file of generated rows.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Rows = std::vector<std::string>;
+Rows gLog;   // sqlite3_log lines (the cases run on one thread)
+
+// A connection to `path` with the extension loaded.
+struct Connection {
+    sqlite3* db = nullptr;
+    explicit Connection(const std::string& path = ":memory:") {
+        sqlite3_open(path.c_str(), &db);
+        sqlite3_enable_load_extension(db, 1);
+        EXPECT_EQ(sqlite3_load_extension(db, TXSCAN_SQLITE_EXTENSION, nullptr, nullptr), SQLITE_OK);
+    }
+    ~Connection() { sqlite3_close(db); }
+    // Each row, its columns joined by '|' (NULL as "NULL"); a failure ends
+    // the rows with "error: <message>".
+    Rows rows(const std::string& sql) {
+        Rows out;
+        char* error = nullptr;
+        sqlite3_exec(db, sql.c_str(), [](void* rows, int n, char** values, char**) {
+            std::string& row = static_cast<Rows*>(rows)->emplace_back();
+            for (int c = 0; c < n; ++c) row += (c > 0 ? "|" : "") + std::string(values[c] ? values[c] : "NULL");
+            return 0;
+        }, &out, &error);
+        if (error != nullptr) out.push_back(std::string("error: ") + error);
+        sqlite3_free(error);
+        return out;
+    }
+};
+
+// A database file of 100k generated rows in people(id, name, address, note)
+// and, in table `applied`, the calls of the queries below made outside SQL:
+// `txscan apply` over the rows exported as CSV.
+std::string rowsFile() {
+    const std::string db = ::testing::TempDir() + "txscan_rows_" + std::to_string(getpid());
+    const std::string command =
+        "rm -f " + db + ".db && sqlite3 " + db + ".db 'CREATE TABLE people(id INTEGER PRIMARY KEY, name, address, note)'"
+        " '.parameter set :rows 100000' '.read " TXSCAN_ROWS_SQL "' && sqlite3 -csv -header " + db +
+        ".db 'SELECT * FROM people' > " + db + ".csv && " TXSCAN_CLI " apply --quiet " + db + ".csv -o " + db +
+        ".out.csv 'f = KFIND(name, \"an\", \"i\")' 'w = KCOUNTW(address)' 's = KSCANX(note, -1)' && sqlite3 " + db +
+        ".db '.import --csv " + db + ".out.csv applied'";
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    return db + ".db";
+}
+
+TEST(SqlFunctions, CallsNullsTypesAndStatuses) {
+    const std::string invalid = "error: kfind: invalid argument (status 120836 = 0x1D804) in argument ";
+    const std::string cases[][3] = {   // the call, its row or the start of its error, the start of the log
+        {"kfind('abcabc', 'bc', -4), kcountx('aXaxAX', 'ax', 'i'), kfindc('Grüße', 'ßü'), "
+         "kcountc('Grüße aus Köln', 'äöüß'), kfindw('one two three', 'three')", "2|3|3|3|9", ""},
+        {"kcountw('日本語 の テキスト'), kscanx('Grüße aus, Köln', -1), kscanx_position('日本語 の テキスト', 3), "
+         "kscanx_length('日本語 の テキスト', 3)", "3|Köln|7|4", ""},
+        // NULL: absent text (the function's answer for it), absent start, missing count.
+        {"kfind(NULL, 'a'), kfindc('abc', NULL), kfind('abc', 'b', NULL), kscanx(NULL, 1)", "0|0|2| ", ""},
+        {"kfind('abc', 'b', 'i', NULL)", invalid + "4 (NULL)", ""},
+        // Numbers where text goes read as printed; text where a number goes must be one.
+        {"kcountw(12345, 3), kscanx('a b', ' 2 '), kfind(3.5, '.')", "2|b|2", ""},
+        {"kscanx('a b', NULL)", "error: kscanx: invalid argument (status 120836 = 0x1D804) in argument 2 (NULL)", ""},
+        {"kscanx('a b', 'two')", "error: kscanx: argument 2 ('two') is not a number", ""},
+        {"kfind(x'616263', 'b')", "error: kfind: argument 1 is a blob", ""},
+        {"kfind('abc')", "error: wrong number of arguments to function kfind()", ""},
+        // Modifiers: an unknown letter is a note, a text where a start goes an error.
+        {"kfind('abc', 'b', 'q')", "2", "kfind: note 744: "},
+        {"kfind('abc', 'b', 'i', 'x')", invalid + "4 ('x')", ""},
+    };
+    Connection c;
+    for (const auto& [call, expected, logged] : cases) {
+        gLog.assign(1, "");
+        const Rows rows = c.rows("SELECT " + call);
+        EXPECT_EQ(rows.at(0).substr(0, expected.size()), expected) << call;
+        EXPECT_EQ(gLog.back().substr(0, logged.size()), logged) << call;
+    }
+}
+
+// Queries over 100k rows filter, group and sort on function results exactly
+// as the same queries over the results `txscan apply` gives, also in two
+// connections at once on two threads.
+TEST(SqlFunctions, QueriesOverAFileMatchTheResultsOutsideSql) {
+    const std::string path = rowsFile();
+    Connection c(path);
+    const std::string outside = " FROM people JOIN applied a ON a.id = people.id";
+    const std::string queries[][2] = {   // with the functions, and over their results outside SQL
+        {"SELECT id, kfind(name, 'an', 'i'), kcountw(address), kscanx(note, -1) FROM people ORDER BY id",
+         "SELECT people.id, f, w, s" + outside + " ORDER BY people.id"},
+        {"SELECT kcountw(address) AS n, count(*), max(kfind(name, 'an', 'i')) FROM people "
+         "WHERE kscanx(note, -1) <> 'thanks' GROUP BY n ORDER BY n",
+         "SELECT CAST(w AS INTEGER) AS n, count(*), max(CAST(f AS INTEGER))" + outside +
+             " WHERE s <> 'thanks' GROUP BY n ORDER BY n"},
+        {"SELECT kscanx(note, -1) AS t, count(*) FROM people GROUP BY t ORDER BY count(*) DESC, t",
+         "SELECT s AS t, count(*)" + outside + " GROUP BY t ORDER BY count(*) DESC, t"},
+        // Deterministic and innocuous: usable in an index even of an untrusted schema.
+        {"PRAGMA trusted_schema = OFF; CREATE INDEX by_words ON people(kcountw(address))", ""},
+    };
+    for (const auto& [inSql, overResults] : queries) EXPECT_EQ(c.rows(inSql), c.rows(overResults)) << inSql;
+    const Rows expected = c.rows(queries[0][1]);
+    ASSERT_EQ(expected.size(), 100000u);
+    Rows results[2];
+    std::thread first([&] { results[0] = Connection(path).rows(queries[0][0]); });
+    std::thread second([&] { results[1] = Connection(path).rows(queries[0][0]); });
+    first.join();
+    second.join();
+    EXPECT_EQ(results[0], expected);
+    EXPECT_EQ(results[1], expected);
+    std::system(("rm -f " + path.substr(0, path.size() - 3) + ".*").c_str());
+}
+
+// A call site lives for one run of a statement: its cached set (modifier O)
+// holds across the rows, even when the list changes, and a reset starts afresh.
+TEST(SqlFunctions, PreparedStatementReusedWithNewParameters) {
+    Connection c;
+    sqlite3_stmt* statement = nullptr;
+    const char* sql = "SELECT kfindc(column1, ?1 || column2, 'O') FROM (VALUES ('xa', ''), ('ab', 'b'))";
+    sqlite3_prepare_v2(c.db, sql, -1, &statement, nullptr);
+    const std::pair<const char*, Rows> runs[] = {{"a", {"2", "1"}}, {"b", {"0", "2"}}, {"a", {"2", "1"}}};
+    for (const auto& [characters, expected] : runs) {
+        sqlite3_bind_text(statement, 1, characters, -1, SQLITE_STATIC);
+        Rows rows;
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            rows.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
+        }
+        EXPECT_EQ(rows, expected) << characters;
+        sqlite3_reset(statement);
+    }
+    sqlite3_finalize(statement);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // The log is set before SQLite starts, as SQLite requires.
+    sqlite3_config(SQLITE_CONFIG_LOG, +[](void*, int, const char* line) { gLog.push_back(line); }, nullptr);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
