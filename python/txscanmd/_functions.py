@@ -50,7 +50,8 @@ def _values(value):
         if pd.api.types.is_numeric_dtype(value.dtype) and not pd.api.types.is_bool_dtype(value.dtype):
             return value.to_numpy(dtype=np.float64, na_value=np.nan)
         return value.to_numpy(dtype=object)
-    return np.asarray(value) if not isinstance(value, np.ndarray) else value
+    # Lists stay objects: numpy would turn [ "a", 3 ] into the text "3".
+    return value if isinstance(value, np.ndarray) else np.array(value, dtype=object)
 
 
 def _argument(value, label, position):
