@@ -6,7 +6,9 @@ ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev librandom123-dev libpcg-cpp-dev binutils
+              libcli11-dev librandom123-dev libpcg-cpp-dev binutils \
+              python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
+              python3-pytest
 JOBS       ?= $(shell nproc)
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
