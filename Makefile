@@ -10,6 +10,8 @@ PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev l
               python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
               python3-pytest
 JOBS       ?= $(shell nproc)
+# Peers that only the benchmarks measure against (R's stringi).
+BENCH_PACKAGES := r-base-core r-cran-stringi
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
@@ -79,6 +81,8 @@ bench: deps
 	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	$(call install_missing,$(BENCH_PACKAGES))
+	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang
