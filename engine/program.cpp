@@ -44,6 +44,8 @@ struct RunPlan {
     std::array<ArgumentPlan, kMaxArguments> arguments{};   // by frame position - 1
     std::uint8_t siteKind = 0;
     std::int64_t rowsBefore = 0;
+    std::array<int, kMaxArguments> varying{};   // frame positions bound on every row
+    int varyingCount = 0;
 };
 
 // The call routine's outputs sit at frame positions 3 and 4, between its
@@ -51,6 +53,8 @@ struct RunPlan {
 constexpr int kFirstOutput = 3;
 constexpr int kOutputs = 2;
 int framePosition(bool callRoutine, int input) { return callRoutine && input >= kFirstOutput ? input + kOutputs : input; }
+
+bool varies(const ArgumentPlan& a);
 
 // Site kind of a call site that may keep a parsed set (modifier O).
 constexpr std::uint8_t kCachingSite = 0x48;
@@ -112,6 +116,9 @@ RunPlan planRun(const txhost::FunctionInfo& f, const std::vector<Input>& inputs,
         }
     }
     plan.siteKind = setsConstant ? kCachingSite : 0;
+    for (int k = 1; k <= plan.argCount; ++k) {
+        if (varies(plan.arguments[static_cast<std::size_t>(k - 1)])) plan.varying[static_cast<std::size_t>(plan.varyingCount++)] = k;
+    }
     return plan;
 }
 
@@ -133,53 +140,69 @@ std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t e
     return -1;
 }
 
-void bindRow(CallLane& lane, const RunPlan& plan, std::int64_t row) {
-    ArgumentFrame& frame = lane.frame;
-    for (int k = 1; k <= plan.argCount; ++k) {
-        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(k - 1)];
-        ArgumentSlot& slot = frame.args[k - 1];
-        StringValue& s = lane.strings[static_cast<std::size_t>(k - 1)];
-        double& n = lane.numbers[static_cast<std::size_t>(k - 1)];
-        slot.errorMarks = 0;
-        if (a.output) {
-            n = std::bit_cast<double>(kNotStoredBits);
-            slot.typeFlags = kTypeNumeric;
-            slot.value = &n;
-            continue;
-        }
-        switch (a.kind) {
-        case Input::Kind::Text:
-            if (rowValid(a.validity, row)) {
-                const std::int64_t start = a.offsets[row];
-                const std::int64_t length = a.offsets[row + 1] - start;
-                s = StringValue{length, length, a.bytes + start, nullptr, length};
-                slot.typeFlags = a.textFlags;
-                slot.value = &s;
-            } else {
-                slot.typeFlags = 0;
-                slot.value = nullptr;
-            }
-            break;
-        case Input::Kind::Number:
-            n = rowValid(a.validity, row) ? a.values[row] : missingValue();
-            slot.typeFlags = kTypeNumeric;
-            slot.value = &n;
-            break;
-        case Input::Kind::ConstantText:
-            s = a.constantText;
+// Binds frame position k for `row`; constants and absent arguments do not
+// depend on the row, so bindConstants binds them once per task.
+inline void bindArgument(CallLane& lane, const ArgumentPlan& a, int k, std::int64_t row) {
+    ArgumentSlot& slot = lane.frame.args[k - 1];
+    StringValue& s = lane.strings[static_cast<std::size_t>(k - 1)];
+    double& n = lane.numbers[static_cast<std::size_t>(k - 1)];
+    slot.errorMarks = 0;
+    if (a.output) {
+        n = std::bit_cast<double>(kNotStoredBits);
+        slot.typeFlags = kTypeNumeric;
+        slot.value = &n;
+        return;
+    }
+    switch (a.kind) {
+    case Input::Kind::Text:
+        if (rowValid(a.validity, row)) {
+            const std::int64_t start = a.offsets[row];
+            const std::int64_t length = a.offsets[row + 1] - start;
+            s = StringValue{length, length, a.bytes + start, nullptr, length};
             slot.typeFlags = a.textFlags;
             slot.value = &s;
-            break;
-        case Input::Kind::ConstantNumber:
-            n = a.constantNumber;
-            slot.typeFlags = kTypeNumeric;
-            slot.value = &n;
-            break;
-        case Input::Kind::Absent:
+        } else {
             slot.typeFlags = 0;
             slot.value = nullptr;
-            break;
         }
+        break;
+    case Input::Kind::Number:
+        n = rowValid(a.validity, row) ? a.values[row] : missingValue();
+        slot.typeFlags = kTypeNumeric;
+        slot.value = &n;
+        break;
+    case Input::Kind::ConstantText:
+        s = a.constantText;
+        slot.typeFlags = a.textFlags;
+        slot.value = &s;
+        break;
+    case Input::Kind::ConstantNumber:
+        n = a.constantNumber;
+        slot.typeFlags = kTypeNumeric;
+        slot.value = &n;
+        break;
+    case Input::Kind::Absent:
+        slot.typeFlags = 0;
+        slot.value = nullptr;
+        break;
+    }
+}
+
+bool varies(const ArgumentPlan& a) {
+    return a.output || a.kind == Input::Kind::Text || a.kind == Input::Kind::Number;
+}
+
+void bindConstants(CallLane& lane, const RunPlan& plan) {
+    for (int k = 1; k <= plan.argCount; ++k) {
+        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(k - 1)];
+        if (!varies(a)) bindArgument(lane, a, k, 0);
+    }
+}
+
+inline void bindRow(CallLane& lane, const RunPlan& plan, std::int64_t row) {
+    for (int i = 0; i < plan.varyingCount; ++i) {
+        const int k = plan.varying[static_cast<std::size_t>(i)];
+        bindArgument(lane, plan.arguments[static_cast<std::size_t>(k - 1)], k, row);
     }
 }
 
@@ -211,6 +234,7 @@ void evaluate(CallLane& lane, const RunPlan& plan, EntryRoutine entry, Result& r
         result = StringValue{capacity, 0, lane.resultBuffer.data(), nullptr, capacity};
         lane.textBytes.clear();
     }
+    bindConstants(lane, plan);
     for (std::int64_t row = begin; row < end; ++row) {
         lane.tally.currentRow = plan.rowsBefore + row;
         bindRow(lane, plan, row);

@@ -6,31 +6,71 @@
 #include <bit>
 #include <cmath>
 #include <map>
+#include <optional>
+#include <random>
 #include <stdexcept>
 #include <tuple>
+#include <variant>
 
 #include "engine/engine.h"
 #include "host/host.h"
-#include "tests/engine/columns.h"
 
 namespace {
 
-using enginetest::OwnedNumbers;
-using enginetest::OwnedText;
 using txhost::Argument;
 
-// One argument of a case: the generated text column, the column of sets,
-// the column of numbers, or a constant.
-struct Arg {
-    enum Kind { Words, Sets, Numbers, Text, Number } kind;
-    std::string text{};
-    double number = 0;
+// A column in the engine's layout built from optional values (null when empty).
+template <typename T>
+struct Owned {
+    static constexpr bool kText = std::is_same_v<T, std::string>;
+    std::vector<std::optional<T>> rows;
+    std::vector<std::int64_t> offsets{0};
+    std::string bytes;
+    std::vector<double> values;
+    std::vector<std::uint8_t> validity;
+
+    explicit Owned(std::vector<std::optional<T>> values_) : rows(std::move(values_)), validity((rows.size() + 7) / 8) {
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            if (rows[i]) validity[i / 8] |= static_cast<std::uint8_t>(1u << (i % 8));
+            if constexpr (kText) {
+                bytes += rows[i].value_or("");
+                offsets.push_back(static_cast<std::int64_t>(bytes.size()));
+            } else {
+                values.push_back(rows[i].value_or(0));
+            }
+        }
+    }
+    auto column() const {
+        if constexpr (kText) {
+            return txengine::TextColumn{offsets.data(), bytes.data(), validity.data()};
+        } else {
+            return txengine::NumberColumn{values.data(), validity.data()};
+        }
+    }
 };
-Arg words() { return {Arg::Words}; }
-Arg sets() { return {Arg::Sets}; }
-Arg numbers() { return {Arg::Numbers}; }
-Arg lit(std::string text) { return {Arg::Text, std::move(text)}; }
-Arg num(double number) { return {Arg::Number, {}, number}; }
+using OwnedText = Owned<std::string>;
+using OwnedNumbers = Owned<double>;
+
+// Rows of 0 to 7 words joined by blanks or commas; about one row in 13 null
+// and one in 11 empty.
+std::vector<std::optional<std::string>> wordRows(const std::vector<std::string>& words, std::size_t count) {
+    std::mt19937 random(11);
+    std::vector<std::optional<std::string>> rows;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::optional<std::string> row;
+        if (random() % 13 != 0) {
+            row.emplace();
+            const unsigned n = random() % 11 == 0 ? 0 : random() % 8;
+            for (unsigned w = 0; w < n; ++w) *row += (w == 0 ? "" : random() % 4 == 0 ? ", " : " ") + words[random() % words.size()];
+        }
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+// One argument of a case: a generated column or a constant.
+enum Column { Words, Sets, Numbers };
+using Arg = std::variant<Column, std::string, double>;
 
 struct Case {
     const char* function;
@@ -40,21 +80,21 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {"KFIND", false, {words(), lit("an")}},
-    {"KFIND", false, {words(), sets(), lit("i")}},
-    {"KFIND", false, {words(), lit("e"), numbers()}},
-    {"KFIND", false, {words(), lit("O"), lit("i"), num(-3)}},
-    {"KFIND", false, {words(), lit("x"), lit("zt")}},   // an unknown modifier: a note per row
-    {"KCOUNTX", false, {words(), lit("a"), lit("i")}},
-    {"KFINDC", false, {words(), lit("aeiou"), lit("io")}},   // one cached set per worker
-    {"KFINDC", false, {words(), sets(), lit("o")}},           // sets that change per row: never cached
-    {"KCOUNTC", false, {words(), sets()}},
-    {"KCOUNTW", false, {words(), lit(" ,"), lit("o")}},
-    {"KFINDW", false, {words(), sets(), lit(" "), lit("e")}},
-    {"KSCANX", false, {words(), numbers()}},
-    {"KSCANX", false, {words(), num(-2), lit(" ")}},
-    {"KSCANX", false, {words(), numbers(), lit(", ")}, 7},   // results cut to the receiving length
-    {"KSCANX", true, {words(), numbers(), lit(" ,"), lit("o")}},
+    {"KFIND", false, {Words, std::string("an")}},
+    {"KFIND", false, {Words, Sets, std::string("i")}},
+    {"KFIND", false, {Words, std::string("e"), Numbers}},
+    {"KFIND", false, {Words, std::string("O"), std::string("i"), -3.0}},
+    {"KFIND", false, {Words, std::string("x"), std::string("zt")}},   // an unknown modifier: a note per row
+    {"KCOUNTX", false, {Words, std::string("a"), std::string("i")}},
+    {"KFINDC", false, {Words, std::string("aeiou"), std::string("io")}},   // one cached set per worker
+    {"KFINDC", false, {Words, Sets, std::string("o")}},           // sets that change per row: never cached
+    {"KCOUNTC", false, {Words, Sets}},
+    {"KCOUNTW", false, {Words, std::string(" ,"), std::string("o")}},
+    {"KFINDW", false, {Words, Sets, std::string(" "), std::string("e")}},
+    {"KSCANX", false, {Words, Numbers}},
+    {"KSCANX", false, {Words, -2.0, std::string(" ")}},
+    {"KSCANX", false, {Words, Numbers, std::string(", ")}, 7},   // results cut to the receiving length
+    {"KSCANX", true, {Words, Numbers, std::string(" ,"), std::string("o")}},
 };
 
 struct Encoding {
@@ -90,125 +130,102 @@ Data makeData(const Encoding& e) {
         setRows.emplace_back(i % 17 == 5 ? std::nullopt : std::optional<std::string>(e.sets[random() % e.sets.size()]));
         numberRows.emplace_back(i % 19 == 3 ? std::nullopt : std::optional<double>(static_cast<int>(random() % 24) - 8));
     }
-    return {OwnedText(enginetest::wordRows(e.words, kRows, 11)), OwnedText(setRows), OwnedNumbers(numberRows)};
+    return {OwnedText(wordRows(e.words, kRows)), OwnedText(setRows), OwnedNumbers(numberRows)};
 }
 
 std::vector<txengine::Input> engineInputs(const Case& c, const Data& d) {
     std::vector<txengine::Input> inputs;
     for (const Arg& a : c.args) {
-        switch (a.kind) {
-        case Arg::Words: inputs.push_back(txengine::Input::column(d.words.column())); break;
-        case Arg::Sets: inputs.push_back(txengine::Input::column(d.sets.column())); break;
-        case Arg::Numbers: inputs.push_back(txengine::Input::column(d.numbers.column())); break;
-        case Arg::Text: inputs.push_back(txengine::Input::constant(a.text)); break;
-        case Arg::Number: inputs.push_back(txengine::Input::constant(a.number)); break;
+        if (const Column* column = std::get_if<Column>(&a)) {
+            inputs.push_back(*column == Numbers ? txengine::Input::column(d.numbers.column())
+                                                : txengine::Input::column((*column == Words ? d.words : d.sets).column()));
+        } else if (const std::string* text = std::get_if<std::string>(&a)) {
+            inputs.push_back(txengine::Input::constant(*text));
+        } else {
+            inputs.push_back(txengine::Input::constant(std::get<double>(a)));
         }
     }
     return inputs;
 }
 
 Argument rowArgument(const Arg& a, const Data& d, std::size_t row) {
-    auto text = [](const std::optional<std::string>& s) { return s ? Argument(*s) : Argument(txhost::Absent{}); };
-    switch (a.kind) {
-    case Arg::Words: return text(d.words.rows[row]);
-    case Arg::Sets: return text(d.sets.rows[row]);
-    case Arg::Numbers: return d.numbers.rows[row].value_or(txscan::contract::missingValue());
-    case Arg::Text: return a.text;
-    case Arg::Number: return a.number;
-    }
-    return txhost::Absent{};
+    const Column* column = std::get_if<Column>(&a);
+    if (column == nullptr) return std::holds_alternative<double>(a) ? Argument(std::get<double>(a)) : Argument(std::get<std::string>(a));
+    if (*column == Numbers) return d.numbers.rows[row].value_or(txscan::contract::missingValue());
+    const std::optional<std::string>& text = (*column == Words ? d.words : d.sets).rows[row];
+    return text ? Argument(*text) : Argument(txhost::Absent{});
 }
 
-using MessageKey = std::tuple<bool, std::int32_t, std::string, std::int32_t>;
-struct Tally {
-    std::int64_t count = 0;
-    std::int64_t firstRow = -1;
-};
-
-bool sameNumber(double expected, double actual) {
-    return std::bit_cast<std::uint64_t>(expected) == std::bit_cast<std::uint64_t>(actual);
+// Per row: status, number, length and text, as far as the function gives them.
+std::string number(std::optional<double> value) {
+    if (!value || std::isnan(*value)) return ".";   // nothing stored (the NaN sentinel) or missing
+    return std::to_string(*value);
 }
 
-// What CallSite::call gives row by row, in the engine's result layout.
-txengine::Result callSiteRows(txhost::Module& module, const Case& c, const Data& d, std::map<MessageKey, Tally>& tallies) {
-    const int index = module.functionIndex(c.function, c.callRoutine);
+using Messages = std::map<std::tuple<bool, std::int32_t, std::string, std::int32_t>, std::pair<std::int64_t, std::int64_t>>;
+
+// What CallSite::call gives row by row, at a site that caches as the engine's does.
+std::vector<std::string> callSiteRows(txhost::Module& module, const Case& c, const Data& d, Messages& messages) {
     bool setsConstant = true;
-    for (std::size_t k = 1; k < c.args.size(); ++k) setsConstant &= c.args[k].kind != Arg::Words && c.args[k].kind != Arg::Sets;
-    txhost::CallSite site(module, index, setsConstant ? 0x48 : 0);
+    for (std::size_t k = 1; k < c.args.size(); ++k) setsConstant &= !std::holds_alternative<Column>(c.args[k]) || std::get<Column>(c.args[k]) == Numbers;
+    txhost::CallSite site(module, module.functionIndex(c.function, c.callRoutine), setsConstant ? 0x48 : 0);
     site.useFixedResult(c.maxLength);
-    txengine::Result r;
-    const double unset = std::bit_cast<double>(txhost::kResultSentinelBits);
+    std::vector<std::string> rows;
     for (std::size_t row = 0; row < kRows; ++row) {
         std::vector<Argument> args;
         for (const Arg& a : c.args) args.push_back(rowArgument(a, d, row));
+        const double unset = std::bit_cast<double>(txhost::kResultSentinelBits);
         if (c.callRoutine) args.insert(args.begin() + 2, {unset, unset});
-        const txhost::CallResult call = site.call(args);
-        r.status.push_back(call.status);
-        const std::optional<double> number = c.callRoutine ? call.position : call.number;
-        const double value = number && !sameNumber(*number, unset) ? *number : txscan::contract::missingValue();
-        r.numbers.push_back(value);
-        r.numberValid.push_back(number && !sameNumber(*number, unset) && !std::isnan(*number));
-        if (c.callRoutine) r.lengths.push_back(sameNumber(*call.length, unset) ? txscan::contract::missingValue() : *call.length);
-        r.text.offsets.push_back(call.text ? static_cast<std::int64_t>(call.text->size()) : -1);
-        if (call.text) r.text.bytes.insert(r.text.bytes.end(), call.text->begin(), call.text->end());
-        for (const txhost::Message& m : call.messages) {
-            Tally& t = tallies[{m.source == txhost::Message::Source::Error, m.code, m.functionName, m.character}];
-            if (t.count++ == 0) t.firstRow = static_cast<std::int64_t>(row);
+        const txhost::CallResult r = site.call(args);
+        rows.push_back(std::to_string(r.status) + " " + number(c.callRoutine ? r.position : r.number) + " " +
+                       number(r.length) + " " + (r.text ? "'" + *r.text + "'" : "null"));
+        for (const txhost::Message& m : r.messages) {
+            auto& [count, first] = messages[{m.source == txhost::Message::Source::Error, m.code, m.functionName, m.character}];
+            if (count++ == 0) first = static_cast<std::int64_t>(row);
         }
     }
-    return r;
+    return rows;
+}
+
+std::vector<std::string> engineRows(const txengine::Result& r, Messages& messages) {
+    std::vector<std::string> rows;
+    for (std::int64_t row = 0; row < r.rows; ++row) {
+        const auto i = static_cast<std::size_t>(row);
+        const bool text = !r.text.offsets.empty() && txengine::rowValid(r.text.validity.data(), row);
+        rows.push_back(std::to_string(r.status[i]) + " " +
+                       number(r.numbers.empty() || !r.numberValid[i] ? std::nullopt : std::optional(r.numbers[i])) +
+                       " " + number(r.lengths.empty() ? std::nullopt : std::optional(r.lengths[i])) + " " +
+                       (text ? "'" + std::string(r.text.bytes.data() + r.text.offsets[i], r.text.bytes.data() + r.text.offsets[i + 1]) + "'"
+                             : "null"));
+    }
+    for (const txengine::MessageCount& m : r.messages) {
+        messages[{m.error, m.code, m.functionName, m.character}] = {m.count, m.firstRow};
+        EXPECT_FALSE(m.text.empty());
+    }
+    return rows;
 }
 
 class RowEngine : public ::testing::TestWithParam<const Encoding*> {};
 
 TEST_P(RowEngine, EqualsTheCallSiteRowForRowOnAnyNumberOfWorkers) {
-    const Encoding& e = *GetParam();
     txhost::SessionOptions options;
-    options.encoding = e.name;
+    options.encoding = GetParam()->name;
     txhost::Session session(options);
     auto module = txhost::Module::load(session);
-    const Data d = makeData(e);
+    const Data d = makeData(*GetParam());
     for (const Case& c : kCases) {
-        std::map<MessageKey, Tally> expectedMessages;
-        const txengine::Result expected = callSiteRows(*module, c, d, expectedMessages);
+        Messages expectedMessages;
+        const std::vector<std::string> expected = callSiteRows(*module, c, d, expectedMessages);
         for (int threads : {1, 2, 4}) {
             txengine::Engine engine(session, *module, {threads, 64});
             txengine::Program program = engine.prepare({c.function, c.callRoutine, c.maxLength});
-            const txengine::Result r = program.run(engineInputs(c, d), kRows);
+            Messages messages;
+            const std::vector<std::string> rows = engineRows(program.run(engineInputs(c, d), kRows), messages);
             const std::string what = std::string(c.function) + " case " + std::to_string(&c - kCases) + ", " +
                                      std::to_string(threads) + " threads";
-            ASSERT_EQ(static_cast<std::int64_t>(kRows), r.rows) << what;
-            std::size_t textAt = 0;
-            for (std::size_t row = 0; row < kRows; ++row) {
-                ASSERT_EQ(expected.status[row], r.status[row]) << what << ", row " << row;
-                if (!r.numbers.empty()) {
-                    ASSERT_TRUE(sameNumber(expected.numbers[row], r.numbers[row])) << what << ", row " << row;
-                    ASSERT_EQ(expected.numberValid[row], r.numberValid[row]) << what << ", row " << row;
-                }
-                if (!r.lengths.empty()) {
-                    ASSERT_TRUE(sameNumber(expected.lengths[row], r.lengths[row])) << what;
-                }
-                if (!r.text.offsets.empty()) {
-                    const std::int64_t length = expected.text.offsets[row];
-                    ASSERT_EQ(length >= 0, txengine::rowValid(r.text.validity.data(), static_cast<std::int64_t>(row)))
-                        << what << ", row " << row;
-                    const std::string want(expected.text.bytes.begin() + static_cast<std::ptrdiff_t>(textAt),
-                                           expected.text.bytes.begin() + static_cast<std::ptrdiff_t>(textAt) + std::max<std::int64_t>(length, 0));
-                    textAt += want.size();
-                    const std::string got(r.text.bytes.begin() + r.text.offsets[row], r.text.bytes.begin() + r.text.offsets[row + 1]);
-                    ASSERT_EQ(want, got) << what << ", row " << row;
-                }
-            }
-            std::map<MessageKey, Tally> messages;
-            for (const txengine::MessageCount& m : r.messages) {
-                messages[{m.error, m.code, m.functionName, m.character}] = {m.count, m.firstRow};
-                EXPECT_FALSE(m.text.empty()) << what;
-            }
-            ASSERT_EQ(expectedMessages.size(), messages.size()) << what;
-            for (const auto& [key, tally] : expectedMessages) {
-                EXPECT_EQ(tally.count, messages[key].count) << what;
-                EXPECT_EQ(tally.firstRow, messages[key].firstRow) << what;
-            }
+            ASSERT_EQ(expected.size(), rows.size()) << what;
+            for (std::size_t row = 0; row < kRows; ++row) ASSERT_EQ(expected[row], rows[row]) << what << ", row " << row;
+            EXPECT_EQ(expectedMessages, messages) << what;
         }
     }
 }
@@ -219,5 +236,49 @@ INSTANTIATE_TEST_SUITE_P(Encodings, RowEngine, ::testing::Values(&kEncodings[0],
                              std::erase_if(name, [](char ch) { return !std::isalnum(static_cast<unsigned char>(ch)); });
                              return name;
                          });
+
+}  // namespace
+
+namespace {
+
+// Shapes and columns the engine refuses with a one-line error, leaving the
+// Program fit for the next run.
+TEST(RowEngineRefusals, BadShapesAndColumns) {
+    txhost::Session session;
+    auto module = txhost::Module::load(session);
+    txengine::Engine engine(session, *module, {2, 8});
+    EXPECT_THROW(engine.prepare({"KNOPE"}), std::invalid_argument);
+
+    const OwnedText text({"ab", "b", std::nullopt, "", "abc", "cab", "x", "b", "bb", "b"});
+    std::vector<std::int64_t> backwards = text.offsets;
+    backwards[9] = backwards[8] - 1;   // row 8 ends before it starts
+    const txengine::TextColumn good = text.column();
+    const txengine::TextColumn bad{backwards.data(), text.bytes.data(), nullptr};
+    using txengine::Input;
+    const struct {
+        const char* function;
+        std::vector<Input> inputs;
+        const char* says;
+    } cases[] = {
+        {"KFIND", {Input::column(good)}, "inputs"},
+        {"KFIND", {Input::column(good), Input::constant(2.0)}, "argument 2 must be character"},
+        {"KSCANX", {Input::column(good), Input::column(good)}, "argument 2 must be numeric"},
+        {"KFIND", {Input::column(good), Input::column(bad)}, "argument 2: row 8 has offsets out of order"},
+        {"KSCANX", {Input::column(good), Input::column(txengine::NumberColumn{})}, "argument 2: no values"},
+    };
+    for (const auto& c : cases) {
+        txengine::Program program = engine.prepare({c.function});
+        try {
+            program.run(c.inputs, 10);
+            ADD_FAILURE() << c.says;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(c.says), std::string::npos) << e.what();
+        }
+    }
+    // A refused run leaves the Program fit for the next.
+    txengine::Program program = engine.prepare({"KFIND"});
+    EXPECT_THROW(program.run({Input::column(good), Input::column(bad)}, 10), std::invalid_argument);
+    EXPECT_EQ(2.0, program.run({Input::column(good), Input::constant("b")}, 10).numbers[0]);
+}
 
 }  // namespace
