@@ -7,12 +7,13 @@ TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev librandom123-dev libpcg-cpp-dev binutils \
+              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils \
               python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
               python3-pytest
 JOBS       ?= $(shell nproc)
-# The peers of the benchmarks (R's stringi, pandas).
-BENCH_PACKAGES := r-base-core r-cran-stringi python3-pandas
+# The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
+# for peak memory).
+BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
@@ -94,6 +95,8 @@ bench: deps
 	  echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
 	@echo "== the row engine against the direct call, CallSite::call, stringi and pandas"
 	/usr/bin/python3 bench/engine/compare.py $(BENCH_BUILD)/bin/bench_engine
+	@echo "== txscan apply end to end against R (data.table, stringi), pandas and awk"
+	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
 	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 

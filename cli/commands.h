@@ -7,6 +7,7 @@ namespace txcli {
 
 void addInfoCommand(CLI::App& app);
 void addEvalCommand(CLI::App& app);
+void addApplyCommand(CLI::App& app);
 
 // Exit code of a command that was refused (bad syntax, unknown function or
 // encoding, wrong argument count).

@@ -9,9 +9,12 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     txcli::addInfoCommand(app);
     txcli::addEvalCommand(app);
+    txcli::addApplyCommand(app);
     txcli::addRngCommand(app);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RuntimeError& e) {
+        return e.get_exit_code();
     } catch (const CLI::ParseError& e) {
         const int code = app.exit(e);
         return code == 0 ? 0 : txcli::kUsageError;

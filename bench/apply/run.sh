@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# txscan apply end to end against peers doing the same job on the same
+# 1M-row CSV in the same run: R (data.table's fread, stringi, fwrite), pandas
+# (read_csv, .str, to_csv), and awk for the last word alone. Each job reads
+# the file, computes the last word of the name, the word count of the comment
+# and the caseless position of "street" in the address, and writes a CSV.
+# Prints seconds, rows per second, peak memory (/usr/bin/time -v) and each
+# peer's time as a multiple of txscan's.
+#   bench/apply/run.sh [TXSCAN] [ROWS]
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+txscan=$(realpath "${1:-build-bench/bin/txscan}")
+rows=${2:-1000000}
+scratch=${TXSCAN_BENCH_DIR:-${TMPDIR:-/tmp}/txscan-bench-apply}
+mkdir -p "$scratch"
+input=$scratch/people.csv
+if [ ! -s "$input" ] || [ "$(cat "$scratch/rows" 2>/dev/null)" != "$rows" ]; then
+    /usr/bin/python3 "$here/../../examples/make_samples.py" --rows "$rows" --only utf8 --out "$scratch"
+    echo "$rows" >"$scratch/rows"
+fi
+
+cat >"$scratch/peer.R" <<'R'
+suppressMessages({ library(data.table); library(stringi) })
+args <- commandArgs(trailingOnly = TRUE)
+d <- fread(args[1], encoding = "UTF-8", colClasses = "character", na.strings = NULL)
+d[, surname := stri_extract_last_words(name)]
+d[, words := stri_count_words(comment)]
+hit <- stri_locate_first_fixed(d$address, "street", case_insensitive = TRUE)[, 1]
+d[, street := fifelse(is.na(hit), 0L, hit)]
+fwrite(d, args[2])
+R
+cat >"$scratch/peer.py" <<'PY'
+import sys
+import pandas as pd
+d = pd.read_csv(sys.argv[1], dtype=str, keep_default_na=False)
+d["surname"] = d["name"].str.extract(r"(\w+)\W*$", expand=False)
+d["words"] = d["comment"].str.count(r"\w+")
+d["street"] = d["address"].str.lower().str.find("street") + 1
+d.to_csv(sys.argv[2], index=False)
+PY
+
+# name, seconds, peak kB of one job
+measure() {
+    local name=$1
+    shift
+    /usr/bin/time -f "%e %M" -o "$scratch/time" "$@" >/dev/null 2>"$scratch/err" || {
+        echo "$name failed:" >&2
+        cat "$scratch/err" >&2
+        exit 1
+    }
+    read -r seconds kilobytes <"$scratch/time"
+    echo "$name $seconds $kilobytes"
+}
+
+{
+    measure "txscan-apply" "$txscan" apply --quiet "$input" -o "$scratch/out-txscan.csv" \
+        'surname = KSCANX(name, -1)' 'words = KCOUNTW(comment)' 'street = KFIND(address, "street", "i")'
+    measure "R-data.table+stringi" Rscript "$scratch/peer.R" "$input" "$scratch/out-r.csv"
+    measure "pandas" /usr/bin/python3 "$scratch/peer.py" "$input" "$scratch/out-pandas.csv"
+    measure "txscan-apply(last-word)" "$txscan" apply --quiet "$input" -o "$scratch/out-txscan-last.csv" \
+        'surname = KSCANX(name, -1)'
+    # awk splits lines at every comma and newline: not CSV, only the speed of
+    # the simplest tool for the last word.
+    measure "awk(last-word)" sh -c "awk -F, 'NR > 1 { n = split(\$2, w, \" \"); print \$0 \",\" w[n] }' '$input' >'$scratch/out-awk.csv'"
+} >"$scratch/results"
+
+awk -v rows="$rows" '
+    { name[NR] = $1; secs[NR] = $2; kb[NR] = $3 }
+    END {
+        printf "%-26s %9s %12s %10s %16s\n", "job (" rows " rows)", "seconds", "rows/s", "peak MB", "time / txscan"
+        for (i = 1; i <= NR; i++) {
+            base = name[i] ~ /last-word/ ? secs[4] : secs[1]
+            printf "%-26s %9.2f %12.0f %10.1f %16.2f\n", name[i], secs[i], rows / secs[i], kb[i] / 1024, secs[i] / base
+        }
+    }' "$scratch/results"

@@ -1,0 +1,192 @@
+// `txscan apply`: a CSV file in, the same rows out with new columns computed
+// by the module's functions, streamed in batches through the row engine.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/apply/assignment.h"
+#include "cli/apply/batch_pipe.h"
+#include "cli/apply/csv_reader.h"
+#include "cli/apply/csv_writer.h"
+#include "cli/apply/evaluate.h"
+#include "cli/apply/output_file.h"
+#include "cli/apply/plan.h"
+#include "cli/apply/progress.h"
+#include "cli/commands.h"
+#include "cli/terminal_text.h"
+#include "engine/engine.h"
+#include "host/host.h"
+
+namespace txcli {
+
+namespace {
+
+struct ApplySettings {
+    std::string input;
+    std::string output = "-";
+    std::string encoding = "UTF-8";
+    int threads = 0;
+    bool quiet = false;
+    std::string onError = "fail";
+    std::int64_t length = 200;
+    std::string modulePath = TXSCAN_MODULE_PATH;
+    std::vector<std::string> assignments;
+};
+
+// A refusal that names its cause on one line; exit code 2.
+struct Refusal : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Rows per batch: enough for every worker to get a few tasks of the engine's
+// default size, small enough that memory stays flat.
+constexpr std::int64_t kRowsPerTask = 16384;
+constexpr std::int64_t kBatchBytes = std::int64_t{16} << 20;
+
+class InputFile {
+public:
+    explicit InputFile(const std::string& path) {
+        if (path == "-") {
+            file_ = stdin;
+        } else {
+            file_ = std::fopen(path.c_str(), "rb");
+            if (file_ == nullptr) throw Refusal("cannot open " + path + ": " + std::strerror(errno));
+        }
+        struct stat info {};
+        if (fstat(fileno(file_), &info) == 0 && S_ISREG(info.st_mode)) size_ = info.st_size;
+    }
+    ~InputFile() {
+        if (file_ != stdin) std::fclose(file_);
+    }
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+    std::FILE* file() const { return file_; }
+    std::int64_t size() const { return size_; }   // 0 when unknown (a pipe)
+
+private:
+    std::FILE* file_ = nullptr;
+    std::int64_t size_ = 0;
+};
+
+void checkSettings(const ApplySettings& settings) {
+    const auto encodings = txhost::availableEncodings();
+    if (std::find(encodings.begin(), encodings.end(), settings.encoding) == encodings.end()) {
+        std::string known;
+        for (const auto& name : encodings) known += " " + name;
+        throw Refusal("unknown encoding " + settings.encoding + " (known:" + known + ")");
+    }
+    if (settings.length < 0) throw Refusal("--length must not be negative");
+    if (settings.threads < 0) throw Refusal("--threads must not be negative");
+}
+
+std::string headerName(const TerminalText& terminal, const std::string& bytes) {
+    try {
+        return terminal.fromSession(bytes);
+    } catch (const std::exception&) {
+        return bytes;
+    }
+}
+
+int runApply(const ApplySettings& settings) {
+    checkSettings(settings);
+    std::vector<Assignment> assignments;
+    for (const auto& text : settings.assignments) assignments.push_back(parseAssignment(text));
+
+    InputFile input(settings.input);
+    txhost::SessionOptions sessionOptions;
+    sessionOptions.encoding = settings.encoding;
+    txhost::Session session(sessionOptions);
+    auto module = txhost::Module::load(session, settings.modulePath);
+    txengine::Engine engine(session, *module, {settings.threads, kRowsPerTask});
+    const TerminalText terminal(settings.encoding);
+
+    CsvReader reader(input.file());
+    const std::vector<std::string> header = reader.readHeader();
+    std::vector<std::string> headerUtf8;
+    for (const auto& name : header) headerUtf8.push_back(headerName(terminal, name));
+    Plan plan = makePlan(assignments, headerUtf8, *module, engine, terminal, settings.length);
+
+    OutputFile output(settings.output);
+    std::vector<std::string> outputHeader = header;
+    for (const auto& column : plan.columns) outputHeader.push_back(terminal.toSession(column.name));
+    // The header goes out with the first batch, so that a run refused at
+    // its first record writes nothing at all.
+    std::string text;
+    appendCsvHeader(text, outputHeader, reader.lineEnd());
+
+    const bool skipBad = settings.onError == "skip";
+    const std::int64_t batchRows = kRowsPerTask * std::max(4, 2 * engine.threads());
+    Progress progress(!settings.quiet && isatty(STDERR_FILENO), input.size());
+    BatchEvaluator evaluator(plan);
+    {
+        BatchPipe batches(reader, batchRows, kBatchBytes, skipBad);
+        while (const CsvBatch* batch = batches.next()) {
+            evaluator.evaluate(*batch);
+            appendCsvRows(text, *batch, plan, evaluator, reader.lineEnd());
+            output.write(text);
+            text.clear();
+            progress.update(evaluator.tally().rows, batches.bytesRead());
+        }
+    }
+    output.write(text);
+    output.commit();
+    progress.finish();
+    if (!settings.quiet) {
+        printSummary(stderr, plan, evaluator.tally(), {reader.skippedRecords(), reader.firstSkipReason()},
+                     progress.elapsedSeconds());
+    }
+    return 0;
+}
+
+}  // namespace
+
+void addApplyCommand(CLI::App& app) {
+    auto settings = std::make_shared<ApplySettings>();
+    auto* command = app.add_subcommand(
+        "apply", "Compute new columns of a CSV file, e.g. apply people.csv 'surname = KSCANX(name, -1)'");
+    command->add_option("-o,--output", settings->output, "Output CSV file, or - for standard output (the default)");
+    command->add_option("--encoding", settings->encoding,
+                        "Session encoding, also the file's (UTF-8, ISO-8859-1, windows-1252, ISO-8859-15, Shift_JIS)");
+    command->add_option("--threads", settings->threads, "Worker threads (default: one per core)");
+    command->add_flag("--quiet", settings->quiet, "No progress line and no summary");
+    command->add_option("--on-error", settings->onError, "A malformed record stops the run (fail) or is left out (skip)")
+        ->check(CLI::IsMember({"fail", "skip"}));
+    command->add_option("--length", settings->length, "Length of the variable that receives a KSCANX result");
+    command->add_option("--module", settings->modulePath, "Path of the module file");
+    command->add_option("input", settings->input, "Input CSV file, or - for standard input")->required();
+    command->add_option("assignments", settings->assignments, "NAME = CALL, or (POS, LEN) = CALL KSCANX(...)")
+        ->required();
+    command->callback([settings] {
+        int code = 0;
+        try {
+            code = runApply(*settings);
+        } catch (const SyntaxError& e) {
+            std::cerr << "txscan: " << e.what() << "\n";
+            code = kUsageError;
+        } catch (const Refusal& e) {
+            std::cerr << "txscan: " << e.what() << "\n";
+            code = kUsageError;
+        } catch (const PlanError& e) {
+            std::cerr << "txscan: " << e.what() << "\n";
+            code = kUsageError;
+        } catch (const CsvError& e) {
+            std::cerr << "txscan: " << (settings->input == "-" ? std::string("<stdin>") : settings->input) << ": "
+                      << e.what() << "\n";
+            code = kUsageError;
+        } catch (const std::exception& e) {
+            std::cerr << "txscan: " << e.what() << "\n";
+            code = 1;
+        }
+        if (code != 0) throw CLI::RuntimeError(code);
+    });
+}
+
+}  // namespace txcli

@@ -1,0 +1,231 @@
+// txscan apply as a person runs it: the program on real files, its output,
+// its refusals, and its results against the same calls made one at a time.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/apply/csv_reader.h"
+#include "host/host.h"
+
+namespace {
+
+struct Outcome {
+    int exitCode = 0;
+    std::string out;
+    std::string err;
+};
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// Per test, since ctest runs the tests of this file side by side.
+std::string scratch(const std::string& name) {
+    return testing::TempDir() + "txscan_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+}
+
+std::string writeFile(const std::string& name, const std::string& bytes) {
+    const std::string path = scratch(name);
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+}
+
+std::string shellQuoted(const std::string& word) {
+    std::string quoted = "'";
+    for (const char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+Outcome apply(const std::vector<std::string>& arguments) {
+    std::string command = TXSCAN_PROGRAM " apply --quiet";
+    for (const auto& a : arguments) command += " " + shellQuoted(a);
+    command += " >" + scratch("stdout") + " 2>" + scratch("stderr");
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(scratch("stdout")), slurp(scratch("stderr"))};
+}
+
+TEST(Apply, ReadsAndWritesCsvAsItIs) {
+    const struct {
+        const char* input;
+        const char* assignment;
+        const char* output;
+    } cases[] = {
+        // quotes, embedded commas, doubled quotes and newlines; blanks kept
+        {"a,b\n\"x, y\",\" q \"\"r\"\" \"\n\"two\nlines\",\n", "n = KCOUNTW(b)",
+         "a,b,n\n\"x, y\",\" q \"\"r\"\" \",2\n\"two\nlines\",,0\n"},
+        // CRLF in, CRLF out; no line end at the end of the input
+        {"a\r\none two\r\nthree", "w = KSCANX(a, -1)", "a,w\r\none two,two\r\nthree,three\r\n"},
+        // a result that needs quotes gets them
+        {"a\n\"x,\"\"y z\"\n", "w = KSCANX(a, 1, ' ')", "a,w\n\"x,\"\"y z\",\"x,\"\"y\"\n"},
+        {"a,b\n", "n = KCOUNTW(a)", "a,b,n\n"},
+        // numbers read from a column where only a number fits; missing is empty
+        {"s,k\nab cd,2\nab cd,\nab cd,x\n", "w = KSCANX(s, k)", "s,k,w\nab cd,2,cd\nab cd,,\nab cd,x,\n"},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = apply({writeFile("in.csv", c.input), c.assignment});
+        EXPECT_EQ(0, run.exitCode) << c.input << run.err;
+        EXPECT_EQ(c.output, run.out) << c.input;
+    }
+}
+
+TEST(Apply, ComputesColumnsFromColumns) {
+    const std::string input = writeFile("people.csv", "name\nAnna Maria Schmidt\nJosé García\n\n");
+    const Outcome run = apply({input, "--length", "4", "last = KSCANX(name, -1)", "(pos, len) = CALL KSCANX(name, 2)",
+                           "n = KCOUNTW(last)", "at = KFIND(name, KSCANX(name, 2))", "bad = KCOUNTW(KSCANX(name, .))"});
+    EXPECT_EQ(0, run.exitCode) << run.err;
+    EXPECT_EQ("name,last,pos,len,n,at,bad\nAnna Maria Schmidt,Schm,6,5,1,6,\nJosé García,Garc,6,6,1,6,\n", run.out);
+}
+
+TEST(Apply, KeepsTheFileEncoding) {
+    const struct {
+        const char* encoding;
+        std::string input;
+        std::string output;
+    } cases[] = {
+        {"ISO-8859-1", "s\nGr\xfc\xdf" "e aus K\xf6ln\n", "s,w,k\nGr\xfc\xdf" "e aus K\xf6ln,K\xf6ln,11\n"},
+        {"Shift_JIS", "s\n\x93\xfa\x96\x7b \x8c\xea\n", "s,w,k\n\x93\xfa\x96\x7b \x8c\xea,\x8c\xea,0\n"},
+        // bytes the encoding does not hold pass through
+        {"UTF-8", "s\nab \xff\xfe\n", "s,w,k\nab \xff\xfe,\xff\xfe,0\n"},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = apply({"--encoding", c.encoding, writeFile("enc.csv", c.input), "w = KSCANX(s, -1)",
+                               "k = KFIND(s, 'köln', 'i')"});
+        EXPECT_EQ(0, run.exitCode) << c.encoding << run.err;
+        EXPECT_EQ(c.output, run.out) << c.encoding;
+    }
+}
+
+TEST(Apply, RefusesBadInputWithTheRecordAtFault) {
+    const std::string good = writeFile("good.csv", "a,b\n1,2\n");
+    const struct {
+        std::string input;
+        std::vector<std::string> options;
+        const char* assignment;
+        const char* error;    // a part of the one-line message; "" for a run that succeeds
+        const char* output;
+    } cases[] = {
+        {good, {}, "n = KCOUNTW(c)", "unknown column c", ""},
+        {good, {}, "n = KFOO(a)", "unknown function KFOO", ""},
+        {good, {}, "n = KFIND(a)", "KFIND takes 2 to 4 arguments, not 1", ""},
+        {good, {}, "n = KFIND(a,", "at column 13", ""},
+        {good, {}, "a = KCOUNTW(b)", "a column named a exists already", ""},
+        {good, {}, "n = KSCANX(a, 'x')", "argument 2 of KSCANX takes a number", ""},
+        {good, {}, "n = CALL KSCANX(a, 1)", "(POSITION, LENGTH)", ""},
+        {good, {"--encoding", "EBCDIC"}, "n = KCOUNTW(a)", "unknown encoding EBCDIC", ""},
+        {writeFile("short.csv", "a,b\n\"1\n2\",3\n4\n5,6\n"), {}, "n = KCOUNTW(a)", "record 3 (line 4): 1 field where", ""},
+        {writeFile("quote.csv", "a,b\n1,2\n3,x\"y\"\n"), {}, "n = KCOUNTW(a)", "record 3 (line 3): a quote", ""},
+        {writeFile("open.csv", "a,b\n1,2\n3,\"y\n"), {}, "n = KCOUNTW(a)", "record 3 (line 3): a quoted field is still open", ""},
+        {writeFile("empty.csv", ""), {}, "n = KCOUNTW(a)", "no header row", ""},
+        {"/nonexistent/in.csv", {}, "n = KCOUNTW(a)", "cannot open", ""},
+        {writeFile("skip.csv", "a,b\n1\n2,3\n4,\"5\"x\n6,7,8\n"), {"--on-error", "skip"}, "n = KCOUNTW(a)", "",
+         "a,b,n\n2,3,1\n"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments = c.options;
+        arguments.push_back(c.input);
+        arguments.push_back(c.assignment);
+        const Outcome run = apply(arguments);
+        EXPECT_EQ(*c.error ? 2 : 0, run.exitCode) << c.assignment << " " << c.input;
+        EXPECT_NE(std::string::npos, run.err.find(c.error)) << run.err;
+        if (*c.error) {
+            EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << run.err;
+        }
+        EXPECT_EQ(c.output, run.out) << c.input;
+    }
+}
+
+TEST(Apply, WritesTheOutputFileOnlyWhenTheRunSucceeds) {
+    const std::string output = scratch("result.csv");
+    std::remove(output.c_str());
+    EXPECT_EQ(2, apply({writeFile("bad.csv", "a\n1\n2,3\n"), "-o", output, "n = KCOUNTW(a)"}).exitCode);
+    EXPECT_FALSE(std::ifstream(output).good());
+    EXPECT_EQ(0, apply({writeFile("ok.csv", "a\n1\n"), "-o", output, "n = KCOUNTW(a)"}).exitCode);
+    EXPECT_EQ("a,n\n1,1\n", slurp(output));
+    std::remove(output.c_str());
+}
+
+// Every cell of every new column equals the same call made on its own row
+// through the host, in each of the three kinds of session encoding.
+std::vector<std::vector<std::string>> readCsv(const std::string& path) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    txcli::CsvReader reader(file);
+    std::vector<std::vector<std::string>> records{reader.readHeader()};
+    txcli::CsvBatch batch;
+    while (reader.read(batch, 1000, 1 << 20, false)) {
+        for (std::int64_t row = 0; row < batch.rows; ++row) {
+            records.emplace_back();
+            for (const auto& column : batch.columns) {
+                records.back().emplace_back(column.bytes.data() + column.offsets[row],
+                                            column.bytes.data() + column.offsets[row + 1]);
+            }
+        }
+    }
+    std::fclose(file);
+    return records;
+}
+
+std::string cell(const txhost::CallResult& r, bool position = false) {
+    if (r.status != 0) return "";
+    if (r.text) return *r.text;
+    const std::optional<double> n = position ? r.position : r.number;
+    if (!n || std::isnan(*n)) return "";
+    char text[40];
+    return std::string(text, std::to_chars(text, text + sizeof text, *n).ptr);
+}
+
+TEST(Apply, EqualsCallsMadeOneRowAtATime) {
+    const struct {
+        const char* encoding;
+        const char* file;
+        const char* typed;    // text to look for, as typed (UTF-8)
+        const char* find;     // the same in the session encoding
+    } cases[] = {
+        {"UTF-8", "people.csv", "straße", "stra\xc3\x9f" "e"},
+        {"Shift_JIS", "people-sjis.csv", "東京", "\x93\x8c\x8b\x9e"},
+        {"ISO-8859-1", "people.csv", "straße", "stra\xdf" "e"},   // UTF-8 text read as Latin-1 bytes
+    };
+    for (const auto& c : cases) {
+        const std::string input = std::string(TXSCAN_EXAMPLES "/") + c.file;
+        const std::string output = scratch("equal.csv");
+        const Outcome run = apply({"--encoding", c.encoding, "--threads", "2", input, "-o", output,
+                               "last = KSCANX(name, -1)", "words = KCOUNTW(comment)",
+                               "street = KFIND(address, '" + std::string(c.typed) + "', 'i')",
+                               "(pos, len) = CALL KSCANX(address, 2, ', ')", "w = KFINDW(comment, KSCANX(name, 1))"});
+        ASSERT_EQ(0, run.exitCode) << run.err;
+        const auto in = readCsv(input);
+        const auto out = readCsv(output);
+        ASSERT_EQ(in.size(), out.size());
+        txhost::SessionOptions options;
+        options.encoding = c.encoding;
+        txhost::Session session(options);
+        auto module = txhost::Module::load(session);
+        for (std::size_t row = 1; row < in.size(); ++row) {
+            const auto& r = in[row];   // id, name, address, comment
+            auto first = module->call("KSCANX", {r[1], 1.0});
+            first.text = first.text->substr(0, 200);
+            const std::vector<std::string> expected = {
+                cell(module->call("KSCANX", {r[1], -1.0})),
+                cell(module->call("KCOUNTW", {r[3]})),
+                cell(module->call("KFIND", {r[2], std::string(c.find), std::string("i")})),
+                cell(module->call("KSCANX", {r[2], 2.0, 0.0, 0.0, std::string(", ")}, true), true),
+                std::to_string(static_cast<long long>(*module->call("KSCANX", {r[2], 2.0, 0.0, 0.0, std::string(", ")}, true).length)),
+                cell(module->call("KFINDW", {r[3], *first.text})),
+            };
+            std::vector<std::string> got(out[row].begin() + 4, out[row].end());
+            ASSERT_EQ(expected, got) << c.encoding << " row " << row;
+        }
+        std::remove(output.c_str());
+    }
+}
+
+}  // namespace
