@@ -1,11 +1,11 @@
-"""The package against `txscan eval` on sampled generated rows: every
+"""The package against `txscan apply` on the same generated rows: every
 function, constants and columns as arguments, UTF-8 and Shift_JIS."""
-import math
+import io
 import os
-import random
 import subprocess
 
 import numpy as np
+import pandas as pd
 import pytest
 
 import rows as generated
@@ -14,50 +14,45 @@ import txscanmd
 ROWS = generated.generate(2000)
 TXSCAN = os.environ["TXSCAN_CLI"]   # the command line, as ctest names it
 # Columns as arguments: a searched word per row, a word number per row (0 is refused).
-COLUMNS = {"WORDS": lambda rows: [r[:3] for r in rows], "NUMBERS": lambda rows: np.arange(len(rows)) % 5 - 2.0}
+COLUMNS = {"words": lambda rows: [r[:3] for r in rows], "numbers": lambda rows: np.arange(len(rows)) % 5 - 2.0}
 CASES = [("kfind", ("e",)), ("kfind", ("A", "i", -60)), ("kcountx", ("an", "i")), ("kfindc", (",.", 5)),
          ("kfindc", ("", "ak")), ("kcountc", ("aeiou日", "i")), ("kcountw", ()), ("kcountw", (", ", "m")),
          ("kfindw", ("the",)), ("kfindw", ("Smith", ", ", "ie")), ("kscanx", (-1,)), ("kscanx", (2, ", ")),
-         ("kscanx_call", (2,)), ("kscanx_call", (-1, " ,", "r")), ("kfind", ("WORDS",)), ("kscanx", ("NUMBERS",))]
+         ("kscanx_call", (2,)), ("kscanx_call", (-1, " ,", "r")), ("kfind", ("words",)), ("kscanx", ("numbers",))]
 
 
-def literal(value):
-    return '"' + value.replace('"', '""') + '"' if isinstance(value, str) else repr(float(value))
+def assignment(k, function, args):
+    call = ", ".join(["x"] + [a if a in COLUMNS else f'"{a}"' if isinstance(a, str) else repr(a) for a in args])
+    return f"(p{k}, l{k}) = CALL KSCANX({call})" if function == "kscanx_call" else f"r{k} = {function.upper()}({call})"
 
 
-def parse(value):   # None: refused, NaN or None under errors="coerce"
-    if value.startswith(("status ", "pos=")):
-        return None if value[0] == "s" else tuple(parse(part.split("=")[1]) for part in value.split())
-    return value[1:-1].replace('""', '"') if value[0] == '"' else math.nan if value == "." else float(value)
+@pytest.fixture(scope="module", params=["UTF-8", "Shift_JIS"])
+def applied(request, tmp_path_factory):
+    """The rows and their columns as a CSV file in the encoding, and what `txscan apply` made of them."""
+    encoding = request.param
+    rows = [r for r in ROWS if r.encode(encoding, "replace").decode(encoding) == r]
+    frame = pd.DataFrame({"x": rows, **{name: make(rows) for name, make in COLUMNS.items()}})
+    path = tmp_path_factory.mktemp("apply") / "rows.csv"
+    frame.to_csv(path, index=False, encoding=encoding)
+    out = subprocess.run([TXSCAN, "apply", "--quiet", "--encoding", encoding, str(path),
+                          *(assignment(k, f, a) for k, (f, a) in enumerate(CASES))], capture_output=True, check=True)
+    return encoding, frame, pd.read_csv(io.BytesIO(out.stdout), dtype=str, keep_default_na=False, encoding=encoding)
 
 
-@pytest.mark.parametrize("encoding", ["UTF-8", "Shift_JIS"])
-@pytest.mark.parametrize("function,args", CASES, ids=str)
-def test_matches_command_line(encoding, function, args):
-    rows = ROWS
-    if encoding == "Shift_JIS":
-        rows = [r for r in rows if r.encode("shift_jis", "replace").decode("shift_jis") == r]
-    columns = [COLUMNS[a](rows) if a in COLUMNS else a for a in args]
-    got = getattr(txscanmd, function)(rows, *columns, encoding=encoding, errors="coerce", notes="count")
-    # Reference: `txscan eval` on a sample of the rows. Once `txscan apply` is
-    # in, compare every row here against it on the same rows as a CSV file.
-    sample = random.Random(7).sample(range(len(rows)), 40)
-    calls = []
-    for i in sample:
-        a = [literal(c[i] if isinstance(c, (list, np.ndarray)) else c) for c in [rows] + columns]
-        calls.append(f"CALL KSCANX({', '.join(a[:2] + ['pos', 'len'] + a[2:])})" if function == "kscanx_call"
-                     else f"{function.upper()}({', '.join(a)})")
-    out = subprocess.run([TXSCAN, "eval", "--encoding", encoding, *calls], capture_output=True, text=True,
-                         check=True).stdout
-    lines = [line for line in out.splitlines() if not line.startswith("  ")]
-    for i, call, line in zip(sample, calls, lines, strict=True):
-        assert line.startswith(call + " = "), line
-        want = parse(line[len(call) + 3:])
-        have = (got[0][i], got[1][i]) if function == "kscanx_call" else got[i]
-        if want is None:
-            assert have is None or np.isnan(have).all(), call
+@pytest.mark.parametrize("k", range(len(CASES)), ids=[f"{f}{a}" for f, a in CASES])
+def test_matches_txscan_apply(applied, k):
+    encoding, frame, out = applied
+    function, args = CASES[k]
+    got = getattr(txscanmd, function)(frame["x"], *(frame[a] if a in COLUMNS else a for a in args),
+                                      encoding=encoding, errors="coerce", notes="count")
+    wants = [out[f"p{k}"], out[f"l{k}"]] if function == "kscanx_call" else [out[f"r{k}"]]
+    # apply writes an empty field for a missing number, a refused row and an empty word.
+    for have, want in zip(got if function == "kscanx_call" else [got], wants):
+        if function == "kscanx":
+            pd.testing.assert_series_equal(have.fillna(""), want, check_names=False)
         else:
-            np.testing.assert_equal(have, want, err_msg=call)
+            pd.testing.assert_series_equal(have, pd.to_numeric(want.replace("", np.nan)).astype(float),
+                                          check_names=False)
 
 
 def test_bytes_columns_as_they_are():
