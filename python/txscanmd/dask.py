@@ -53,11 +53,11 @@ def assign(ddf, *, encoding="UTF-8", errors="raise", notes="count", length=200, 
     """ddf with the new columns; nothing runs until the result is computed."""
     planned = []
     empty = {}
-    for name, spec in columns.items():
-        if not isinstance(spec, tuple) or len(spec) < 2 or spec[0] not in _FUNCTIONS:
+    for name, wanted in columns.items():
+        if not isinstance(wanted, tuple) or len(wanted) < 2 or wanted[0] not in _FUNCTIONS:
             raise ValueError(f"assign: {name} must be (function, column, arguments...), the function one of "
-                             f"{', '.join(_FUNCTIONS)}; got {spec!r}")
-        function, source, *arguments = spec
+                             f"{', '.join(_FUNCTIONS)}; got {wanted!r}")
+        function, source, *arguments = wanted
         for needed in [source] + [a.name for a in arguments if isinstance(a, col)]:
             if needed not in ddf.columns:
                 raise ValueError(f"assign: {name} uses column {needed!r}, which the frame does not have")
