@@ -7,11 +7,13 @@ TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev python3
+              libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev \
+              python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
+              python3-pytest
 JOBS       ?= $(shell nproc)
 # The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
 # for peak memory).
-BENCH_PACKAGES := r-cran-stringi r-cran-data.table python3-pandas time
+BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
@@ -97,6 +99,8 @@ bench: deps
 	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== SQL: the extension against SQLite's instr and Python user functions"
 	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
+	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
+	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang

@@ -1,0 +1,179 @@
+"""The public functions: arguments sorted into columns and constants, one
+engine run per call, statuses turned into errors or NaN, messages kept and
+warned about, and a Series back when a Series came in."""
+import threading
+import warnings
+from typing import NamedTuple
+
+import numpy as np
+import pandas as pd
+
+from txscanmd import _core
+from txscanmd._runtime import runtime
+
+# A missing start position gives a missing result, as NaN does anywhere in
+# pandas; every other status is a refused argument or exhausted memory.
+_STATUS_MISSING_START = 0x1D801
+_last = threading.local()
+
+
+class TxscanNote(UserWarning):
+    """A note the module issued (an unknown modifier letter), once per kind and call."""
+
+
+class Message(NamedTuple):
+    error: bool       # an error (True) or a note
+    code: int         # note or error number
+    function: str     # notes: the function's short name ("FIND")
+    character: str    # notes: the letter
+    text: str         # the host's text of the first one
+    count: int        # how many rows issued it
+    first_row: int    # position (0-based) of the first
+
+
+def last_messages():
+    """Messages of this thread's last call, one per kind with its count."""
+    return list(getattr(_last, "messages", []))
+
+
+def available_encodings():
+    """Session encodings the host offers (encoding=...)."""
+    return list(_core.available_encodings())
+
+
+def _is_scalar_number(value):
+    return isinstance(value, (int, float, np.integer, np.floating)) and not isinstance(value, (bool, np.bool_))
+
+
+def _values(value):
+    if isinstance(value, (pd.Series, pd.Index)):
+        if pd.api.types.is_numeric_dtype(value.dtype) and not pd.api.types.is_bool_dtype(value.dtype):
+            return value.to_numpy(dtype=np.float64, na_value=np.nan)
+        return value.to_numpy(dtype=object)
+    # Lists stay objects: numpy would turn [ "a", 3 ] into the text "3".
+    return value if isinstance(value, np.ndarray) else np.array(value, dtype=object)
+
+
+def _argument(value, label, position):
+    """(kind, value) as the native run takes it."""
+    if value is None:
+        return ("absent", None)
+    if isinstance(value, (str, bytes)):
+        return ("text", value)
+    if _is_scalar_number(value):
+        return ("number", float(value))
+    array = _values(value)
+    if array.ndim != 1:
+        raise ValueError(f"{label}: argument {position} must be a scalar or a one-dimensional column")
+    kind = array.dtype.kind
+    if kind in "iuf":
+        return ("number_column", np.ascontiguousarray(array, dtype=np.float64))
+    if kind in "USO":
+        array = np.ascontiguousarray(array, dtype=object)
+        if kind == "O" and pd.api.types.infer_dtype(array, skipna=True) in ("integer", "floating", "mixed-integer-float"):
+            numbers = pd.to_numeric(pd.Series(array, copy=False)).to_numpy(dtype=np.float64, na_value=np.nan)
+            return ("number_column", numbers)
+        return ("text_column", array)
+    raise ValueError(f"{label}: argument {position} has values of type {array.dtype}, neither text nor numbers")
+
+
+def _row_name(index, row):
+    if index is None or isinstance(index, pd.RangeIndex) and index.start == 0 and index.step == 1:
+        return f"row {row}"
+    return f"row {row} (index {index[row]!r})"
+
+
+def _report(label, messages, notes, index):
+    kept = [Message(**m) for m in messages]
+    _last.messages = kept
+    if notes == "warn":
+        for m in kept:
+            if not m.error:
+                warnings.warn(
+                    TxscanNote(f"{label}: note {m.code} {m.text!r} on {m.count} rows, first at "
+                               f"{_row_name(index, m.first_row)}"),
+                    stacklevel=4)
+
+
+def _call(label, function, x, args, *, call_routine=False, length=200, encoding="UTF-8", errors="raise",
+          notes="warn"):
+    if errors not in ("raise", "coerce"):
+        raise ValueError(f"{label}: errors must be 'raise' or 'coerce', not {errors!r}")
+    if notes not in ("warn", "count"):
+        raise ValueError(f"{label}: notes must be 'warn' or 'count', not {notes!r}")
+    if isinstance(x, (str, bytes)) or _is_scalar_number(x) or x is None:
+        raise ValueError(f"{label}: argument 1 must be a column of text (a Series, an array or a list)")
+    index = x.index if isinstance(x, pd.Series) else None
+    name = x.name if isinstance(x, pd.Series) else None
+    first = _argument(x, label, 1)
+    if first[0] != "text_column":
+        raise ValueError(f"{label}: argument 1 must hold text, not numbers")
+    source = first[1]
+    arguments = [first] + [_argument(a, label, k) for k, a in enumerate(args, start=2)]
+    bytes_out = pd.api.types.infer_dtype(source, skipna=True) == "bytes"
+    out = _core.run(runtime(encoding), label, function, call_routine, arguments, len(source), length, bytes_out,
+                    pd.NA)
+
+    status = out["status"]
+    bad = (status != 0) & (status != _STATUS_MISSING_START)
+    if bad.any():
+        if errors == "raise":
+            row = int(np.flatnonzero(bad)[0])
+            code = int(status[row])
+            raise ValueError(f"{label}: {_core.status_name(code)} (status 0x{code & 0xFFFFFFFF:X}) at "
+                             f"{_row_name(index, row)}")
+        for key in ("number", "position", "length"):
+            if key in out:
+                out[key][bad] = np.nan
+        if "text" in out:
+            out["text"][bad] = None
+    _report(label, out["messages"], notes, index)
+
+    def shaped(values):
+        return pd.Series(values, index=index, name=name, copy=False) if index is not None else values
+
+    if call_routine:
+        return shaped(out["position"]), shaped(out["length"])
+    return shaped(out["text"] if "text" in out else out["number"])
+
+
+def kfind(x, string, *args, **options):
+    """Position of `string` in each row: kfind(x, string[, start][, modifiers])."""
+    return _call("kfind", "KFIND", x, (string, *args), **options)
+
+
+def kcountx(x, string, *args, **options):
+    """Occurrences of `string` in each row: kcountx(x, string[, modifiers])."""
+    return _call("kcountx", "KCOUNTX", x, (string, *args), **options)
+
+
+def kfindc(x, *args, **options):
+    """Position of the first character of a set: kfindc(x[, characters][, start][, modifiers])."""
+    return _call("kfindc", "KFINDC", x, args, **options)
+
+
+def kcountc(x, characters, *args, **options):
+    """Characters of a set in each row: kcountc(x, characters[, modifiers])."""
+    return _call("kcountc", "KCOUNTC", x, (characters, *args), **options)
+
+
+def kcountw(x, *args, **options):
+    """Words in each row: kcountw(x[, delimiters[, modifiers]])."""
+    return _call("kcountw", "KCOUNTW", x, args, **options)
+
+
+def kfindw(x, word, *args, **options):
+    """Position of a whole word: kfindw(x, word[, delimiters][, modifiers][, start])."""
+    return _call("kfindw", "KFINDW", x, (word, *args), **options)
+
+
+def kscanx(x, n, *args, length=200, **options):
+    """The n-th word of each row (from the end when n < 0): kscanx(x, n[, delimiters[, modifiers]]).
+
+    `length` is the receiving length: longer words are cut there to whole characters."""
+    return _call("kscanx", "KSCANX", x, (n, *args), length=length, **options)
+
+
+def kscanx_call(x, n, *args, **options):
+    """Position and length of the n-th word of each row: (position, length)."""
+    return _call("kscanx_call", "KSCANX", x, (n, *args), call_routine=True, **options)

@@ -1,0 +1,70 @@
+"""New columns of a dask.dataframe, computed by the package's functions
+partition by partition:
+
+    txscanmd.dask.assign(ddf, surname=("kscanx", "name", -1),
+                         words=("kcountw", "comment"),
+                         at=("kfind", "name", col("pattern")))
+
+A column is given as (function, source column, further arguments...); a
+further argument is a constant, or col(name) for another column of the frame.
+("kscanx_call", ...) makes two columns, <name>_position and <name>_length.
+The graph carries only names and constants: each worker process imports the
+package and loads the module once, on its first partition.
+"""
+import numpy as np
+import pandas as pd
+
+from txscanmd import _functions
+
+_FUNCTIONS = ("kfind", "kcountx", "kfindc", "kcountc", "kcountw", "kfindw", "kscanx", "kscanx_call")
+
+
+class col:
+    """Another column of the frame as an argument."""
+
+    def __init__(self, name):
+        self.name = name
+
+    def __repr__(self):
+        return f"col({self.name!r})"
+
+
+class _Plan:
+    """The new columns and the options of one assign, as shipped to workers."""
+
+    def __init__(self, columns, options):
+        self.columns = columns   # [(new name, function, source column, arguments)]
+        self.options = options
+
+
+def _apply_plan(frame, plan):
+    new = {}
+    for name, function, source, arguments in plan.columns:
+        values = [frame[a.name] if isinstance(a, col) else a for a in arguments]
+        result = getattr(_functions, function)(frame[source], *values, **plan.options)
+        if function == "kscanx_call":
+            new[f"{name}_position"], new[f"{name}_length"] = result
+        else:
+            new[name] = result
+    return frame.assign(**new)
+
+
+def assign(ddf, *, encoding="UTF-8", errors="raise", notes="count", length=200, **columns):
+    """ddf with the new columns; nothing runs until the result is computed."""
+    planned = []
+    empty = {}
+    for name, wanted in columns.items():
+        if not isinstance(wanted, tuple) or len(wanted) < 2 or wanted[0] not in _FUNCTIONS:
+            raise ValueError(f"assign: {name} must be (function, column, arguments...), the function one of "
+                             f"{', '.join(_FUNCTIONS)}; got {wanted!r}")
+        function, source, *arguments = wanted
+        for needed in [source] + [a.name for a in arguments if isinstance(a, col)]:
+            if needed not in ddf.columns:
+                raise ValueError(f"assign: {name} uses column {needed!r}, which the frame does not have")
+        planned.append((name, function, source, tuple(arguments)))
+        kind = object if function == "kscanx" else np.float64
+        names = [f"{name}_position", f"{name}_length"] if function == "kscanx_call" else [name]
+        empty.update({n: pd.Series([], dtype=kind) for n in names})
+    plan = _Plan(planned, {"encoding": encoding, "errors": errors, "notes": notes, "length": length})
+    meta = ddf._meta.assign(**empty)
+    return ddf.map_partitions(_apply_plan, plan, meta=meta)

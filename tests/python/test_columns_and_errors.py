@@ -1,0 +1,66 @@
+"""What the package adds around the engine: input and output shapes, absent
+values, refused arguments, notes and the accessor."""
+import warnings
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import txscanmd
+
+ROWS = ["Smith, John", "Müller Jörg", None, "山田 太郎", np.nan]
+
+
+@pytest.mark.parametrize("x", [pd.Series(ROWS, index=list("vwxyz"), name="n"), pd.Series(ROWS, dtype="string"),
+                               np.array(ROWS, dtype=object), ROWS], ids=["series", "string", "array", "list"])
+@pytest.mark.parametrize("function,args", [("kfind", ("J",)), ("kscanx", (-1,)), ("kscanx_call", (1,))])
+def test_shapes_and_absent_rows(x, function, args):
+    got = getattr(txscanmd, function)(x, *args)
+    alone = getattr(txscanmd, function)([None], *args)
+    for part, single in zip(*((got, alone) if function == "kscanx_call" else ([got], [alone]))):
+        if isinstance(x, pd.Series):
+            assert part.index.equals(x.index) and part.name == x.name
+        assert isinstance(part, type(x) if isinstance(x, pd.Series) else np.ndarray)
+        # None, NaN and NA are one absent argument: alike, and as on their own.
+        assert list(part)[2] == list(part)[4] == single[0]
+
+
+@pytest.mark.parametrize("call,message", [
+    (lambda x: txscanmd.kscanx(x, [1, 0, 2, 0]), r"kscanx: invalid argument \(status 0x1D804\) at row 1 \(index 'b'\)"),
+    (lambda x: txscanmd.kcountx(x, "a", "i", "t"), r"KCOUNTX takes 2 to 3 inputs, not 4"),
+    (lambda x: txscanmd.kfind(x, 5), r"KFIND: argument 2 must be character"),
+    (lambda x: txscanmd.kfind(x, ["a", "b"]), r"kfind: argument 2 has 2 rows, argument 1 has 4"),
+    (lambda x: txscanmd.kfind(["a", 3, "c"], "a"), r"kfind: argument 1, row 1: int is not text"),
+    (lambda x: txscanmd.kfind(pd.Series([1, 2]), "a"), r"kfind: argument 1 must hold text"),
+    (lambda x: txscanmd.kfind(["日本"], "a", encoding="ISO-8859-1"), r"row 0: the text has a character ISO-8859-1"),
+    (lambda x: txscanmd.kfind(x, "a", encoding="EBCDIC"), r'unknown session encoding "EBCDIC" \(the host offers UTF-8'),
+])
+def test_refusals_name_function_status_and_row(call, message):
+    with pytest.raises(ValueError, match=message):
+        call(pd.Series(["a b", "c d", "e f", "g h"], index=list("abcd")))
+
+
+def test_coerce_and_missing_numbers():
+    x = pd.Series(["a b", "c d", "e f", "g h"], index=[5, 6, 7, 8])
+    assert list(txscanmd.kscanx(x, [1, 0, 2, 0], errors="coerce")) == ["a", None, "f", None]
+    position, length = txscanmd.kscanx_call(x, pd.array([2, None, 1, 3], "Int64"), errors="coerce")
+    np.testing.assert_equal(length.to_numpy(), [1, np.nan, 1, 0])
+    # A missing start is no error: NaN, as anywhere in pandas.
+    np.testing.assert_equal(txscanmd.kfind(x, " ", [1, np.nan, -3, 4]).to_numpy(), [2, np.nan, 2, 0])
+
+
+def test_notes_counted_and_warned_once_per_kind():
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        txscanmd.kfind(["abc"] * 5 + ["äbc"], "b", "zq")
+    assert sorted((m.code, m.function, m.character, m.count, m.first_row) for m in txscanmd.last_messages()) == \
+        [(744, "FIND", "Q", 5, 0), (744, "FIND", "Z", 5, 0)]
+    assert [w.category for w in caught] == [txscanmd.TxscanNote] * 2
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        txscanmd.kfind(["abc"], "b", "z", notes="count")   # counted, not warned
+
+
+def test_accessor():
+    df = pd.DataFrame({"name": ["Smith, John", "Ødegård, Søren"], "comment": ["a b c", "日本語 テキスト"]})
+    assert list(df["name"].txscan.kscanx(-1)) == ["John", "Søren"] and list(df["comment"].txscan.kcountw()) == [3, 2]
