@@ -1,5 +1,7 @@
 // Test support: an ArgumentFrame laid out by hand, for calling the module's
-// internal routines (argument interpreter, path functions) directly.
+// internal routines (argument interpreter, path functions) directly. Every
+// argument's bytes end where an unreadable page begins, so a routine that
+// reads past an argument faults at once.
 #pragma once
 
 #include <array>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "module/charset/argument_interpreter.h"
+#include "host/guarded_memory.h"
 #include "host/host.h"
 #include "module/abi/argument_frame.h"
 
@@ -20,24 +23,21 @@ using txscan::contract::StringValue;
 // addresses into it.
 struct FrameBuilder {
     ArgumentFrame frame{};
-    std::array<std::string, txscan::contract::kMaxArguments> texts;
+    std::array<txhost::GuardedBuffer, txscan::contract::kMaxArguments> bytes;
     std::array<StringValue, txscan::contract::kMaxArguments> strings{};
-    std::array<double, txscan::contract::kMaxArguments> numbers{};
 
     explicit FrameBuilder(const std::vector<txhost::Argument>& arguments) {
         frame.argCount = static_cast<std::int32_t>(arguments.size());
         for (std::size_t i = 0; i < arguments.size(); ++i) {
             auto& slot = frame.args[i];
             if (const auto* text = std::get_if<std::string>(&arguments[i])) {
-                texts[i] = *text;
                 strings[i] = {static_cast<std::int64_t>(text->size()), static_cast<std::int64_t>(text->size()),
-                              texts[i].data(), nullptr, 0};
+                              static_cast<char*>(bytes[i].place(text->data(), text->size())), nullptr, 0};
                 slot.typeFlags = txscan::contract::kTypeCharacter | txscan::contract::kTypeRecheck;
                 slot.value = &strings[i];
             } else if (const auto* number = std::get_if<double>(&arguments[i])) {
-                numbers[i] = *number;
                 slot.typeFlags = txscan::contract::kTypeNumeric;
-                slot.value = &numbers[i];
+                slot.value = bytes[i].place(number, sizeof *number);
             }
         }
     }
