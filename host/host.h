@@ -66,6 +66,7 @@ struct SessionOptions {
     bool cacheSessionHandle = true;   // false: cachedSessionHandle stays 0 and every call opens one
     bool hardwareRandom = true;       // false: the processor record reports no RDRAND
     bool countOperations = false;     // HostCounters from the start (else from the first counters())
+    bool guardedArguments = false;    // every CallSite starts in guarded mode (CallSite::setGuardedArguments)
 };
 
 // Counters the tests read. The session counts only once Session::counters()
@@ -227,6 +228,10 @@ public:
     void setTypeChecking(bool on);
     // Type flags of argument 1 bit 3 (set by default on character arguments).
     void setRecheckFlag(bool on);
+    // Guarded mode: each argument's bytes (a text's, or a number's f64) are
+    // copied flush against an unreadable page, so a read past them faults at
+    // once. Off unless the session's options ask for it.
+    void setGuardedArguments(bool on);
 
     // Throws std::invalid_argument when the argument count lies outside the
     // descriptor's min and max; the module is not called then.

@@ -20,6 +20,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "host/guarded_memory.h"
 #include "host/session_impl.h"
 
 namespace txhost {
@@ -380,6 +381,11 @@ struct CallSite::Impl {
     std::array<double, kMaxArguments> numbers{};
     std::array<StringValue, kMaxArguments> strings{};
     std::array<std::unique_ptr<char[]>, kMaxArguments> texts;
+    // Guarded mode: each argument's bytes (text or f64) end where an
+    // unreadable page begins.
+    bool guarded = false;
+    std::array<GuardedBuffer, kMaxArguments> guardedBytes;
+    std::array<double*, kMaxArguments> numberPlaces{};
 
     // Character result.
     StringValue result{};
@@ -397,6 +403,7 @@ CallSite::CallSite(Module& module, int functionIndex, std::uint8_t siteKind) : i
     impl_->function = &functions[static_cast<std::size_t>(functionIndex)];
     impl_->frame.siteKind = siteKind;
     impl_->frame.callContext = impl_->session->defaultCallContext();
+    impl_->guarded = impl_->session->options().guardedArguments;
     if (impl_->function->descriptor->resultKind == kCharacterResult) useFixedResult(kDefaultResultLength);
 }
 
@@ -430,6 +437,7 @@ void CallSite::useCallContext(CallContext* context) { impl_->frame.callContext =
 void CallSite::setSiteKind(std::uint8_t siteKind) { impl_->frame.siteKind = siteKind; }
 void CallSite::setRecheckFlag(bool on) { impl_->recheck = on; }
 void CallSite::setTypeChecking(bool on) { impl_->typeChecking = on; }
+void CallSite::setGuardedArguments(bool on) { impl_->guarded = on; }
 ArgumentFrame& CallSite::frame() { return impl_->frame; }
 
 CallResult CallSite::call(const std::vector<Argument>& arguments) {
@@ -470,21 +478,31 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
         site.texts[static_cast<std::size_t>(k - 1)].reset();
         if (k > n) continue;
         const Argument& a = arguments[static_cast<std::size_t>(k - 1)];
+        const auto i = static_cast<std::size_t>(k - 1);
         if (const double* number = std::get_if<double>(&a)) {
-            site.numbers[static_cast<std::size_t>(k - 1)] = *number;
+            site.numbers[i] = *number;
+            site.numberPlaces[i] = site.guarded
+                                       ? static_cast<double*>(site.guardedBytes[i].place(number, sizeof(double)))
+                                       : &site.numbers[i];
             slot.typeFlags = kTypeNumeric;
-            slot.value = &site.numbers[static_cast<std::size_t>(k - 1)];
+            slot.value = site.numberPlaces[i];
         } else if (const std::string* text = std::get_if<std::string>(&a)) {
             // Exactly the text's bytes, no terminator: a read past them is an
-            // AddressSanitizer report.
-            auto& bytes = site.texts[static_cast<std::size_t>(k - 1)];
-            bytes.reset(new char[text->size()]);
-            if (!text->empty()) std::memcpy(bytes.get(), text->data(), text->size());
+            // AddressSanitizer report, or in guarded mode a fault.
+            char* data = nullptr;
+            if (site.guarded) {
+                data = static_cast<char*>(site.guardedBytes[i].place(text->data(), text->size()));
+            } else {
+                auto& bytes = site.texts[i];
+                bytes.reset(new char[text->size()]);
+                if (!text->empty()) std::memcpy(bytes.get(), text->data(), text->size());
+                data = bytes.get();
+            }
             const auto length = static_cast<std::int64_t>(text->size());
-            site.strings[static_cast<std::size_t>(k - 1)] = StringValue{length, length, bytes.get(), nullptr, length};
+            site.strings[i] = StringValue{length, length, data, nullptr, length};
             slot.typeFlags = kTypeCharacter;
             if (k == 1 && site.recheck) slot.typeFlags |= kTypeRecheck;
-            slot.value = &site.strings[static_cast<std::size_t>(k - 1)];
+            slot.value = &site.strings[i];
         }
     }
 
@@ -539,8 +557,8 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
         r.text = std::string(site.result.data, static_cast<std::size_t>(site.result.length));
     }
     if (callRoutine) {
-        r.position = site.numbers[2];
-        r.length = site.numbers[3];
+        r.position = *site.numberPlaces[2];
+        r.length = *site.numberPlaces[3];
     }
     r.errorMarks.resize(static_cast<std::size_t>(n));
     for (int k = 1; k <= n; ++k) r.errorMarks[static_cast<std::size_t>(k - 1)] = frame.arg(k).errorMarks;

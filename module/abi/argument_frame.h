@@ -76,11 +76,19 @@ struct ArgumentFrame {
 
     ArgumentSlot& arg(int k) { return args[k - 1]; }
     const ArgumentSlot& arg(int k) const { return args[k - 1]; }
+    // A value whose type flags say it is of the other kind reads as not
+    // given, so a host that passes a number where only a character value
+    // belongs never has its f64 read as a StringValue (and the reverse).
     const StringValue* string(int k) const {
-        return k <= argCount ? static_cast<const StringValue*>(args[k - 1].value) : nullptr;
+        return k <= argCount && !onlyOfKind(k, kTypeNumeric) ? static_cast<const StringValue*>(args[k - 1].value)
+                                                             : nullptr;
     }
     const double* number(int k) const {
-        return k <= argCount ? static_cast<const double*>(args[k - 1].value) : nullptr;
+        return k <= argCount && !onlyOfKind(k, kTypeCharacter) ? static_cast<const double*>(args[k - 1].value)
+                                                               : nullptr;
+    }
+    bool onlyOfKind(int k, std::uint8_t kind) const {
+        return (args[k - 1].typeFlags & (kTypeNumeric | kTypeCharacter)) == kind;
     }
 };
 static_assert(offsetof(ArgumentFrame, setCache) == 16);

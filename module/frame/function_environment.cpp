@@ -22,14 +22,31 @@ void** slotTable(void* callContext) { return static_cast<CallContext*>(callConte
 
 }  // namespace
 
+// Every step that allocates keeps what it got in the record, and the record
+// sits in slot 37 from the moment it exists: a build that stops part way is
+// taken up again by the next call instead of started afresh, so a failure
+// that persists (an option the host never finds, a pool that stays
+// exhausted) costs no memory per call, and one that passes lets the next
+// call finish the record.
 std::int32_t buildFunctionEnvironment(void* callContext) {
     void* pool = static_cast<CallContext*>(callContext)->pool;
-    auto* record = static_cast<FunctionEnvironment*>(poolAllocate(pool, sizeof(FunctionEnvironment), kPoolEnvironment));
-    if (record == nullptr) return kEnvironmentNoMemory;
+    auto* record = static_cast<FunctionEnvironment*>(slotTable(callContext)[kEnvironmentSlot]);
+    if (record == nullptr) {
+        record = static_cast<FunctionEnvironment*>(poolAllocate(pool, sizeof(FunctionEnvironment), kPoolEnvironment));
+        if (record == nullptr) return kEnvironmentNoMemory;
+        // The pool gives this record no zero fill; these say which steps are done.
+        record->randomStream = nullptr;
+        record->defaultDelimiters = nullptr;
+        record->spareTable = nullptr;
+        callHost(kHostSetContextSlot, callContext, kEnvironmentSlot, static_cast<void*>(record));
+    }
+    if (environmentComplete(record)) return 0;
 
-    const std::int64_t seed = rng::readSeedOption("-rngseed");
-    record->randomStream = rng::createStream(static_cast<std::uint64_t>(seed), 0);
-    if (record->randomStream == nullptr) return kEnvironmentNoMemory;
+    if (record->randomStream == nullptr) {
+        const std::int64_t seed = rng::readSeedOption("-rngseed");
+        record->randomStream = rng::createStream(static_cast<std::uint64_t>(seed), 0);
+        if (record->randomStream == nullptr) return kEnvironmentNoMemory;
+    }
     record->zero4 = 0;
     record->emptyMark = std::bit_cast<double>(kEmptyMarkBits);
 
@@ -42,17 +59,14 @@ std::int32_t buildFunctionEnvironment(void* callContext) {
     while (length > 0 && record->hostText[length - 1] == ' ') --length;
     record->hostTextLength = length;
 
-    auto* delimiters = static_cast<std::uint8_t*>(poolAllocate(pool, 256, kPoolModuleZeroed));
-    if (delimiters == nullptr) return kEnvironmentNoMemory;
-    for (const char c : std::string_view(kDefaultDelimiters)) delimiters[static_cast<unsigned char>(c)] = 1;
-    record->defaultDelimiters = delimiters;
-
+    if (record->defaultDelimiters == nullptr) {
+        auto* delimiters = static_cast<std::uint8_t*>(poolAllocate(pool, 256, kPoolModuleZeroed));
+        if (delimiters == nullptr) return kEnvironmentNoMemory;
+        for (const char c : std::string_view(kDefaultDelimiters)) delimiters[static_cast<unsigned char>(c)] = 1;
+        record->defaultDelimiters = delimiters;
+    }
     record->spareTable = static_cast<std::uint8_t*>(poolAllocate(pool, 256, kPoolModuleZeroed));
     if (record->spareTable == nullptr) return kEnvironmentNoMemory;
-
-    // Registered last: a build that stops early leaves slot 37 empty and
-    // the next call tries again.
-    callHost(kHostSetContextSlot, callContext, kEnvironmentSlot, static_cast<void*>(record));
     return 0;
 }
 
@@ -65,12 +79,14 @@ FunctionEnvironment* functionEnvironmentFor(ArgumentFrame* frame) {
         callHost(kHostError, kErrorNoMemory, std::int64_t{0});
         return nullptr;
     }
-    if (auto* environment = static_cast<FunctionEnvironment*>(slotTable(context)[kEnvironmentSlot])) {
-        return environment;
-    }
-    buildFunctionEnvironment(context);
     auto* environment = static_cast<FunctionEnvironment*>(slotTable(context)[kEnvironmentSlot]);
-    if (environment == nullptr) callHost(kHostError, kErrorNoMemory, std::int64_t{0});
+    if (environment != nullptr && environmentComplete(environment)) return environment;
+    buildFunctionEnvironment(context);
+    environment = static_cast<FunctionEnvironment*>(slotTable(context)[kEnvironmentSlot]);
+    if (environment == nullptr || !environmentComplete(environment)) {
+        callHost(kHostError, kErrorNoMemory, std::int64_t{0});
+        return nullptr;
+    }
     return environment;
 }
 

@@ -39,9 +39,13 @@ static_assert(offsetof(FunctionEnvironment, hostTextLength) == 80);
 
 inline constexpr std::int32_t kEnvironmentNoMemory = static_cast<std::int32_t>(0x80000803u);
 
-// Builds the record for `callContext` and registers it in slot 37 only once
-// it is complete, so no reader ever sees a record without its delimiter
-// table. Answers 0, kEnvironmentNoMemory, or the option lookup's status.
+// The spare table is the last thing a build sets: a record in slot 37
+// without it is one whose build stopped part way, and no caller may use it.
+inline bool environmentComplete(const FunctionEnvironment* record) { return record->spareTable != nullptr; }
+
+// Builds the record for `callContext`, or finishes the one a previous build
+// left incomplete in slot 37 (it is registered as soon as it is allocated).
+// Answers 0, kEnvironmentNoMemory, or the option lookup's status.
 std::int32_t buildFunctionEnvironment(void* callContext);
 
 // The frame's environment, built on first need; null (after host error

@@ -192,11 +192,18 @@ std::int64_t findRight(const Bytes& source, const Bytes& word, const std::uint8_
 std::int64_t findLeft(const Bytes& source, const Bytes& word, const std::uint8_t* set, const FindFlags& f,
                       std::int64_t s) {
     const std::int64_t lastByte = source.length - 1;
-    std::int64_t e = s == 0 ? lastByte : s - 1;
+    // The start was settled on the untrimmed source; trailing blanks that T
+    // took away are not searched, so a start among them begins at the end.
+    std::int64_t e = s == 0 || s - 1 > lastByte ? lastByte : s - 1;
     if (e < word.length - 1) return 0;
-    // A word that the start position cuts is passed over.
+    // A word that the start position cuts is passed over. Without M the
+    // previous word ends before the whole run of delimiters; under M each
+    // delimiter ends a word of its own, possibly empty.
     if (e != lastByte && set[source.data[e + 1]] == 0) {
         e = beforePreviousDelimiter(source, set, f.quotes, e);
+        if (!f.emptyWords) {
+            while (e >= 0 && set[source.data[e]] != 0) --e;
+        }
         if (e < word.length - 1) return 0;
     }
     std::int64_t words = 0;

@@ -86,6 +86,10 @@ std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandl
         roles.modifiers = static_cast<std::uint32_t>(k + 1);
     }
 
+    // A word number of the wrong type is as unusable as a missing one.
+    if (frame->argCount >= 2 && frame->arg(2).value != nullptr && frame->number(2) == nullptr) {
+        return kStatusInvalidArgument;
+    }
     if (const double* number = frame->number(2)) {
         const double x = *number;
         // A NaN is never equal to its floor; infinities pass and are settled

@@ -29,12 +29,16 @@ std::int32_t storeWordResult(contract::ArgumentFrame* frame, contract::StringVal
 // characters is `chars` (trailing blanks left out when `trimmed`). The
 // cursor must stand at character 0. Indexes at or past `chars` map to the
 // end of the (trimmed) bytes, so the host is never asked about the position
-// one past the last character.
+// one past the last character. A range may reach into the trimmed blanks
+// (a scan that starts at index 0 of a source that T left empty): those are
+// one byte each.
 inline std::int64_t byteOffsetAt(contract::EncodingHandle* h, contract::TextCursor* cursor, std::int64_t index,
                                  std::int64_t chars, bool trimmed) {
     if (index <= 0) return 0;
-    if (index >= chars) return trimmed ? enc::blankTrimmedBytes(h, cursor->text, cursor->length) : cursor->length;
-    return enc::byteOffsetOf(h, cursor, index);
+    if (index < chars) return enc::byteOffsetOf(h, cursor, index);
+    if (!trimmed) return cursor->length;
+    const std::int64_t offset = enc::blankTrimmedBytes(h, cursor->text, cursor->length) + (index - chars);
+    return offset < cursor->length ? offset : cursor->length;
 }
 
 }  // namespace txscan

@@ -12,6 +12,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/guarded_memory.h"
 #include "host/host.h"
 #include "module/abi/argument_frame.h"
 #include "module/charset/argument_interpreter.h"
@@ -42,24 +43,24 @@ inline std::string describe(const std::vector<Argument>& arguments) {
 // addresses into it.
 struct FrameBuilder {
     ArgumentFrame frame{};
-    std::array<std::string, txscan::contract::kMaxArguments> texts;
+    // Every argument's bytes end where an unreadable page begins, so a
+    // routine that reads past an argument faults at once.
+    std::array<txhost::GuardedBuffer, txscan::contract::kMaxArguments> bytes;
     std::array<StringValue, txscan::contract::kMaxArguments> strings{};
-    std::array<double, txscan::contract::kMaxArguments> numbers{};
 
     explicit FrameBuilder(const std::vector<Argument>& arguments) {
         frame.argCount = static_cast<std::int32_t>(arguments.size());
         for (std::size_t i = 0; i < arguments.size(); ++i) {
             auto& slot = frame.args[i];
             if (const auto* text = std::get_if<std::string>(&arguments[i])) {
-                texts[i] = *text;
                 const auto length = static_cast<std::int64_t>(text->size());
-                strings[i] = {length, length, texts[i].data(), nullptr, 0};
+                strings[i] = {length, length, static_cast<char*>(bytes[i].place(text->data(), text->size())),
+                              nullptr, 0};
                 slot.typeFlags = txscan::contract::kTypeCharacter | txscan::contract::kTypeRecheck;
                 slot.value = &strings[i];
             } else if (const auto* number = std::get_if<double>(&arguments[i])) {
-                numbers[i] = *number;
                 slot.typeFlags = txscan::contract::kTypeNumeric;
-                slot.value = &numbers[i];
+                slot.value = bytes[i].place(number, sizeof *number);
             }
         }
     }

@@ -46,7 +46,7 @@ bool allBlanks(const std::string& s) { return s.find_first_not_of(' ') == std::s
 // E (counts differently with M), P and S (classes of their own on the
 // multi-byte path) and unknown letters are left out.
 TEST(WordsDifferential, CountWordsBytePathMatchesScanner) {
-    txhost::Session session;
+    txhost::Session session({.guardedArguments = true});
     auto module = txhost::Module::load(session);
     txtest::InProcess inProcess;
     Generator g;
@@ -79,7 +79,7 @@ TEST(WordsDifferential, CountWordsBytePathMatchesScanner) {
 // Without a start position, without Q, R, M, V and the multi-byte classes,
 // and with a non-empty word of non-delimiters, the two paths agree.
 TEST(WordsDifferential, FindWordBytePathMatchesScanner) {
-    txhost::Session session;
+    txhost::Session session({.guardedArguments = true});
     auto module = txhost::Module::load(session);
     txtest::InProcess inProcess;
     Generator g;
