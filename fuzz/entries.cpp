@@ -70,20 +70,28 @@ struct EncodingWorld {
     std::vector<std::unique_ptr<txhost::CallSite>> sites;
 };
 
+// The module linked into this program serves one Session at a time (a
+// second attach takes it over), so one world is live: an input in another
+// encoding replaces it. Call sites, and their cached sets, carry over between
+// consecutive inputs of the same encoding, which the fuzzer's mutations keep.
 EncodingWorld& world(int encoding) {
-    static EncodingWorld worlds[kEncodingCount];
-    EncodingWorld& w = worlds[encoding];
-    if (!w.session) {
-        w.session = std::make_unique<txhost::Session>(
+    static EncodingWorld current;
+    static int currentEncoding = -1;
+    if (encoding != currentEncoding) {
+        current.sites.clear();
+        current.module.reset();
+        current.session.reset();
+        current.session = std::make_unique<txhost::Session>(
             txhost::SessionOptions{.encoding = kEncodings[encoding], .guardedArguments = true});
-        w.module = txhost::Module::attach(*w.session, &mcn_main, &tkvercn1);
-        for (std::size_t f = 0; f < w.module->functions().size(); ++f) {
-            auto site = std::make_unique<txhost::CallSite>(*w.module, static_cast<int>(f), kCachingSite);
+        current.module = txhost::Module::attach(*current.session, &mcn_main, &tkvercn1);
+        for (std::size_t f = 0; f < current.module->functions().size(); ++f) {
+            auto site = std::make_unique<txhost::CallSite>(*current.module, static_cast<int>(f), kCachingSite);
             site->setTypeChecking(false);
-            w.sites.push_back(std::move(site));
+            current.sites.push_back(std::move(site));
         }
+        currentEncoding = encoding;
     }
-    return w;
+    return current;
 }
 
 }  // namespace
