@@ -3,18 +3,21 @@
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev librandom123-dev libpcg-cpp-dev binutils
 JOBS       ?= $(shell nproc)
+# The peers of the row engine's benchmark (R's stringi, pandas).
+BENCH_PACKAGES := r-cran-stringi python3-pandas
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
 WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 googletest \
                 librandom123-dev libpcg-cpp-dev
 
-.PHONY: all deps deps-windows configure build demo test test-asan test-clang test-windows bench clean
+.PHONY: all deps deps-windows configure build demo test test-asan test-tsan test-clang test-windows bench clean
 
 all: build
 
@@ -59,6 +62,14 @@ test-asan: deps
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS)
 
+# The threaded parts (the host's tests and the row engine's, on 1, 2 and 4
+# workers) under ThreadSanitizer.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTXSCAN_TSAN=ON
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target test_host test_engine
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/bin/test_host
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/bin/test_engine
+
 test-clang: deps
 	cmake -S . -B build-clang $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
 	cmake --build build-clang -j $(JOBS)
@@ -74,9 +85,13 @@ test-windows: deps-windows
 	./scripts/run-wine-tests.sh $(WIN_BUILD)
 
 bench: deps
+	$(call install_missing,$(BENCH_PACKAGES))
 	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
-	@for b in $(BENCH_BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@for b in $(BENCH_BUILD)/bin/bench_*; do [ "$$b" = $(BENCH_BUILD)/bin/bench_engine ] && continue; \
+	  echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@echo "== the row engine against the direct call, CallSite::call, stringi and pandas"
+	/usr/bin/python3 bench/engine/compare.py $(BENCH_BUILD)/bin/bench_engine
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang

@@ -100,6 +100,11 @@ struct ProgramOptions {
 class Engine;
 
 // One function over one argument list, prepared once and run chunk by chunk.
+// Each worker's call site may keep a parsed set (modifier O) only when every
+// text argument after the first is a constant: a set from a column would
+// then depend on which rows a worker happened to take first. With a text
+// column there, every row parses its own set, as at a site that may not
+// cache. A Program lives no longer than its Engine; one run at a time.
 class Program {
 public:
     ~Program();
@@ -108,7 +113,11 @@ public:
     // Evaluates rows [0, rows) of the inputs (one Input per argument, as many
     // as the function takes, the call routine's two outputs not included).
     // Throws std::invalid_argument on a shape the function refuses (argument
-    // count, a column where the descriptor allows no such type).
+    // count, a column where the descriptor allows no such type), on a column
+    // without its offsets or values, and on text offsets out of order (the
+    // first such row named); nothing is returned then. Offsets must lie
+    // within the column's bytes. Throws std::runtime_error once the module
+    // serves another Session (Module::requireItsSession).
     Result run(const std::vector<Input>& arguments, std::int64_t rows);
     struct Impl;
 private:
@@ -119,11 +128,12 @@ private:
 
 struct EngineOptions {
     int threads = 0;                      // 0: one per core
-    std::int64_t rowsPerTask = 16384;     // granularity of the split
+    std::int64_t rowsPerTask = 16384;     // granularity of the split (rounded up to a multiple of 8)
 };
 
 // The engine over a loaded module: its thread pool and one task (call
-// context) per worker thread.
+// context) per worker thread. The calling thread is worker 0; runs from
+// several threads on one Engine take turns.
 class Engine {
 public:
     Engine(txhost::Session& session, txhost::Module& module, EngineOptions options = {});

@@ -254,7 +254,9 @@ void place(TextCursor* c, Position p, std::int64_t n) {
 
 HandleObject& handleOf(EncodingHandle* h) { return HandleObject::from(h); }
 
-void count(EncodingHandle* h, int word) { ++handleOf(h).session->counters.handleOperations[word]; }
+void count(EncodingHandle* h, int word) {
+    handleOf(h).session->count([word](HostCounters& c) { ++c.handleOperations[word]; });
+}
 
 const Codec& codecOf(EncodingHandle* h) { return *handleOf(h).codec; }
 
@@ -573,7 +575,7 @@ std::int32_t opTranscode(void* transcoder, const char16_t* source, std::int64_t 
                          std::int64_t destinationCapacity, std::int64_t* destinationLength, std::int32_t) {
     auto* object = static_cast<TranscoderObject*>(transcoder);
     HandleObject& owner = *object->owner;
-    ++owner.session->counters.handleOperations[kHandleTranscoderWord];
+    owner.session->count([](HostCounters& c) { ++c.handleOperations[kHandleTranscoderWord]; });
     if (destinationLength != nullptr) *destinationLength = 0;
     if (sourceBytes < 0 || destinationCapacity < 0 || (source == nullptr && sourceBytes > 0) ||
         (destination == nullptr && destinationCapacity > 0) || sourceBytes / 2 > INT32_MAX) {
@@ -582,7 +584,11 @@ std::int32_t opTranscode(void* transcoder, const char16_t* source, std::int64_t 
     // Convert all of it, then keep whole characters: a converter may stop
     // a too-small target in the middle of a character.
     std::string converted;
-    if (!backend::fromUtf16(*owner.converter, source, sourceBytes / 2, converted)) return 2;
+    {
+        // A converter keeps state between calls: one task at a time.
+        std::lock_guard<std::mutex> lock(owner.converterMutex);
+        if (!backend::fromUtf16(*owner.converter, source, sourceBytes / 2, converted)) return 2;
+    }
     const Codec& codec = *owner.codec;
     const auto* p = reinterpret_cast<const std::uint8_t*>(converted.data());
     const auto total = static_cast<std::int64_t>(converted.size());

@@ -56,6 +56,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "host/encoding_backend.h"
@@ -107,6 +108,7 @@ struct HandleObject {
     std::shared_ptr<const Codec> codec;
     TranscoderObject transcoder{};
     backend::ConverterPtr converter;     // the transcoder's (UTF-16 -> session encoding)
+    std::mutex converterMutex;           // converter, shared by every task of the session
 
     HandleObject();
     ~HandleObject();

@@ -66,9 +66,11 @@ struct SessionOptions {
     bool cacheSessionHandle = true;   // false: cachedSessionHandle stays 0 and every call opens one
     bool hardwareRandom = true;       // false: the processor record reports no RDRAND
     bool guardedArguments = false;    // every CallSite starts in guarded mode (CallSite::setGuardedArguments)
+    bool countOperations = false;     // HostCounters from the start (else from the first counters())
 };
 
-// Counters the tests read.
+// Counters the tests read. The session counts only once Session::counters()
+// has been asked for, so programs that never look pay nothing.
 struct HostCounters {
     std::map<std::int32_t, std::int64_t> allocationsByFlags{};  // pool allocations by flag word
     std::int64_t reallocations = 0;
@@ -90,13 +92,16 @@ public:
     void setMultiByteSessionFlag(bool on);             // tests: force the byte-72 flag
     void setSessionEncodingRecordNull(bool null);      // tests: word 3 of the session record null
 
-    // Service-use flags (byte c of the flag array), resettable by tests.
+    // Service-use flags (byte c of the flag array), resettable by tests. The
+    // module sets them from every task at once, so they are read and cleared
+    // as relaxed atomics.
     std::uint8_t serviceUseFlag(int table) const;
     void clearServiceUseFlags();
 
     // Messages issued since the last take (notes, errors, and the random
     // library's catalogued messages and log lines), in order. CallSite::call
     // also copies a call's messages into its CallResult; they stay here too.
+    // Messages of a task with a MessageSink go to the sink instead.
     std::vector<Message> takeMessages();
     // Calls of (1, 2), (39, 108), (39, 138) and unserved slots since the last take.
     std::vector<ServiceCall> takeServiceCalls();
@@ -127,6 +132,47 @@ public:
     Impl& impl();
 private:
     std::unique_ptr<Impl> impl_;
+};
+
+// A note or error as a host service receives it, before any text is made:
+// valid during the sink's call only, so a sink that counts needs no heap.
+struct MessageEvent {
+    Message::Source source = Message::Source::Note;
+    std::int32_t code = 0;
+    std::int32_t kind = 0;
+    const char* functionName = "";   // notes: the function's short name
+    std::int32_t character = 0;
+    std::int64_t detail = 0;
+    const std::string* text = nullptr;   // set when the host already made the text
+};
+
+// Where the messages of a task go instead of the session's record.
+struct MessageSink {
+    void* context = nullptr;
+    void (*receive)(void* context, const MessageEvent& event) = nullptr;
+};
+
+// Makes the calling thread a task of `session` while it lives: the module's
+// numbered services act on this session, and its messages go to `sink`
+// (when given). One Session serves many threads this way, each with its own
+// call context and call sites (one call at a time per call site). Scopes
+// nest; CallSite::call opens one around each call, the row engine one per
+// chunk of rows.
+class TaskScope {
+public:
+    explicit TaskScope(Session& session, const MessageSink* sink = nullptr);
+    explicit TaskScope(Session::Impl& session, const MessageSink* sink = nullptr);
+    ~TaskScope();
+    TaskScope(const TaskScope&) = delete;
+    TaskScope& operator=(const TaskScope&) = delete;
+
+    Session::Impl* session() const { return session_; }
+    const MessageSink* sink() const { return sink_; }
+    static const TaskScope* current();
+private:
+    Session::Impl* session_;
+    const MessageSink* sink_;
+    const TaskScope* previous_;
 };
 
 // Typed argument of a call: absent (null value pointer), a number or a text.
@@ -160,6 +206,7 @@ struct FunctionInfo {
 };
 
 class Module;
+struct InstanceBinding;
 
 // One call site: one ArgumentFrame reused across calls.
 class CallSite {
@@ -196,6 +243,14 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
+// The module keeps what mcn_main stores in globals, so one copy of it serves
+// one Session. Module::load gives a Session the module file's copy when no
+// other live Session holds it, and otherwise a private copy of the file
+// (copied to the temporary directory and loaded from there), so every
+// Session gets its own. Module::attach cannot copy the program's own module:
+// it binds it to its Session, and the Modules of the Session it served
+// before refuse every call from then on (std::runtime_error), never
+// answering with another Session's state.
 class Module {
 public:
     // dlopen the module file, call mcn_main once, read the records and call
@@ -209,6 +264,10 @@ public:
     ~Module();
 
     Session& session();
+    // False once Module::attach bound the instance to another Session;
+    // requireItsSession throws std::runtime_error then.
+    bool servesItsSession() const;
+    void requireItsSession() const;
     const contract::ImageInformation& image() const;      // the address mcn_main returned
     contract::VersionRecord version() const;              // through tkvercn1
     const std::vector<FunctionInfo>& functions() const;

@@ -6,15 +6,19 @@
 #include <windows.h>
 #else
 #include <dlfcn.h>
+#include <unistd.h>
 #endif
 
+#include <atomic>
 #include <bit>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <stdexcept>
+#include <system_error>
 
 #include "host/guarded_memory.h"
 #include "host/session_impl.h"
@@ -64,23 +68,51 @@ void* findSymbol(void* library, const char* name) {
 void closeLibrary(void* library) { dlclose(library); }
 #endif
 
+// A copy of the module file of its own, so the loader maps a new instance
+// with its own globals: the loader shares one instance per file.
+std::string privateCopy(const std::string& path) {
+    namespace fs = std::filesystem;
+    static std::atomic<unsigned> copies{0};
+    std::error_code error;
+    const fs::path directory = fs::temp_directory_path(error);
+    if (error) throw std::runtime_error("cannot copy module '" + path + "': no temporary directory: " + error.message());
+#if defined(_WIN32)
+    const unsigned long process = GetCurrentProcessId();
+#else
+    const unsigned long process = static_cast<unsigned long>(getpid());
+#endif
+    const fs::path copy = directory / ("txscanmd-" + std::to_string(process) + "-" + std::to_string(++copies) +
+                                       fs::path(path).extension().string());
+    fs::copy_file(path, copy, fs::copy_options::overwrite_existing, error);
+    if (error) {
+        throw std::runtime_error("cannot copy module '" + path + "' to '" + copy.string() + "': " + error.message());
+    }
+    return copy.string();
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- Module
+
+// The Session a module instance serves, shared by every Module of it.
+struct InstanceBinding {
+    std::atomic<Session::Impl*> session{nullptr};   // read on every call: no lock
+    std::map<Session::Impl*, int> modules;          // live Modules per Session, under Instances::mutex
+};
 
 struct Module::Impl {
     Session* session = nullptr;
     void* library = nullptr;   // the loader's handle; null for an attached module
     std::string path;
+    std::string copyPath;      // the private copy loaded instead of path, removed with the Module
+    std::shared_ptr<InstanceBinding> binding;   // set once this Module holds its instance
     McnMain mcnMain = nullptr;
     Tkvercn1 tkvercn1 = nullptr;
     const ImageInformation* image = nullptr;
     FunctionTableRoutine tableRoutine = nullptr;
     std::vector<FunctionInfo> functions;
 
-    ~Impl() {
-        if (library != nullptr) closeLibrary(library);
-    }
+    ~Impl();
 };
 
 namespace {
@@ -97,35 +129,71 @@ std::string nameOf(const FunctionDescriptor& d) {
     return std::string(d.name, strnlen(d.name, sizeof d.name));
 }
 
-// A module file keeps one HostVector (its mcn_main stores it): the session
-// that bound a module last, by its mcn_main. Two Modules of one file (dlopen
-// gives the same copy) or of the in-process module in two live sessions
-// share that state, so a call rebinds when another session bound it since.
-std::mutex gBindingsMutex;
-std::map<Module::McnMain, Session::Impl*> gBoundSession;
-
-void noteBinding(Module::McnMain mcnMain, Session::Impl& session) {
-    std::lock_guard<std::mutex> lock(gBindingsMutex);
-    gBoundSession[mcnMain] = &session;
+// A module instance keeps one HostVector (its mcn_main stores it), so it
+// serves one Session at a time: per instance (by its mcn_main), the Session
+// it serves and the live Modules of each Session that bound it. Never
+// destroyed: a Session or Module held in a global may end after this file's
+// globals would have.
+struct Instances {
+    std::mutex mutex;
+    std::map<Module::McnMain, std::shared_ptr<InstanceBinding>> bindings;
+};
+Instances& instances() {
+    static Instances* registry = new Instances;
+    return *registry;
 }
 
-// Calls mcn_main again (it only overwrites the stored words) when the module
-// is bound to another session.
-void ensureBound(Module::McnMain mcnMain, Session& session) {
-    {
-        std::lock_guard<std::mutex> lock(gBindingsMutex);
-        const auto found = gBoundSession.find(mcnMain);
-        if (found != gBoundSession.end() && found->second == &session.impl()) return;
+enum class Claim { Shared, Displacing };
+
+// Claims the instance behind mcnMain for session. Claim::Shared fails (null)
+// while another live Session holds it; Claim::Displacing takes it over.
+std::shared_ptr<InstanceBinding> claimInstance(Module::McnMain mcnMain, Session::Impl& session, Claim claim) {
+    Instances& registry = instances();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    auto& binding = registry.bindings[mcnMain];
+    if (!binding) binding = std::make_shared<InstanceBinding>();
+    if (claim == Claim::Shared) {
+        for (const auto& [holder, modules] : binding->modules) {
+            if (holder != &session && modules > 0) return nullptr;
+        }
     }
-    mcnMain(session.hostVector(), kHostWord);
-    noteBinding(mcnMain, session.impl());
+    ++binding->modules[&session];
+    binding->session.store(&session, std::memory_order_relaxed);
+    return binding;
+}
+
+void releaseInstance(Module::McnMain mcnMain, Session::Impl* session) {
+    Instances& registry = instances();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    const auto found = registry.bindings.find(mcnMain);
+    if (found == registry.bindings.end()) return;
+    InstanceBinding& binding = *found->second;
+    const auto mine = binding.modules.find(session);
+    if (mine != binding.modules.end() && --mine->second <= 0) binding.modules.erase(mine);
+    if (binding.modules.empty()) registry.bindings.erase(found);
 }
 
 }  // namespace
 
+Module::Impl::~Impl() {
+    if (binding && session != nullptr) releaseInstance(mcnMain, &session->impl());
+    if (library != nullptr) closeLibrary(library);
+    if (!copyPath.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove(copyPath, ignored);
+    }
+}
+
 void forgetBindings(Session::Impl& session) {
-    std::lock_guard<std::mutex> lock(gBindingsMutex);
-    std::erase_if(gBoundSession, [&](const auto& entry) { return entry.second == &session; });
+    Instances& registry = instances();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    for (auto& [mcnMain, binding] : registry.bindings) {
+        binding->modules.erase(&session);
+        if (binding->session.load(std::memory_order_relaxed) == &session) {
+            binding->session.store(nullptr, std::memory_order_relaxed);
+        }
+    }
+    std::erase_if(registry.bindings, [](const auto& entry) { return entry.second->modules.empty(); });
 }
 
 namespace {
@@ -133,11 +201,9 @@ namespace {
 // Binds the module and lists its functions; the Impl owns the library handle
 // from here on, so every failure below closes it.
 void bind(Module::Impl& m) {
-    Session::Impl& s = m.session->impl();
-    setActiveSession(&s);
+    TaskScope task(*m.session);
     const std::string what = describe(m.path);
     void* info = m.mcnMain(m.session->hostVector(), kHostWord);
-    noteBinding(m.mcnMain, s);
     if (info == nullptr) throw std::runtime_error(what + ": mcn_main returned no image information");
     m.image = static_cast<const ImageInformation*>(info);
     if (std::memcmp(m.image->tag, kImageTag, sizeof kImageTag) != 0 || m.image->magic != kImageMagic) {
@@ -183,24 +249,58 @@ std::string upper(std::string_view text) {
 Module::Module(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Module::~Module() = default;
 
+namespace {
+
+// The symbols of an opened module file; false when one is missing.
+bool findExports(Module::Impl& m, std::string& missing) {
+    void* mcnMain = findSymbol(m.library, "mcn_main");
+    void* tkvercn1 = findSymbol(m.library, "tkvercn1");
+    if (mcnMain == nullptr || tkvercn1 == nullptr) {
+        missing = mcnMain == nullptr ? "mcn_main" : "tkvercn1";
+        return false;
+    }
+    m.mcnMain = reinterpret_cast<Module::McnMain>(mcnMain);
+    m.tkvercn1 = reinterpret_cast<Module::Tkvercn1>(tkvercn1);
+    return true;
+}
+
+}  // namespace
+
 std::unique_ptr<Module> Module::load(Session& session, const std::string& path) {
     auto impl = std::make_unique<Impl>();
-    impl->session = &session;
     impl->path = path;
     std::string error;
     impl->library = openLibrary(path, error);
     if (impl->library == nullptr) throw std::runtime_error("cannot load module '" + path + "': " + error);
-    for (const char* symbol : {"mcn_main", "tkvercn1"}) {
-        void* address = findSymbol(impl->library, symbol);
-        if (address == nullptr) {
-            throw std::runtime_error("module '" + path + "' does not export '" + symbol + "'");
+    std::string missing;
+    if (!findExports(*impl, missing)) throw std::runtime_error("module '" + path + "' does not export '" + missing + "'");
+    impl->binding = claimInstance(impl->mcnMain, session.impl(), Claim::Shared);
+    if (!impl->binding) {
+        // Another live Session holds the file's instance: this one gets a copy.
+        closeLibrary(impl->library);
+        impl->library = nullptr;
+        impl->mcnMain = nullptr;
+        impl->copyPath = privateCopy(path);
+        impl->library = openLibrary(impl->copyPath, error);
+        if (impl->library == nullptr) {
+            throw std::runtime_error("cannot load module '" + path + "' (private copy '" + impl->copyPath +
+                                     "'): " + error);
         }
-        if (std::strcmp(symbol, "mcn_main") == 0) {
-            impl->mcnMain = reinterpret_cast<McnMain>(address);
-        } else {
-            impl->tkvercn1 = reinterpret_cast<Tkvercn1>(address);
+#if !defined(_WIN32)
+        // The mapping stays; the name is no longer needed.
+        std::error_code ignored;
+        std::filesystem::remove(impl->copyPath, ignored);
+        impl->copyPath.clear();
+#endif
+        if (!findExports(*impl, missing)) {
+            throw std::runtime_error("module '" + path + "' (private copy) does not export '" + missing + "'");
+        }
+        impl->binding = claimInstance(impl->mcnMain, session.impl(), Claim::Shared);
+        if (!impl->binding) {
+            throw std::runtime_error("module '" + path + "': its private copy is already bound to another session");
         }
     }
+    impl->session = &session;
     bind(*impl);
     return std::unique_ptr<Module>(new Module(std::move(impl)));
 }
@@ -213,11 +313,24 @@ std::unique_ptr<Module> Module::attach(Session& session, McnMain mcnMain, Tkverc
     impl->session = &session;
     impl->mcnMain = mcnMain;
     impl->tkvercn1 = tkvercn1;
+    impl->binding = claimInstance(mcnMain, session.impl(), Claim::Displacing);
     bind(*impl);
     return std::unique_ptr<Module>(new Module(std::move(impl)));
 }
 
 Session& Module::session() { return *impl_->session; }
+
+bool Module::servesItsSession() const {
+    return impl_->binding && impl_->binding->session.load(std::memory_order_relaxed) == &impl_->session->impl();
+}
+
+void Module::requireItsSession() const {
+    if (!servesItsSession()) {
+        throw std::runtime_error(describe(impl_->path) +
+                                 ": the module now serves another Session (Module::attach bound it there); "
+                                 "attach it again, or load the module file, which gives each Session a copy");
+    }
+}
 const ImageInformation& Module::image() const { return *impl_->image; }
 
 VersionRecord Module::version() const {
@@ -308,7 +421,7 @@ void CallSite::useGrowableResult(std::int64_t maxLength, std::int64_t initialCap
         throw std::invalid_argument("growable result: need 0 <= initialCapacity <= maxLength");
     }
     MemoryPool* pool = impl_->session->resultPool();
-    ActiveSessionScope scope(impl_->session->impl());
+    TaskScope task(*impl_->session);
     void* data = pool->allocate(pool, initialCapacity, kPoolGrowResult);
     if (data == nullptr) throw std::runtime_error("growable result: the result pool refused the first buffer");
     impl_->fixedBuffer.reset();
@@ -402,17 +515,37 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
         resultPlace = &site.result;
     }
 
+    site.module->requireItsSession();
     Session::Impl& s = site.session->impl();
     s.collectRngMessages();
-    const std::size_t messagesBefore = s.messages.size();
     CallResult r;
     {
-        ActiveSessionScope scope(s);
-        ensureBound(site.module->mcnMain(), *site.session);
+        // The call's messages are its own even while other tasks of the
+        // session call; the session's record gets them afterwards.
+        MessageSink sink{&r.messages, [](void* context, const MessageEvent& e) {
+                             Message m;
+                             m.source = e.source;
+                             m.code = e.code;
+                             m.kind = e.kind;
+                             m.functionName = e.functionName;
+                             m.character = e.character;
+                             m.detail = e.detail;
+                             m.text = e.text != nullptr ? *e.text
+                                      : e.source == Message::Source::Note
+                                          ? formatNote(e.code, e.functionName, e.character)
+                                          : formatError(e.code, e.detail);
+                             static_cast<std::vector<Message>*>(context)->push_back(std::move(m));
+                         }};
+        TaskScope task(s, &sink);
         r.status = site.function->entry(&frame, resultPlace);
     }
-    s.collectRngMessages();
-    r.messages.assign(s.messages.begin() + static_cast<std::ptrdiff_t>(messagesBefore), s.messages.end());
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        const std::size_t before = s.messages.size();
+        s.messages.insert(s.messages.end(), r.messages.begin(), r.messages.end());
+        s.collectRngMessagesLocked();
+        r.messages.assign(s.messages.begin() + static_cast<std::ptrdiff_t>(before), s.messages.end());
+    }
 
     if (d.resultKind == kNumericResult && std::bit_cast<std::uint64_t>(number) != kResultSentinelBits) {
         r.number = number;

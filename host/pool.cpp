@@ -1,7 +1,9 @@
 // Memory pools: every block is owned by its pool and freed with it; the
 // module never frees. Allocation counts and fault injection are the
-// session's.
+// session's. A pool serves many tasks at once, so its block list is locked;
+// the module allocates once per call context or call site, not per row.
 #include <cstring>
+#include <mutex>
 #include <new>
 
 #include "host/session_impl.h"
@@ -48,8 +50,11 @@ void* Pool::allocate(std::int64_t size, std::int32_t flags) {
     void* block = newBlock(static_cast<std::size_t>(size));
     if (block == nullptr) return nullptr;
     std::memset(block, zeroFilled(flags) ? 0 : kFillerByte, static_cast<std::size_t>(size));
-    blocks.emplace(block, static_cast<std::size_t>(size));
-    ++session->counters.allocationsByFlags[flags];
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        blocks.emplace(block, static_cast<std::size_t>(size));
+    }
+    session->count([flags](HostCounters& c) { ++c.allocationsByFlags[flags]; });
     return block;
 }
 
@@ -66,17 +71,20 @@ void* Pool::reallocate(void* address, std::int64_t size, std::int32_t flags) {
     void* block = newBlock(static_cast<std::size_t>(size));
     if (block == nullptr) return nullptr;
     std::size_t kept = 0;
-    if (address != nullptr) {
-        const std::size_t oldSize = blocks[address];
-        kept = oldSize < static_cast<std::size_t>(size) ? oldSize : static_cast<std::size_t>(size);
-        std::memcpy(block, address, kept);
-        blocks.erase(address);
-        freeBlock(address);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (address != nullptr) {
+            const std::size_t oldSize = blocks[address];
+            kept = oldSize < static_cast<std::size_t>(size) ? oldSize : static_cast<std::size_t>(size);
+            std::memcpy(block, address, kept);
+            blocks.erase(address);
+            freeBlock(address);
+        }
+        blocks.emplace(block, static_cast<std::size_t>(size));
     }
     std::memset(static_cast<char*>(block) + kept, zeroFilled(flags) ? 0 : kFillerByte,
                 static_cast<std::size_t>(size) - kept);
-    blocks.emplace(block, static_cast<std::size_t>(size));
-    ++session->counters.reallocations;
+    session->count([](HostCounters& c) { ++c.reallocations; });
     return block;
 }
 

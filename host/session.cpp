@@ -22,18 +22,39 @@ namespace txhost {
 
 using namespace contract;
 
-// ---------------------------------------------------------------- active session
+// ---------------------------------------------------------------- tasks
 
 namespace {
-std::atomic<Session::Impl*> gActiveSession{nullptr};
-// Live sessions in the order they were made; the newest becomes active, and
-// when the active one ends the newest remaining one takes over.
-std::mutex gSessionsMutex;
-std::vector<Session::Impl*> gLiveSessions;
+thread_local const TaskScope* tCurrentTask = nullptr;
+
+// Live sessions in the order they were made; a thread without a TaskScope
+// uses the newest. Never destroyed: a Session held in a global may end after
+// this file's globals would have.
+struct LiveSessions {
+    std::mutex mutex;
+    std::vector<Session::Impl*> sessions;
+    std::atomic<Session::Impl*> newest{nullptr};
+};
+LiveSessions& liveSessions() {
+    static LiveSessions* live = new LiveSessions;
+    return *live;
+}
+}  // namespace
+
+TaskScope::TaskScope(Session& session, const MessageSink* sink) : TaskScope(session.impl(), sink) {}
+TaskScope::TaskScope(Session::Impl& session, const MessageSink* sink)
+    : session_(&session), sink_(sink), previous_(tCurrentTask) {
+    tCurrentTask = this;
+}
+TaskScope::~TaskScope() { tCurrentTask = previous_; }
+const TaskScope* TaskScope::current() { return tCurrentTask; }
+
+Session::Impl* activeSession() {
+    if (tCurrentTask != nullptr) return tCurrentTask->session();
+    return liveSessions().newest.load(std::memory_order_acquire);
 }
 
-Session::Impl* activeSession() { return gActiveSession.load(); }
-void setActiveSession(Session::Impl* session) { gActiveSession.store(session); }
+const MessageSink* activeSink() { return tCurrentTask != nullptr ? tCurrentTask->sink() : nullptr; }
 
 // ---------------------------------------------------------------- catalogue
 
@@ -112,6 +133,16 @@ std::int64_t widen(std::uint64_t v) { return static_cast<std::int64_t>(v); }
 
 void hostNote(std::int32_t code, std::int32_t kind, const char* functionName, std::int32_t character) {
     Session::Impl& s = serviceSession();
+    if (const MessageSink* sink = activeSink()) {
+        MessageEvent event;
+        event.source = Message::Source::Note;
+        event.code = code;
+        event.kind = kind;
+        event.functionName = functionName != nullptr ? functionName : "";
+        event.character = character;
+        sink->receive(sink->context, event);
+        return;
+    }
     Message m;
     m.source = Message::Source::Note;
     m.code = code;
@@ -124,6 +155,14 @@ void hostNote(std::int32_t code, std::int32_t kind, const char* functionName, st
 
 void hostError(std::int32_t code, std::int64_t detail) {
     Session::Impl& s = serviceSession();
+    if (const MessageSink* sink = activeSink()) {
+        MessageEvent event;
+        event.source = Message::Source::Error;
+        event.code = code;
+        event.detail = detail;
+        sink->receive(sink->context, event);
+        return;
+    }
     Message m;
     m.source = Message::Source::Error;
     m.code = code;
@@ -266,7 +305,7 @@ namespace {
 
 EncodingHandle* openHandle(void* service, const char16_t*, std::int32_t, std::int64_t* status) {
     auto* object = static_cast<Session::Impl::ServiceObject*>(service);
-    ++object->session->counters.openHandleCalls;
+    object->session->count([](HostCounters& c) { ++c.openHandleCalls; });
     if (status != nullptr) *status = 0;
     return contractHandle(*object->session->handle);
 }
@@ -307,6 +346,7 @@ RngServices* rngOf(Session::Impl& impl) { return impl.rngCreated ? impl.rng.serv
 // ---------------------------------------------------------------- Impl
 
 Session::Impl::Impl(Session& session, SessionOptions sessionOptions) : owner(&session), options(std::move(sessionOptions)) {
+    counting.store(options.countOperations, std::memory_order_relaxed);
     systemOptions["YEARCUTOFF"] = "1926";
     for (const auto& [name, value] : options.options) systemOptions[upper(name)] = value;
 
@@ -367,29 +407,50 @@ Session::Impl::Impl(Session& session, SessionOptions sessionOptions) : owner(&se
 Session::Impl::~Impl() {
     forgetBindings(*this);
     {
-        std::lock_guard<std::mutex> lock(gSessionsMutex);
-        std::erase(gLiveSessions, this);
-        if (activeSession() == this) setActiveSession(gLiveSessions.empty() ? nullptr : gLiveSessions.back());
+        LiveSessions& live = liveSessions();
+        std::lock_guard<std::mutex> lock(live.mutex);
+        std::erase(live.sessions, this);
+        live.newest.store(live.sessions.empty() ? nullptr : live.sessions.back(), std::memory_order_release);
     }
     destroyRngServices(*this);
 }
 
 void Session::Impl::addMessage(Message message) {
-    collectRngMessages();
+    if (const MessageSink* sink = activeSink()) {
+        MessageEvent event;
+        event.source = message.source;
+        event.code = message.code;
+        event.kind = message.kind;
+        event.functionName = message.functionName.c_str();
+        event.character = message.character;
+        event.detail = message.detail;
+        event.text = &message.text;
+        sink->receive(sink->context, event);
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mutex);
+    collectRngMessagesLocked();
     messages.push_back(std::move(message));
 }
 
 void Session::Impl::collectRngMessages() {
+    std::lock_guard<std::mutex> lock(mutex);
+    collectRngMessagesLocked();
+}
+
+void Session::Impl::collectRngMessagesLocked() {
     RngServices* services = rngOf(*this);
     if (services == nullptr) return;
     for (Message& m : takeRngMessages(*services)) messages.push_back(std::move(m));
 }
 
 void Session::Impl::recordServiceCall(int table, int function, std::vector<std::int64_t> arguments) {
+    std::lock_guard<std::mutex> lock(mutex);
     serviceCalls.push_back({table, function, std::move(arguments)});
 }
 
 ContextObject& Session::Impl::newContext() {
+    std::lock_guard<std::mutex> lock(mutex);
     auto context = std::make_unique<ContextObject>();
     context->pool = std::make_unique<Pool>(*this, "context " + std::to_string(contexts.size()));
     context->record.pool = context->pool->contractPool();
@@ -398,22 +459,27 @@ ContextObject& Session::Impl::newContext() {
     return *contexts.back();
 }
 
-bool Session::Impl::allocationFails() {
-    if (failAllocationCountdown <= 0) return false;
-    return --failAllocationCountdown == 0;
+namespace {
+// True for the call that takes a positive countdown to zero.
+bool countDown(std::atomic<std::int64_t>& countdown) {
+    std::int64_t left = countdown.load(std::memory_order_relaxed);
+    while (left > 0) {
+        if (countdown.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) return left == 1;
+    }
+    return false;
 }
+}  // namespace
 
-bool Session::Impl::reallocationFails() {
-    if (failReallocationCountdown <= 0) return false;
-    return --failReallocationCountdown == 0;
-}
+bool Session::Impl::allocationFails() { return countDown(failAllocationCountdown); }
+bool Session::Impl::reallocationFails() { return countDown(failReallocationCountdown); }
 
 // ---------------------------------------------------------------- Session
 
 Session::Session(SessionOptions options) : impl_(std::make_unique<Impl>(*this, std::move(options))) {
-    std::lock_guard<std::mutex> lock(gSessionsMutex);
-    gLiveSessions.push_back(impl_.get());
-    setActiveSession(impl_.get());
+    LiveSessions& live = liveSessions();
+    std::lock_guard<std::mutex> lock(live.mutex);
+    live.sessions.push_back(impl_.get());
+    live.newest.store(impl_.get(), std::memory_order_release);
 }
 
 Session::~Session() = default;
@@ -432,24 +498,32 @@ void Session::setSessionEncodingRecordNull(bool null) {
 
 std::uint8_t Session::serviceUseFlag(int table) const {
     if (table < 0 || table >= kServiceTables) throw std::out_of_range("service table " + std::to_string(table));
-    return impl_->serviceUseFlags[static_cast<std::size_t>(table)];
+    return std::atomic_ref<std::uint8_t>(impl_->serviceUseFlags[static_cast<std::size_t>(table)])
+        .load(std::memory_order_relaxed);
 }
-void Session::clearServiceUseFlags() { impl_->serviceUseFlags.fill(0); }
+void Session::clearServiceUseFlags() {
+    for (std::uint8_t& flag : impl_->serviceUseFlags) std::atomic_ref<std::uint8_t>(flag).store(0, std::memory_order_relaxed);
+}
 
 std::vector<Message> Session::takeMessages() {
-    impl_->collectRngMessages();
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->collectRngMessagesLocked();
     std::vector<Message> taken;
     taken.swap(impl_->messages);
     return taken;
 }
 
 std::vector<ServiceCall> Session::takeServiceCalls() {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
     std::vector<ServiceCall> taken;
     taken.swap(impl_->serviceCalls);
     return taken;
 }
 
-CallContext* Session::defaultCallContext() { return &impl_->contexts.front()->record; }
+CallContext* Session::defaultCallContext() {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    return &impl_->contexts.front()->record;
+}
 CallContext* Session::newCallContext() { return &impl_->newContext().record; }
 MemoryPool* Session::hostPool() { return impl_->hostPool->contractPool(); }
 MemoryPool* Session::modulePool() { return impl_->modulePool->contractPool(); }
@@ -457,7 +531,10 @@ MemoryPool* Session::resultPool() { return impl_->resultPool->contractPool(); }
 
 void Session::failAllocationAfter(std::int64_t n) { impl_->failAllocationCountdown = n > 0 ? n : 0; }
 void Session::failReallocationAfter(std::int64_t n) { impl_->failReallocationCountdown = n > 0 ? n : 0; }
-HostCounters& Session::counters() { return impl_->counters; }
+HostCounters& Session::counters() {
+    impl_->counting.store(true, std::memory_order_relaxed);
+    return impl_->counters;
+}
 
 void Session::setSetting(std::string_view name, std::string_view text) { storeSetText(rngServices(*this), name, text); }
 void Session::setSetting(std::string_view name, std::int64_t value) { storeSetInteger(rngServices(*this), name, value); }

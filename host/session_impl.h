@@ -6,9 +6,11 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -30,7 +32,9 @@ struct Pool {
     contract::MemoryPool table;   // must stay first: the module holds &table
     Session::Impl* session = nullptr;
     std::string name;
-    std::unordered_map<void*, std::size_t> blocks;   // address -> size
+    // The session's shared pools serve every task at once.
+    mutable std::mutex mutex;
+    std::unordered_map<void*, std::size_t> blocks;   // address -> size, under mutex
 
     Pool(Session::Impl& owner, std::string poolName);
     ~Pool();
@@ -40,7 +44,10 @@ struct Pool {
     contract::MemoryPool* contractPool() { return &table; }
     void* allocate(std::int64_t size, std::int32_t flags);
     void* reallocate(void* address, std::int64_t size, std::int32_t flags);
-    bool owns(const void* address) const { return blocks.count(const_cast<void*>(address)) != 0; }
+    bool owns(const void* address) const {
+        std::lock_guard<std::mutex> lock(mutex);
+        return blocks.count(const_cast<void*>(address)) != 0;
+    }
     static Pool* from(void* pool) { return reinterpret_cast<Pool*>(pool); }
 };
 static_assert(std::is_standard_layout_v<contract::MemoryPool>);
@@ -71,11 +78,17 @@ struct Session::Impl {
     SessionOptions options;
     std::map<std::string, std::string> systemOptions;   // upper-case names
 
+    // Guards what every task of the session writes: messages, service calls,
+    // counters and the random library's message buffers.
+    std::mutex mutex;
     HostCounters counters;
+    // Off until a test asks for the counters, so that counting costs one
+    // relaxed load on the paths that count.
+    std::atomic<bool> counting{false};
     std::vector<Message> messages;
     std::vector<ServiceCall> serviceCalls;
-    std::int64_t failAllocationCountdown = 0;
-    std::int64_t failReallocationCountdown = 0;
+    std::atomic<std::int64_t> failAllocationCountdown{0};
+    std::atomic<std::int64_t> failReallocationCountdown{0};
 
     // HostVector and what it points to.
     contract::HostVector hostVector{};
@@ -117,9 +130,19 @@ struct Session::Impl {
     explicit Impl(Session& session, SessionOptions sessionOptions);
     ~Impl();
 
+    // To the current task's sink when it has one, else to messages.
     void addMessage(Message message);
-    // Pulls the random library's log lines and catalogued messages into messages.
+    // Runs `change` on counters under the lock, when counting is on.
+    template <typename Change>
+    void count(Change change) {
+        if (!counting.load(std::memory_order_relaxed)) return;
+        std::lock_guard<std::mutex> lock(mutex);
+        change(counters);
+    }
+    // Pulls the random library's log lines and catalogued messages into
+    // messages (collectRngMessagesLocked: the caller holds mutex).
     void collectRngMessages();
+    void collectRngMessagesLocked();
     void recordServiceCall(int table, int function, std::vector<std::int64_t> arguments);
     ContextObject& newContext();
     // Fault injection: true when this allocation (or reallocation) must fail.
@@ -127,21 +150,12 @@ struct Session::Impl {
     bool reallocationFails();
 };
 
-// The session whose HostVector the module is bound to: numbered services
-// carry no session argument, so they act on this one. A new Session becomes
-// active (when the active one ends, the newest live one takes over);
-// Module::load/attach make their session active; CallSite::call makes its
-// session active for the duration of the call.
+// The session whose services the calling thread uses: numbered services
+// carry no session argument, so they act on the session of the thread's
+// TaskScope, or, on a thread without one, on the newest live Session.
 Session::Impl* activeSession();
-void setActiveSession(Session::Impl* session);
-
-struct ActiveSessionScope {
-    Session::Impl* previous;
-    explicit ActiveSessionScope(Session::Impl& session) : previous(activeSession()) { setActiveSession(&session); }
-    ~ActiveSessionScope() { setActiveSession(previous); }
-    ActiveSessionScope(const ActiveSessionScope&) = delete;
-    ActiveSessionScope& operator=(const ActiveSessionScope&) = delete;
-};
+// The message sink of the calling thread's TaskScope, or null.
+const MessageSink* activeSink();
 
 // Drops the record that `session` bound a module (module.cpp), so that a
 // later session at the same address rebinds.

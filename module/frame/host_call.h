@@ -2,6 +2,9 @@
 // table in the host's use-flag array first, so no call site can forget it.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include "module/abi/services.h"
 #include "module/frame/module_state.h"
 
@@ -10,7 +13,8 @@ namespace txscan {
 template <typename R, typename... Params, typename... Args>
 R callHost(contract::HostService<R(Params...)> service, Args... args) {
     const contract::HostVector& hv = host();
-    hv.serviceUseFlags[service.table] = 1;
+    // Many tasks of one session call at once: a relaxed store, no lock.
+    std::atomic_ref<std::uint8_t>(hv.serviceUseFlags[service.table]).store(1, std::memory_order_relaxed);
     auto* function = reinterpret_cast<R (*)(Params...)>(hv.serviceDirectory[service.table][service.function]);
     return function(static_cast<Params>(args)...);
 }

@@ -402,6 +402,7 @@ TEST(EncodingHandle, EncodingServiceCachesOrOpens) {
     for (bool cached : {true, false}) {
         txhost::SessionOptions options = withEncoding("UTF-8");
         options.cacheSessionHandle = cached;
+        options.countOperations = true;
         Session session(options);
         auto* root = static_cast<void**>(session.hostVector()->encodingRoot);
         auto* service = static_cast<EncodingService*>(root[kKernelEncodingService]);

@@ -138,19 +138,28 @@ TEST(CallSites, ResultsOnlyWhenStored) {
 
 // Both modules below are the one in-process module: its stored HostVector
 // follows the session of each call.
-TEST(CallSites, TwoLiveSessionsShareOneModuleFile) {
+// Each live Session answers in its own encoding: the module file's second
+// Session gets a copy of its own; the program's own module, attached to a
+// second Session, leaves the first one's Module refusing calls.
+TEST(CallSites, TwoLiveSessionsGetAModuleEachOrARefusal) {
     txhost::SessionOptions latin1;
     latin1.encoding = "ISO-8859-1";
     Session utf8Session;
     Session latin1Session(latin1);
-    auto utf8Module = Module::attach(utf8Session, &mcn_main, &tkvercn1);
-    auto latin1Module = Module::attach(latin1Session, &mcn_main, &tkvercn1);
+    auto utf8Module = Module::load(utf8Session);
+    auto latin1Module = Module::load(latin1Session);
     for (int round = 0; round < 2; ++round) {
         const auto u = utf8Module->call("KSCANX", {std::string("\xC3\xA9 b"), 2.0, 0.0, 0.0}, true);
         const auto l = latin1Module->call("KSCANX", {std::string("\xC3\xA9 b"), 2.0, 0.0, 0.0}, true);
         EXPECT_EQ(std::optional<double>(3.0), u.position);
         EXPECT_EQ(std::optional<double>(4.0), l.position);
     }
+    auto utf8Attached = Module::attach(utf8Session, &mcn_main, &tkvercn1);
+    auto latin1Attached = Module::attach(latin1Session, &mcn_main, &tkvercn1);
+    EXPECT_FALSE(utf8Attached->servesItsSession());
+    EXPECT_THROW(utf8Attached->call("KFIND", {std::string("ab"), std::string("b")}), std::runtime_error);
+    EXPECT_EQ(std::optional<double>(4.0),
+              latin1Attached->call("KSCANX", {std::string("\xC3\xA9 b"), 2.0, 0.0, 0.0}, true).position);
 }
 
 }  // namespace

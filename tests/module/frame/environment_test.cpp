@@ -18,6 +18,7 @@ using txscan::FunctionEnvironment;
 
 struct Environment : ::testing::Test {
     void start(txhost::SessionOptions options = {}) {
+        options.countOperations = true;
         session = std::make_unique<txhost::Session>(options);
         module = txhost::Module::attach(*session, &mcn_main, &tkvercn1);
         std::memset(&frame, 0, sizeof frame);

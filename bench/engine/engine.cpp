@@ -1,0 +1,230 @@
+// Per-row cost of the row engine on 1 and 2 workers against the entry
+// routine called directly on a prepared frame and against CallSite::call,
+// on a million generated rows of 20 to 120 bytes (names, addresses, free
+// text), ASCII and mixed with accented Latin and CJK. Prints one line per
+// function, set and way of calling: "RESULT set function mode ns_per_row".
+// With --write-ascii FILE it also writes the ASCII rows, one per line, for
+// the peers (compare.py runs them on the same rows).
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <sys/resource.h>
+
+#include "engine/engine.h"
+#include "host/host.h"
+
+namespace {
+
+using namespace txscan::contract;
+using txhost::Argument;
+
+struct Rows {
+    std::vector<std::int64_t> offsets{0};
+    std::string bytes;
+    std::size_t count() const { return offsets.size() - 1; }
+};
+
+const char* const kGiven[] = {"Anna", "James", "Maria", "Robert", "Linda", "Ahmed", "Chen", "Olga", "Pedro", "Sara"};
+const char* const kFamily[] = {"Smith", "Johnson", "Garcia", "Miller", "Davis", "Anderson", "Taylor", "Moore", "Lee"};
+const char* const kStreets[] = {"Main Street", "Oak Avenue", "Park Road", "High Street", "Cedar Lane", "Elm Drive"};
+const char* const kCities[] = {"Springfield", "Riverside", "Madison", "Georgetown", "Salem", "Fairview", "Dayton"};
+const char* const kWords[] = {"the", "order", "was", "delivered", "late", "and", "customer", "asked", "for", "a",
+                              "refund", "de", "la", "package", "arrived", "damaged", "please", "call", "back", "today"};
+// The same kinds of rows with accented Latin and CJK.
+const char* const kGivenMixed[] = {"Ren\xC3\xA9\x65", "J\xC3\xBCrgen", "Mar\xC3\xAD\x61", "Fran\xC3\xA7ois",
+                                   "\xE7\x8E\x8B\xE5\xB0\x8F\xE6\x98\x8E", "\xE5\xB1\xB1\xE7\x94\xB0", "Chlo\xC3\xA9"};
+const char* const kWordsMixed[] = {"Stra\xC3\x9F\x65", "caf\xC3\xA9", "\xE6\x9D\xB1\xE4\xBA\xAC", "na\xC3\xAFve",
+                                   "\xE5\x87\xBA\xE8\xB2\xA8", "order", "de", "la", "late", "r\xC3\xA9sum\xC3\xA9"};
+
+template <std::size_t N>
+const char* pick(std::mt19937& random, const char* const (&list)[N]) {
+    return list[random() % N];
+}
+
+Rows generate(bool mixed, std::size_t count) {
+    std::mt19937 random(mixed ? 2 : 1);
+    Rows rows;
+    rows.bytes.reserve(count * 70);
+    std::string row;
+    for (std::size_t i = 0; i < count; ++i) {
+        row.clear();
+        const unsigned kind = random() % 3;
+        auto given = [&] { return mixed && random() % 2 ? pick(random, kGivenMixed) : pick(random, kGiven); };
+        auto word = [&] { return mixed && random() % 3 == 0 ? pick(random, kWordsMixed) : pick(random, kWords); };
+        if (kind == 0) {
+            row = std::string(given()) + " " + pick(random, kFamily) + ", " + given() + " " + pick(random, kFamily);
+        } else if (kind == 1) {
+            row = std::to_string(1 + random() % 9999) + " " + pick(random, kStreets) + ", " + pick(random, kCities) +
+                  " " + std::to_string(10000 + random() % 89999);
+        }
+        const std::size_t target = 20 + random() % 101;
+        while (row.size() < target) row += (row.empty() ? "" : random() % 6 == 0 ? ", " : " ") + std::string(word());
+        while (row.size() > 120) row.pop_back();
+        // A cut may leave part of a character: drop it.
+        while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0xC0) == 0xC0) row.pop_back();
+        while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0x80) != 0) {
+            std::size_t start = row.size() - 1;
+            while (start > 0 && (static_cast<unsigned char>(row[start]) & 0xC0) == 0x80) --start;
+            const auto lead = static_cast<unsigned char>(row[start]);
+            const std::size_t need = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+            if (row.size() - start == need) break;
+            row.resize(start);
+        }
+        rows.bytes += row;
+        rows.offsets.push_back(static_cast<std::int64_t>(rows.bytes.size()));
+    }
+    return rows;
+}
+
+struct Function {
+    const char* label;
+    const char* name;
+    std::vector<Argument> constants;   // the arguments after the text
+};
+
+const Function kFunctions[] = {
+    {"KFIND", "KFIND", {std::string("an")}},
+    {"KCOUNTX", "KCOUNTX", {std::string("an")}},
+    {"KFINDC", "KFINDC", {std::string("xyz.,")}},
+    {"KCOUNTC", "KCOUNTC", {std::string("aeiou")}},
+    {"KCOUNTW", "KCOUNTW", {std::string(" ,")}},
+    {"KFINDW", "KFINDW", {std::string("de"), std::string(" ")}},
+    {"KSCANX", "KSCANX", {2.0, std::string(" ,")}},
+};
+
+double secondsOf(const std::function<void()>& pass, int repeats) {
+    double best = 1e30;
+    for (int r = 0; r < repeats; ++r) {
+        const auto start = std::chrono::steady_clock::now();
+        pass();
+        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+}
+
+volatile double gSink = 0;
+
+// The entry routine on a frame prepared once; only argument 1 changes per row.
+double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Function& spec, const Rows& rows) {
+    ArgumentFrame frame{};
+    frame.callContext = session.defaultCallContext();
+    frame.siteKind = 0x48;
+    frame.argCount = static_cast<std::int32_t>(1 + spec.constants.size());
+    StringValue strings[kMaxArguments]{};
+    double numbers[kMaxArguments]{};
+    for (std::size_t i = 0; i < spec.constants.size(); ++i) {
+        ArgumentSlot& slot = frame.args[i + 1];
+        if (const auto* text = std::get_if<std::string>(&spec.constants[i])) {
+            const auto n = static_cast<std::int64_t>(text->size());
+            strings[i + 1] = StringValue{n, n, const_cast<char*>(text->data()), nullptr, n};
+            slot.typeFlags = kTypeCharacter;
+            slot.value = &strings[i + 1];
+        } else {
+            numbers[i + 1] = std::get<double>(spec.constants[i]);
+            slot.typeFlags = kTypeNumeric;
+            slot.value = &numbers[i + 1];
+        }
+    }
+    frame.args[0].typeFlags = kTypeCharacter | kTypeRecheck;
+    frame.args[0].value = &strings[0];
+    std::vector<char> buffer(200);
+    std::vector<double> out(rows.count());
+    txhost::TaskScope task(session);
+    const bool text = f.descriptor->resultKind == kCharacterResult;
+    return secondsOf([&] {
+        StringValue result{200, 0, buffer.data(), nullptr, 200};
+        for (std::size_t r = 0; r < rows.count(); ++r) {
+            const std::int64_t n = rows.offsets[r + 1] - rows.offsets[r];
+            strings[0] = StringValue{n, n, const_cast<char*>(rows.bytes.data()) + rows.offsets[r], nullptr, n};
+            double number = 0;
+            f.entry(&frame, text ? static_cast<void*>(&result) : &number);
+            out[r] = text ? static_cast<double>(result.length) : number;
+        }
+        gSink = out[rows.count() / 2];
+    }, 3);
+}
+
+double callSite(txhost::Module& module, const txhost::FunctionInfo& f, const Function& spec, const Rows& rows) {
+    txhost::CallSite site(module, f.index, 0x48);
+    std::vector<Argument> args{std::string()};
+    args.insert(args.end(), spec.constants.begin(), spec.constants.end());
+    std::vector<double> out(rows.count());
+    return secondsOf([&] {
+        for (std::size_t r = 0; r < rows.count(); ++r) {
+            std::get<std::string>(args[0]).assign(rows.bytes.data() + rows.offsets[r],
+                                                  static_cast<std::size_t>(rows.offsets[r + 1] - rows.offsets[r]));
+            const txhost::CallResult result = site.call(args);
+            out[r] = result.number.value_or(result.text ? static_cast<double>(result.text->size()) : 0);
+        }
+        gSink = out[rows.count() / 2];
+    }, 2);
+}
+
+double engineRun(txhost::Session& session, txhost::Module& module, const Function& spec, const Rows& rows, int threads) {
+    txengine::Engine engine(session, module, {threads, 16384});
+    txengine::Program program = engine.prepare({spec.name});
+    std::vector<txengine::Input> inputs{
+        txengine::Input::column(txengine::TextColumn{rows.offsets.data(), rows.bytes.data(), nullptr})};
+    for (const Argument& a : spec.constants) {
+        if (const auto* text = std::get_if<std::string>(&a)) {
+            inputs.push_back(txengine::Input::constant(*text));
+        } else {
+            inputs.push_back(txengine::Input::constant(std::get<double>(a)));
+        }
+    }
+    const auto n = static_cast<std::int64_t>(rows.count());
+    return secondsOf([&] {
+        const txengine::Result r = program.run(inputs, n);
+        gSink = r.numbers.empty() ? static_cast<double>(r.text.bytes.size()) : r.numbers[static_cast<std::size_t>(n / 2)];
+    }, 3);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::size_t count = 1'000'000;
+    std::string writeAscii;
+    bool withCallSite = true;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--write-ascii" && i + 1 < argc) writeAscii = argv[++i];
+        if (arg == "--rows" && i + 1 < argc) count = std::stoul(argv[++i]);
+        if (arg == "--no-callsite") withCallSite = false;
+    }
+    txhost::Session session;
+    auto module = txhost::Module::load(session);
+    for (const bool mixed : {false, true}) {
+        const Rows rows = generate(mixed, count);
+        const char* set = mixed ? "mixed" : "ascii";
+        if (!mixed && !writeAscii.empty()) {
+            std::ofstream out(writeAscii, std::ios::binary);
+            for (std::size_t r = 0; r < rows.count(); ++r) {
+                out.write(rows.bytes.data() + rows.offsets[r], rows.offsets[r + 1] - rows.offsets[r]);
+                out.put('\n');
+            }
+        }
+        std::printf("# %s: %zu rows, %.1f bytes per row\n", set, rows.count(),
+                    static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()));
+        for (const Function& spec : kFunctions) {
+            const txhost::FunctionInfo& f = module->functions()[static_cast<std::size_t>(module->functionIndex(spec.name))];
+            const double perRow = 1e9 / static_cast<double>(rows.count());
+            std::printf("RESULT %s %s direct %.2f\n", set, spec.label, direct(session, f, spec, rows) * perRow);
+            if (withCallSite) std::printf("RESULT %s %s callsite %.2f\n", set, spec.label, callSite(*module, f, spec, rows) * perRow);
+            std::printf("RESULT %s %s engine1 %.2f\n", set, spec.label, engineRun(session, *module, spec, rows, 1) * perRow);
+            std::printf("RESULT %s %s engine2 %.2f\n", set, spec.label, engineRun(session, *module, spec, rows, 2) * perRow);
+            std::fflush(stdout);
+        }
+    }
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    std::printf("# peak resident set %ld MiB\n", usage.ru_maxrss / 1024);
+    return 0;
+}

@@ -1,0 +1,25 @@
+# The R peer: stringi over the rows compare.py hands it, one line per
+# function as "RESULT ascii FUNCTION stringi ns_per_row" (best of three).
+suppressMessages(library(stringi))
+rows <- stri_read_lines(commandArgs(trailingOnly = TRUE)[1], encoding = "UTF-8")
+best <- function(f) {
+  t <- Inf
+  for (i in 1:3) {
+    start <- as.numeric(Sys.time())
+    invisible(f())
+    t <- min(t, as.numeric(Sys.time()) - start)
+  }
+  t
+}
+peers <- list(
+  KFIND = function() stri_locate_first_fixed(rows, "an")[, 1],
+  KCOUNTX = function() stri_count_fixed(rows, "an"),
+  KFINDC = function() stri_locate_first_charclass(rows, "[xyz.,]")[, 1],
+  KCOUNTC = function() stri_count_charclass(rows, "[aeiou]"),
+  KCOUNTW = function() stri_count_regex(rows, "[^ ,]+"),
+  KFINDW = function() stri_locate_first_regex(rows, "(?<![^ ])de(?![^ ])")[, 1],
+  KSCANX = function() stri_split_charclass(rows, "[ ,]", omit_empty = TRUE, simplify = TRUE)[, 2]
+)
+for (name in names(peers)) {
+  cat(sprintf("RESULT ascii %s stringi %.2f\n", name, best(peers[[name]]) * 1e9 / length(rows)))
+}

@@ -1,0 +1,103 @@
+// One Session called from several threads at once, each a task with its own
+// call context and call sites; two Sessions in two threads; a Session and
+// its Module still alive when the program exits.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/host.h"
+
+namespace {
+
+using txhost::Argument;
+using txhost::Module;
+using txhost::Session;
+
+struct Call {
+    const char* function;
+    bool callRoutine;
+    std::vector<Argument> args;
+};
+
+const Call kCalls[] = {
+    {"KFINDC", false, {std::string("The quick brown fox"), std::string("aeiou"), std::string("o")}},
+    {"KFIND", false, {std::string("Koeln und Gruesse"), std::string("x"), std::string("z")}},
+    {"KFIND", false, {std::string("K\xC3\xB6ln und Gr\xC3\xBC\xC3\x9F" "e"), std::string("\xC3\xBC"), std::string("i")}},
+    {"KCOUNTW", false, {std::string("one, two three"), std::string(" ,"), std::string("o")}},
+    {"KSCANX", false, {std::string("\xE6\x97\xA5\xE6\x9C\xAC \xE8\xAA\x9E"), 2.0}},
+    {"KSCANX", true, {std::string("alpha beta gamma"), -1.0, 0.0, 0.0}},
+};
+
+// Everything a call answers, messages included.
+std::string describe(const txhost::CallResult& r) {
+    std::string text = std::to_string(r.status) + " " + std::to_string(r.number.value_or(-1)) + " " +
+                       r.text.value_or("-") + " " + std::to_string(r.position.value_or(-1)) + " " +
+                       std::to_string(r.length.value_or(-1));
+    for (const txhost::Message& m : r.messages) text += " [" + m.text + "]";
+    return text;
+}
+
+TEST(Threads, OneSessionServesATaskPerThread) {
+    Session session;
+    auto module = Module::load(session);
+    std::vector<std::string> expected;
+    for (const Call& c : kCalls) expected.push_back(describe(module->call(c.function, c.args, c.callRoutine)));
+    ASSERT_NE(std::string::npos, expected[1].find("NOTE"));
+
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> tasks;
+    for (int t = 0; t < 4; ++t) {
+        tasks.emplace_back([&] {
+            txscan::contract::CallContext* context = session.newCallContext();
+            std::vector<std::unique_ptr<txhost::CallSite>> sites;
+            for (const Call& c : kCalls) {
+                sites.push_back(std::make_unique<txhost::CallSite>(*module, module->functionIndex(c.function, c.callRoutine), 0x48));
+                sites.back()->useCallContext(context);
+            }
+            for (int round = 0; round < 300; ++round) {
+                for (std::size_t i = 0; i < sites.size(); ++i) {
+                    if (expected[i] != describe(sites[i]->call(kCalls[i].args))) ++wrong;
+                }
+            }
+        });
+    }
+    for (std::thread& t : tasks) t.join();
+    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(1 + 4 * 300u, session.takeMessages().size());
+}
+
+TEST(Threads, TwoSessionsInTwoThreadsAnswerInTheirOwnEncodings) {
+    txhost::SessionOptions latin1;
+    latin1.encoding = "ISO-8859-1";
+    Session sessions[] = {Session(), Session(latin1)};
+    const double positions[] = {3.0, 4.0};   // "\xC3\xA9 b": one character or two before the blank
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int s = 0; s < 2; ++s) {
+        threads.emplace_back([&, s] {
+            auto module = Module::load(sessions[s]);
+            txhost::CallSite site(*module, module->functionIndex("KSCANX", true));
+            for (int i = 0; i < 2000; ++i) {
+                if (site.call({std::string("\xC3\xA9 b"), 2.0, 0.0, 0.0}).position != positions[s]) ++wrong;
+            }
+        });
+    }
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(0, wrong.load());
+}
+
+// Constructed before, so destroyed after, every global of the host.
+__attribute__((init_priority(101))) std::unique_ptr<Session> gSessionAtExit;
+__attribute__((init_priority(101))) std::unique_ptr<Module> gModuleAtExit;
+
+TEST(Threads, SessionAndModuleMayOutliveTheHostsGlobals) {
+    gSessionAtExit = std::make_unique<Session>();
+    gModuleAtExit = Module::load(*gSessionAtExit);
+    EXPECT_EQ(std::optional<double>(2.0), gModuleAtExit->call("KFIND", {std::string("abc"), std::string("b")}).number);
+}
+
+}  // namespace
