@@ -43,6 +43,7 @@ constexpr ByteTable kDefaultDelimiters = tableOf(kDefaultDelimiterText);
 constexpr ByteTable kNameStart = tableOf(kNameStartText);
 constexpr ByteTable kNameChars = tableOf(kNameCharsText);
 constexpr ByteTable kExtraPunct = tableOf(kExtraPunctText);
+constexpr ByteTable kNoDelimiters{};
 
 constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
                                           kModF, kModN, kModH};
@@ -109,7 +110,8 @@ struct ByteScan {
     std::int64_t listBytes;
     bool listHasWide;             // a list character of more than one byte
     bool wideAsksHandle;          // case or class questions for wide characters
-    std::uint8_t delimiter[256];  // decision after K, for characters of one byte
+    const std::uint8_t* decision; // after K, for characters of one byte: `built` or a constant table
+    std::uint8_t built[256];
     // Handle-side state for characters of more than one byte.
     WideClassLists classLists;
     TextCursor defaultList;
@@ -162,27 +164,26 @@ bool anyCaseOrClass(const ModifierSet& m, bool hasList) {
 
 void buildByteDecisions(ByteScan& s) {
     const ModifierSet& m = s.mods;
+    const int singles = s.utf8 ? 0x80 : 0x100;
+    const bool hasList = s.list != nullptr;
+    if (!anyCaseOrClass(m, hasList) && !hasList && !m.has(kModK)) {
+        // The commonest call of all needs no table of its own.
+        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has : kNoDelimiters.has;
+        return;
+    }
     std::uint8_t listHas[256] = {};
     for (std::int64_t i = 0; i < s.listBytes; ++i) listHas[s.list[i]] = 1;
-    const int singles = s.utf8 ? 0x80 : 0x100;
-    if (!anyCaseOrClass(m, s.list != nullptr)) {
-        // The common calls: a list, the default delimiters, or neither.
-        if (s.list != nullptr) {
-            std::memcpy(s.delimiter, listHas, sizeof listHas);
-        } else if (m.has(kModDefaultDelimiters)) {
-            std::memcpy(s.delimiter, kDefaultDelimiters.has, sizeof s.delimiter);
-        } else {
-            std::memset(s.delimiter, 0, sizeof s.delimiter);
-        }
-        if (m.has(kModDefaultDelimiters) && s.list != nullptr) {
-            for (int c = 0; c < 256; ++c) s.delimiter[c] |= kDefaultDelimiters.has[c];
+    if (!anyCaseOrClass(m, hasList)) {
+        for (int c = 0; c < 256; ++c) {
+            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has[c] : 0);
         }
     } else {
-        for (int c = 0; c < singles; ++c) s.delimiter[c] = byteDecision(s, listHas, static_cast<unsigned>(c));
+        for (int c = 0; c < singles; ++c) s.built[c] = byteDecision(s, listHas, static_cast<unsigned>(c));
     }
     if (m.has(kModK)) {
-        for (int c = 0; c < singles; ++c) s.delimiter[c] ^= 1;
+        for (int c = 0; c < singles; ++c) s.built[c] ^= 1;
     }
+    s.decision = s.built;
 }
 
 bool listHoldsSequence(const ByteScan& s, const std::uint8_t* p, int length) {
@@ -325,7 +326,7 @@ bool runScan(ByteScan& s, const Walker& w, std::int64_t bound, Outcome* out) {
         const int length = w.lengthAt(off);
         if (length == 0) return false;
         const std::uint8_t c = w.data[off];
-        bool delimiter = length == 1 ? s.delimiter[c] != 0 : wideDecision(s, w.data + off, length);
+        bool delimiter = length == 1 ? s.decision[c] != 0 : wideDecision(s, w.data + off, length);
         if (quotes && length == 1) {
             if (c == '"' || c == '\'') {
                 const char inside = c == '"' ? 'D' : 'S';
@@ -426,6 +427,96 @@ ByteRange rangeOf(const ByteScan& s, const Outcome& o, std::int64_t bound) {
     return {false, 0, 0, 0, 0};
 }
 
+
+// The delimiter decision (K applied) of the character at `off`, and its
+// length; -1 for a malformed UTF-8 sequence.
+int classify(ByteScan& s, const Walker& w, std::int64_t off, int* length) {
+    const std::uint8_t c = w.data[off];
+    if (!w.utf8 || c < 0x80) {
+        *length = 1;
+        return s.decision[c];
+    }
+    *length = utf8Length(w.data + off, w.bytes - off);
+    if (*length == 0) return -1;
+    return wideDecision(s, w.data + off, *length) ? 1 : 0;
+}
+
+// Without M and Q the plain step comes down to runs: a word starts after a
+// delimiter (or at the edge) and the n-th word ends at the next delimiter
+// or at the end of the scanned text. Byte offsets only; false on malformed
+// UTF-8.
+bool runsForward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r) {
+    const std::int64_t count = s.parsed.count;
+    *r = ByteRange{};
+    std::int64_t words = 0;
+    std::int64_t off = 0;
+    int length = 1;
+    for (;;) {
+        for (;;) {
+            if (off >= bound) return true;
+            const int d = classify(s, w, off, &length);
+            if (d < 0) return false;
+            if (d == 0) break;
+            off += length;
+        }
+        ++words;
+        const std::int64_t start = off;
+        for (;;) {
+            off += length;
+            if (off >= bound) {
+                if (words == count) *r = ByteRange{true, 0, 0, start, bound};
+                return true;
+            }
+            const int d = classify(s, w, off, &length);
+            if (d < 0) return false;
+            if (d != 0) break;
+        }
+        if (words == count) {
+            *r = ByteRange{true, 0, 0, start, off};
+            return true;
+        }
+        off += length;
+    }
+}
+
+// The same from the right-hand end; the text is known to be well formed.
+bool runsBackward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r) {
+    const std::int64_t count = s.parsed.count;
+    *r = ByteRange{};
+    std::int64_t words = 0;
+    std::int64_t off = bound;   // just past the character to examine next
+    std::int64_t previous = 0;
+    int length = 1;
+    for (;;) {
+        for (;;) {
+            if (off <= 0) return true;
+            previous = w.previousStart(off);
+            const int d = classify(s, w, previous, &length);
+            if (d < 0) return false;
+            if (d == 0) break;
+            off = previous;
+        }
+        ++words;
+        const std::int64_t end = off;
+        for (;;) {
+            off = previous;
+            if (off <= 0) {
+                if (words == count) *r = ByteRange{true, 0, 0, 0, end};
+                return true;
+            }
+            previous = w.previousStart(off);
+            const int d = classify(s, w, previous, &length);
+            if (d < 0) return false;
+            if (d != 0) break;
+        }
+        if (words == count) {
+            *r = ByteRange{true, 0, 0, off, end};
+            return true;
+        }
+        off = previous;
+    }
+}
+
 }  // namespace
 
 bool scanWordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t mode,
@@ -462,9 +553,24 @@ bool scanWordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRol
     const Walker walker{data, bytes, utf8};
     if (s.mods.has(kModB) && utf8 && !wellFormedUtf8(data, bound)) return false;
 
-    Outcome outcome;
-    if (!runScan(s, walker, bound, &outcome)) return false;
-    const ByteRange range = rangeOf(s, outcome, bound);
+    ByteRange range;
+    if (s.mods.has(kModM) || s.mods.has(kModQ)) {
+        Outcome outcome;
+        if (!runScan(s, walker, bound, &outcome)) return false;
+        range = rangeOf(s, outcome, bound);
+    } else {
+        if (bound == 0) {
+            range = ByteRange{};   // T left nothing to scan
+        } else if (!(s.mods.has(kModB) ? runsBackward(s, walker, bound, &range)
+                                        : runsForward(s, walker, bound, &range))) {
+            return false;
+        }
+        if (range.found && mode == kLocateWord) {
+            range.first = utf8 ? leadBytes(data, range.firstByte) : range.firstByte;
+            range.end = range.first + (utf8 ? leadBytes(data + range.firstByte, range.endByte - range.firstByte)
+                                             : range.endByte - range.firstByte);
+        }
+    }
 
     if (mode == kLocateWord) {
         double* position = const_cast<double*>(frame->number(3));
