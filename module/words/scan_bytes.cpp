@@ -76,6 +76,12 @@ int utf8Length(const std::uint8_t* p, std::int64_t n) {
 
 bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) {
     for (std::int64_t off = 0; off < n;) {
+        // Eight ASCII bytes at a time: most text is mostly ASCII.
+        std::uint64_t eight = 0;
+        if (off + 8 <= n && (std::memcpy(&eight, p + off, 8), (eight & 0x8080808080808080ull) == 0)) {
+            off += 8;
+            continue;
+        }
         if (p[off] < 0x80) {
             ++off;
             continue;
@@ -230,6 +236,37 @@ bool wideDecisionFromHandle(ByteScan& s, const std::uint8_t* p, int length) {
         if (m.has(letter) && wideClassHolds(h, letter, &s.classLists, &at, &s.held.cursor)) return true;
     }
     return false;
+}
+
+
+// A call without modifiers, read as the interpreter reads it: the word
+// number (truncated; negative counts from the right; unusable as word 1),
+// the delimiter list as given, or the default delimiters when the call has
+// too few arguments for a list. Nothing else is set up: without modifiers
+// no character ever needs the handle.
+void readPlainCall(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, ByteScan* s) {
+    std::memset(&s->mods, 0, sizeof s->mods);
+    s->parsed.count = 1;
+    s->parsed.delimitersSet = 0;
+    if (const double* number = frame->number(static_cast<int>(roles.count))) {
+        const double x = *number;
+        if (!topBitsAllOnes(x) && x <= 2147483647.0) {
+            constexpr double kFloor = -4611686018427387904.0;   // as the interpreter holds it
+            s->parsed.count = static_cast<std::int64_t>(x < kFloor ? kFloor : x);
+            if (s->parsed.count < 0) {
+                s->mods.set(kModB);
+                s->parsed.count = -s->parsed.count;
+            }
+        }
+    }
+    if (roles.delimiters != 0) {
+        const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
+        s->parsed.delimiters.text = list->data;
+        s->parsed.delimiters.length = list->length;
+        s->parsed.delimitersSet = 1;
+    } else if (frame->argCount < (mode == kExtractWord ? 3 : 5)) {
+        s->mods.set(kModDefaultDelimiters);
+    }
 }
 
 // The decision for a character of more than one byte, K applied. Without
@@ -532,10 +569,14 @@ bool scanWordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRol
     s.utf8 = utf8;
     s.handleReady = false;
     std::memset(s.memoKey, 0, sizeof s.memoKey);
-    // The source is walked here; the interpreter reads everything else.
-    ArgumentRoles others = roles;
-    others.source = 0;
-    interpretArguments(frame, h, others, &s.parsed, &s.mods, 0, mode);
+    if (roles.modifiers == 0) {
+        readPlainCall(frame, roles, mode, &s);
+    } else {
+        // The source is walked here; the interpreter reads everything else.
+        ArgumentRoles others = roles;
+        others.source = 0;
+        interpretArguments(frame, h, others, &s.parsed, &s.mods, 0, mode);
+    }
     s.list = s.parsed.delimitersSet ? reinterpret_cast<const std::uint8_t*>(s.parsed.delimiters.text) : nullptr;
     s.listBytes = s.list != nullptr ? s.parsed.delimiters.length : 0;
     if (s.listBytes < 0) return false;
