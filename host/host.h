@@ -65,8 +65,8 @@ struct SessionOptions {
     std::string optionText{};
     bool cacheSessionHandle = true;   // false: cachedSessionHandle stays 0 and every call opens one
     bool hardwareRandom = true;       // false: the processor record reports no RDRAND
-    bool countOperations = false;     // HostCounters from the start (else from the first counters())
     bool guardedArguments = false;    // every CallSite starts in guarded mode (CallSite::setGuardedArguments)
+    bool countOperations = false;     // HostCounters from the start (else from the first counters())
 };
 
 // Counters the tests read. The session counts only once Session::counters()

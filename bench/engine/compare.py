@@ -10,7 +10,7 @@ import sys
 import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-FUNCTIONS = ["KFIND", "KCOUNTX", "KFINDC", "KCOUNTC", "KCOUNTW", "KFINDW", "KSCANX"]
+FUNCTIONS = ["KFIND", "KCOUNTX", "KFINDC", "KCOUNTC", "KCOUNTW", "KFINDW", "KSCANX", "KSCANX_LAST"]
 
 
 def results(command):
@@ -37,7 +37,7 @@ def main():
     for rows in ("ascii", "mixed"):
         print(f"\n{rows} rows: ns per row; engine1/direct; engine rows/s on 2 workers over 1;"
               " best peer time over the engine's (>1: the engine is ahead)")
-        print(f"{'function':9}{'direct':>8}{'callsite':>9}{'engine1':>8}{'engine2':>8}{'stringi':>8}{'pandas':>8}"
+        print(f"{'function':12}{'direct':>8}{'callsite':>9}{'engine1':>8}{'engine2':>8}{'stringi':>8}{'pandas':>8}"
               f"{'e1/dir':>8}{'2w/1w':>7}{'peer/e1':>8}{'peer/e2':>8}")
         for name in FUNCTIONS:
             m = table.get((rows, name), {})
@@ -47,7 +47,7 @@ def main():
             cell = lambda k: f"{m[k]:8.1f}" if k in m else f"{'-':>8}"
             peer1 = f"{min(peers) / m['engine1']:8.2f}" if peers else f"{'-':>8}"
             peer2 = f"{min(peers) / m['engine2']:8.2f}" if peers else f"{'-':>8}"
-            print(f"{name:9}{cell('direct')}{cell('callsite')[0:]:>9}{cell('engine1')}{cell('engine2')}"
+            print(f"{name:12}{cell('direct')}{cell('callsite')[0:]:>9}{cell('engine1')}{cell('engine2')}"
                   f"{cell('stringi')}{cell('pandas')}{m['engine1'] / m['direct']:8.2f}"
                   f"{m['engine1'] / m['engine2']:7.2f}{peer1}{peer2}")
 

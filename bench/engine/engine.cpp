@@ -98,6 +98,7 @@ const Function kFunctions[] = {
     {"KCOUNTW", "KCOUNTW", {std::string(" ,")}},
     {"KFINDW", "KFINDW", {std::string("de"), std::string(" ")}},
     {"KSCANX", "KSCANX", {2.0, std::string(" ,")}},
+    {"KSCANX_LAST", "KSCANX", {-1.0, std::string(" ,")}},
 };
 
 double secondsOf(const std::function<void()>& pass, int repeats) {

@@ -16,6 +16,7 @@ PEERS = {
     "KCOUNTW": lambda: rows.str.count("[^ ,]+"),
     "KFINDW": lambda: rows.str.extract(r"^(.*?)(?<![^ ])de(?![^ ])", expand=False).str.len() + 1,
     "KSCANX": lambda: rows.str.split(r"[ ,]+", regex=True).str[1],
+    "KSCANX_LAST": lambda: rows.str.extract(r"([^ ,]+)[ ,]*$", expand=False),
 }
 
 for name, peer in PEERS.items():

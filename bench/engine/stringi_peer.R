@@ -18,7 +18,8 @@ peers <- list(
   KCOUNTC = function() stri_count_charclass(rows, "[aeiou]"),
   KCOUNTW = function() stri_count_regex(rows, "[^ ,]+"),
   KFINDW = function() stri_locate_first_regex(rows, "(?<![^ ])de(?![^ ])")[, 1],
-  KSCANX = function() stri_split_charclass(rows, "[ ,]", omit_empty = TRUE, simplify = TRUE)[, 2]
+  KSCANX = function() stri_split_charclass(rows, "[ ,]", omit_empty = TRUE, simplify = TRUE)[, 2],
+  KSCANX_LAST = function() stri_extract_last_regex(rows, "[^ ,]+")
 )
 for (name in names(peers)) {
   cat(sprintf("RESULT ascii %s stringi %.2f\n", name, best(peers[[name]]) * 1e9 / length(rows)))

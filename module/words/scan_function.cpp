@@ -1,13 +1,14 @@
 // KSCANX, function and call routine: the word-number check, the roles, and
 // the result step that turns the scanner's word range into the returned
 // string (R and Q trimming, cut to whole characters) or into a position and
-// a length. Both entries always go through the scanner, whatever the
-// session encoding.
+// a length. Single-byte sessions and UTF-8 text take the byte path
+// (scan_bytes.cpp); everything else goes through the scanner.
 #include <cmath>
 #include <cstring>
 
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/words/scan_bytes.h"
 #include "module/words/word_range.h"
 #include "module/words/word_scanner.h"
 
@@ -18,6 +19,8 @@ using namespace contract;
 namespace {
 
 bool isQuote(char c) { return c == '"' || c == '\''; }
+
+}  // namespace
 
 std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* word, std::int64_t n,
                            const ModifierSet& modifiers) {
@@ -49,8 +52,6 @@ std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* w
     return kStatusOk;
 }
 
-}  // namespace
-
 std::int32_t storeWordResult(ArgumentFrame* frame, StringValue* textResult, EncodingHandle* h,
                              ParsedArguments* parsed, const ModifierSet& modifiers, const WordRange& range) {
     if (textResult == nullptr) {
@@ -73,8 +74,12 @@ std::int32_t storeWordResult(ArgumentFrame* frame, StringValue* textResult, Enco
     return storeWordText(textResult, h, source->text + byteStart, byteEnd - byteStart, modifiers);
 }
 
-std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
-                        PerCallRecord* /*record: not needed, the handle comes separately*/) {
+namespace {
+
+// The word-number check and the roles, then the byte path when allowed and
+// able, else the scanner.
+std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
+                      bool bytePath) {
     const std::int32_t mode = result != nullptr ? kExtractWord : kLocateWord;
     const int k = mode == kExtractWord ? 3 : 5;
 
@@ -96,7 +101,20 @@ std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandl
         // by the interpreter (+inf as word 1, -inf as no such word).
         if (topBitsAllOnes(x) || x == 0.0 || x != std::floor(x)) return kStatusInvalidArgument;
     }
+    std::int32_t status = kStatusOk;
+    if (bytePath && wide == 0 && scanWordsOnBytes(frame, h, roles, mode, result, &status)) return status;
     return scanWords(frame, nullptr, h, wide, &roles, mode, result);
+}
+
+}  // namespace
+
+std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
+                        PerCallRecord* /*record: not needed, the handle comes separately*/) {
+    return scanWith(frame, result, h, wide, true);
+}
+
+std::int32_t scanCommonOnScanner(ArgumentFrame* frame, StringValue* result, EncodingHandle* h) {
+    return scanWith(frame, result, h, 0, false);
 }
 
 }  // namespace txscan

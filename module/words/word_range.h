@@ -25,6 +25,11 @@ std::int32_t storeWordResult(contract::ArgumentFrame* frame, contract::StringVal
                              contract::EncodingHandle* h, ParsedArguments* parsed, const ModifierSet& modifiers,
                              const WordRange& range);
 
+// The function's string from the word's bytes: R and Q trimming, the
+// reservation, and the cut to whole characters.
+std::int32_t storeWordText(contract::StringValue* result, contract::EncodingHandle* h, const char* word,
+                           std::int64_t n, const ModifierSet& modifiers);
+
 // Byte offset of character `index` of a cursor's text whose length in
 // characters is `chars` (trailing blanks left out when `trimmed`). The
 // cursor must stand at character 0. Indexes at or past `chars` map to the

@@ -30,7 +30,9 @@ TEST(EnvironmentFailures, AFailureThatPersistsKeepsMemoryBounded) {
 
 TEST(EnvironmentFailures, ARefusalThatPassesLetsTheNextRowSucceed) {
     for (int n = 1;; ++n) {
-        txhost::Session session;
+        txhost::SessionOptions counting;
+        counting.countOperations = true;   // allocations from the first row on
+        txhost::Session session(counting);
         auto module = txhost::Module::load(session);
         txhost::CallSite site(*module, module->functionIndex("KCOUNTW"));
         session.failAllocationAfter(n);

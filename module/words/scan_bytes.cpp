@@ -1,0 +1,633 @@
+// KSCANX on the bytes: single-byte sessions and well-formed UTF-8 in UTF-8
+// sessions. The scanner's steps are kept one for one (the same positions,
+// the same word and empty-word rules), but the delimiter decision of a
+// character below 0x80 (every character in a single-byte session) comes from
+// a table built once per call from the session's byte tables, and the text is
+// walked on its bytes instead of through cursor moves. Characters of more
+// than one byte still ask the handle whenever a case or class question is
+// involved. Anything else (other encodings, malformed UTF-8) is left to the
+// scanner.
+#include "module/words/scan_bytes.h"
+
+#include <cstring>
+
+#include "module/charset/argument_interpreter.h"
+#include "module/charset/byte_classes.h"
+#include "module/charset/wide_classes.h"
+#include "module/frame/encoding_ops.h"
+#include "module/frame/workers.h"
+#include "module/words/word_range.h"
+#include "module/words/word_scanner.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
+constexpr char kNameStartText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
+constexpr char kNameCharsText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_0123456789";
+constexpr char kExtraPunctText[] = "`+$=|<>^~";
+
+// Membership of a byte in a constant text, as a 256-entry table.
+struct ByteTable {
+    std::uint8_t has[256];
+};
+constexpr ByteTable tableOf(const char* text) {
+    ByteTable t{};
+    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p)] = 1;
+    return t;
+}
+constexpr ByteTable kDefaultDelimiters = tableOf(kDefaultDelimiterText);
+constexpr ByteTable kNameStart = tableOf(kNameStartText);
+constexpr ByteTable kNameChars = tableOf(kNameCharsText);
+constexpr ByteTable kExtraPunct = tableOf(kExtraPunctText);
+constexpr ByteTable kNoDelimiters{};
+
+constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
+                                          kModF, kModN, kModH};
+
+// Length of the well-formed UTF-8 sequence at p (at most n bytes), or 0.
+int utf8Length(const std::uint8_t* p, std::int64_t n) {
+    const std::uint8_t b = p[0];
+    if (b < 0x80) return 1;
+    int length = 0;
+    std::uint8_t low = 0x80, high = 0xBF;
+    if (b >= 0xC2 && b <= 0xDF) {
+        length = 2;
+    } else if (b >= 0xE0 && b <= 0xEF) {
+        length = 3;
+        if (b == 0xE0) low = 0xA0;
+        if (b == 0xED) high = 0x9F;   // no surrogates
+    } else if (b >= 0xF0 && b <= 0xF4) {
+        length = 4;
+        if (b == 0xF0) low = 0x90;
+        if (b == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (n < length || p[1] < low || p[1] > high) return 0;
+    for (int i = 2; i < length; ++i) {
+        if (p[i] < 0x80 || p[i] > 0xBF) return 0;
+    }
+    return length;
+}
+
+bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) {
+    for (std::int64_t off = 0; off < n;) {
+        // Eight ASCII bytes at a time: most text is mostly ASCII.
+        std::uint64_t eight = 0;
+        if (off + 8 <= n && (std::memcpy(&eight, p + off, 8), (eight & 0x8080808080808080ull) == 0)) {
+            off += 8;
+            continue;
+        }
+        if (p[off] < 0x80) {
+            ++off;
+            continue;
+        }
+        const int length = utf8Length(p + off, n - off);
+        if (length == 0) return false;
+        off += length;
+    }
+    return true;
+}
+
+std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n) {
+    std::int64_t count = 0;
+    for (std::int64_t i = 0; i < n; ++i) count += (p[i] & 0xC0) != 0x80;
+    return count;
+}
+
+bool anyHighByte(const std::uint8_t* p, std::int64_t n) {
+    for (std::int64_t i = 0; i < n; ++i) {
+        if (p[i] >= 0x80) return true;
+    }
+    return false;
+}
+
+// Everything one call needs; lives on the call's stack.
+struct ByteScan {
+    EncodingHandle* h;
+    bool utf8;
+    ParsedArguments parsed;
+    ModifierSet mods;
+    const std::uint8_t* list;     // delimiter list bytes, or null
+    std::int64_t listBytes;
+    bool listHasWide;             // a list character of more than one byte
+    bool wideAsksHandle;          // case or class questions for wide characters
+    const std::uint8_t* decision; // after K, for characters of one byte: `built` or a constant table
+    std::uint8_t built[256];
+    // Handle-side state for characters of more than one byte.
+    WideClassLists classLists;
+    TextCursor defaultList;
+    CharBufferCursor held;
+    bool handleReady;
+    std::uint32_t memoKey[16];
+    std::uint8_t memoValue[16];
+};
+
+// The scanner's delimiter decision for a one-byte character from the byte
+// tables: list, caseless list, U and L, default list, classes, fixed lists,
+// with the classes that look at the held character seeing it after folding.
+bool byteDecision(const ByteScan& s, const std::uint8_t* listHas, unsigned c) {
+    const ModifierSet& m = s.mods;
+    const std::uint8_t* classes = host().classTable;
+    const bool hasList = s.list != nullptr;
+    if (hasList && listHas[c]) return true;
+    const bool caselessList = hasList && m.has(kModI);
+    const bool upper = (caselessList || m.has(kModU)) && (classes[c] & kClassUpper) != 0;
+    const bool lower = !upper && (caselessList || m.has(kModL)) && (classes[c] & kClassLower) != 0;
+    unsigned held = c;
+    if (caselessList && (upper || lower)) {
+        held = upper ? host().lowcaseMap[c] : host().upcaseMap[c];
+        if (listHas[held]) return true;
+    }
+    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
+    if (m.has(kModDefaultDelimiters) && kDefaultDelimiters.has[c]) return true;
+    for (ModifierFlag letter : kClassLetters) {
+        if (!m.has(letter)) continue;
+        bool holds = false;
+        switch (letter) {
+            case kModP: holds = (classes[held] & byteClassMask(letter)) != 0 || kExtraPunct.has[held]; break;
+            case kModF: holds = kNameStart.has[held] != 0; break;
+            case kModN: holds = kNameChars.has[held] != 0; break;
+            case kModH: holds = held == '\t'; break;
+            default: holds = (classes[c] & byteClassMask(letter)) != 0; break;
+        }
+        if (holds) return true;
+    }
+    return false;
+}
+
+// Whether a case or class question decides anything (I only with a list).
+bool anyCaseOrClass(const ModifierSet& m, bool hasList) {
+    for (ModifierFlag letter : kClassLetters) {
+        if (m.has(letter)) return true;
+    }
+    return m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
+}
+
+void buildByteDecisions(ByteScan& s) {
+    const ModifierSet& m = s.mods;
+    const int singles = s.utf8 ? 0x80 : 0x100;
+    const bool hasList = s.list != nullptr;
+    if (!anyCaseOrClass(m, hasList) && !hasList && !m.has(kModK)) {
+        // The commonest call of all needs no table of its own.
+        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has : kNoDelimiters.has;
+        return;
+    }
+    std::uint8_t listHas[256] = {};
+    for (std::int64_t i = 0; i < s.listBytes; ++i) listHas[s.list[i]] = 1;
+    if (!anyCaseOrClass(m, hasList)) {
+        for (int c = 0; c < 256; ++c) {
+            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has[c] : 0);
+        }
+    } else {
+        for (int c = 0; c < singles; ++c) s.built[c] = byteDecision(s, listHas, static_cast<unsigned>(c));
+    }
+    if (m.has(kModK)) {
+        for (int c = 0; c < singles; ++c) s.built[c] ^= 1;
+    }
+    s.decision = s.built;
+}
+
+bool listHoldsSequence(const ByteScan& s, const std::uint8_t* p, int length) {
+    if (!s.listHasWide) return false;
+    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
+        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
+    }
+    return false;
+}
+
+// The scanner's tests a to f for a character of more than one byte, asked
+// of the handle as the scanner asks them.
+bool wideDecisionFromHandle(ByteScan& s, const std::uint8_t* p, int length) {
+    EncodingHandle* h = s.h;
+    if (!s.handleReady) {
+        setupWideClassLists(h, s.mods, &s.classLists);
+        if (s.mods.has(kModDefaultDelimiters)) {
+            setupCursor(h, &s.defaultList, kDefaultDelimiterText, sizeof kDefaultDelimiterText - 1);
+        }
+        setupCharCursor(h, &s.held);
+        s.handleReady = true;
+    }
+    TextCursor at;
+    setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
+    enc::currentChar(h, &at, &s.held.cursor);
+    TextCursor* list = &s.parsed.delimiters;
+    const bool hasList = s.parsed.delimitersSet != 0;
+    if (hasList && enc::findChar(h, list, &s.held.cursor) >= 0) return true;
+    const ModifierSet& m = s.mods;
+    const bool caselessList = hasList && m.has(kModI);
+    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, &s.held.cursor, kIsUpper);
+    const bool lower = !upper && (caselessList || m.has(kModL)) && enc::caseTest(h, &s.held.cursor, kIsLower);
+    if (caselessList && (upper || lower)) {
+        if (upper) {
+            enc::toLowerChar(h, &s.held.cursor);
+        } else {
+            enc::toUpperChar(h, &s.held.cursor);
+        }
+        if (enc::findChar(h, list, &s.held.cursor) >= 0) return true;
+    }
+    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
+    if (m.has(kModDefaultDelimiters) && enc::findChar(h, &s.defaultList, &s.held.cursor) >= 0) return true;
+    for (ModifierFlag letter : kClassLetters) {
+        if (m.has(letter) && wideClassHolds(h, letter, &s.classLists, &at, &s.held.cursor)) return true;
+    }
+    return false;
+}
+
+
+// A call without modifiers, read as the interpreter reads it: the word
+// number (truncated; negative counts from the right; unusable as word 1),
+// the delimiter list as given, or the default delimiters when the call has
+// too few arguments for a list. Nothing else is set up: without modifiers
+// no character ever needs the handle.
+void readPlainCall(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, ByteScan* s) {
+    std::memset(&s->mods, 0, sizeof s->mods);
+    s->parsed.count = 1;
+    s->parsed.delimitersSet = 0;
+    if (const double* number = frame->number(static_cast<int>(roles.count))) {
+        const double x = *number;
+        if (!topBitsAllOnes(x) && x <= 2147483647.0) {
+            constexpr double kFloor = -4611686018427387904.0;   // as the interpreter holds it
+            s->parsed.count = static_cast<std::int64_t>(x < kFloor ? kFloor : x);
+            if (s->parsed.count < 0) {
+                s->mods.set(kModB);
+                s->parsed.count = -s->parsed.count;
+            }
+        }
+    }
+    if (roles.delimiters != 0) {
+        const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
+        s->parsed.delimiters.text = list->data;
+        s->parsed.delimiters.length = list->length;
+        s->parsed.delimitersSet = 1;
+    } else if (frame->argCount < (mode == kExtractWord ? 3 : 5)) {
+        s->mods.set(kModDefaultDelimiters);
+    }
+}
+
+// The decision for a character of more than one byte, K applied. Without
+// case or class questions only the list can hold it (the fixed lists are
+// ASCII); otherwise the handle answers, remembered per code point.
+bool wideDecision(ByteScan& s, const std::uint8_t* p, int length) {
+    bool delimiter = false;
+    if (!s.wideAsksHandle) {
+        delimiter = listHoldsSequence(s, p, length);
+    } else {
+        std::uint32_t key = 0;
+        for (int i = 0; i < length; ++i) key = key << 8 | p[i];
+        const std::uint32_t slot = (key ^ key >> 7) & 15;
+        if (s.memoKey[slot] == key) {
+            delimiter = s.memoValue[slot] != 0;
+        } else {
+            delimiter = wideDecisionFromHandle(s, p, length);
+            s.memoKey[slot] = key;
+            s.memoValue[slot] = delimiter;
+        }
+    }
+    return s.mods.has(kModK) ? !delimiter : delimiter;
+}
+
+enum class WordEnd { None, EndedByDelimiter, EmptyAtEdge, EmptyBetweenDelimiters };
+
+// Where the scan stopped, with the byte offsets the result needs.
+struct Outcome {
+    bool early;
+    WordEnd wordEnd;
+    std::int64_t endIndex, endOffset, endBytes;            // the delimiter d of wordEnd
+    std::int64_t wordStart, wordStartOffset, wordStartBytes;
+    std::int64_t wordCount;
+    std::int64_t sourceChars;   // known once the scan met the end, or backward
+};
+
+// One character of the text: its byte offset and length, and where the walk
+// goes next. Returns false when the text is malformed there.
+struct Walker {
+    const std::uint8_t* data;
+    std::int64_t bytes;
+    bool utf8;
+
+    int lengthAt(std::int64_t off) const {
+        if (!utf8 || data[off] < 0x80) return 1;
+        return utf8Length(data + off, bytes - off);
+    }
+    std::int64_t previousStart(std::int64_t off) const {
+        --off;
+        if (utf8) {
+            while (off > 0 && (data[off] & 0xC0) == 0x80) --off;
+        }
+        return off;
+    }
+};
+
+// The scanner's plain step over every character, modes 3 and 4. Returns
+// false when a malformed UTF-8 sequence is met (the scanner takes over).
+bool runScan(ByteScan& s, const Walker& w, std::int64_t bound, Outcome* out) {
+    const bool emptyWords = s.mods.has(kModM);
+    const bool quotes = s.mods.has(kModQ);
+    const bool backward = s.mods.has(kModB);
+    const std::int64_t count = s.parsed.count;
+    *out = Outcome{};
+    out->wordStart = -1;
+    out->sourceChars = -1;
+
+    std::int64_t pos = 0;
+    std::int64_t off = 0;
+    std::int64_t sourceChars = -1;
+    if (backward) {
+        sourceChars = s.utf8 ? leadBytes(w.data, bound) : bound;
+        out->sourceChars = sourceChars;
+        if (sourceChars == 0 && !emptyWords) {
+            out->early = true;
+            return true;
+        }
+        pos = sourceChars != 0 ? sourceChars - 1 : 0;
+        off = sourceChars != 0 ? w.previousStart(bound) : 0;
+    } else if (bound == 0 && !emptyWords) {
+        out->early = true;
+        return true;
+    }
+
+    const std::int64_t step = backward ? -1 : 1;
+    const std::int64_t edge = backward ? sourceChars + 1 : -2;
+    std::int64_t lastWordChar = edge;
+    std::int64_t lastDelimiter = edge;
+    std::int64_t wordCount = 0;
+    char quoteState = ' ';
+    const auto distance = [](std::int64_t a, std::int64_t b) { return a > b ? a - b : b - a; };
+
+    for (;;) {
+        const int length = w.lengthAt(off);
+        if (length == 0) return false;
+        const std::uint8_t c = w.data[off];
+        bool delimiter = length == 1 ? s.decision[c] != 0 : wideDecision(s, w.data + off, length);
+        if (quotes && length == 1) {
+            if (c == '"' || c == '\'') {
+                const char inside = c == '"' ? 'D' : 'S';
+                if (quoteState == ' ') {
+                    quoteState = inside;
+                } else if (quoteState == inside) {
+                    quoteState = ' ';
+                }
+                delimiter = false;
+            } else if (quoteState != ' ') {
+                delimiter = false;
+            }
+        } else if (quotes && quoteState != ' ') {
+            delimiter = false;
+        }
+
+        if (!delimiter) {
+            if (wordCount == 0 || distance(pos, lastWordChar) > 1) {
+                ++wordCount;
+                if (wordCount == count) {
+                    out->wordStart = pos;
+                    out->wordStartOffset = off;
+                    out->wordStartBytes = length;
+                }
+            }
+            lastWordChar = pos;
+        } else {
+            const bool atEdge = backward ? pos == sourceChars - 1 : pos == 0;
+            WordEnd end = WordEnd::None;
+            if (emptyWords && atEdge) {
+                ++wordCount;
+                if (wordCount == count) end = WordEnd::EmptyAtEdge;
+            }
+            if (end == WordEnd::None && wordCount == count) end = WordEnd::EndedByDelimiter;
+            if (end == WordEnd::None && emptyWords && distance(pos, lastDelimiter) == 1) {
+                ++wordCount;
+                if (wordCount == count) end = WordEnd::EmptyBetweenDelimiters;
+            }
+            if (end != WordEnd::None) {
+                out->wordEnd = end;
+                out->endIndex = pos;
+                out->endOffset = off;
+                out->endBytes = length;
+                out->wordCount = wordCount;
+                return true;
+            }
+            lastDelimiter = pos;
+        }
+
+        pos += step;
+        if (backward) {
+            if (pos < 0) break;
+            off = w.previousStart(off);
+        } else {
+            off += length;
+            if (off >= bound) break;
+        }
+    }
+    if (!backward) sourceChars = bound == 0 ? 0 : pos;
+    out->sourceChars = sourceChars;
+    out->wordCount = wordCount;
+    return true;
+}
+
+struct ByteRange {
+    bool found;
+    std::int64_t first, end;         // characters
+    std::int64_t firstByte, endByte;
+};
+
+// The scanner's word-range table, in characters and in bytes. Offsets at
+// the scanned text's end are `bound`, the end of the (trimmed) bytes.
+ByteRange rangeOf(const ByteScan& s, const Outcome& o, std::int64_t bound) {
+    const bool forward = !s.mods.has(kModB);
+    if (o.early) return {false, 0, 0, 0, 0};
+    const std::int64_t d = o.endIndex;
+    const std::int64_t dAfter = o.endOffset + o.endBytes;
+    switch (o.wordEnd) {
+        case WordEnd::EndedByDelimiter:
+            return forward ? ByteRange{true, o.wordStart, d, o.wordStartOffset, o.endOffset}
+                           : ByteRange{true, d + 1, o.wordStart + 1, dAfter, o.wordStartOffset + o.wordStartBytes};
+        case WordEnd::EmptyAtEdge:
+            return forward ? ByteRange{true, 0, 0, 0, 0}
+                           : ByteRange{true, o.sourceChars, o.sourceChars, bound, bound};
+        case WordEnd::EmptyBetweenDelimiters:
+            return forward ? ByteRange{true, d, d, o.endOffset, o.endOffset}
+                           : ByteRange{true, d + 1, d + 1, dAfter, dAfter};
+        case WordEnd::None:
+            break;
+    }
+    if (o.wordStart >= 0) {
+        return forward ? ByteRange{true, o.wordStart, o.sourceChars, o.wordStartOffset, bound}
+                       : ByteRange{true, 0, o.wordStart + 1, 0, o.wordStartOffset + o.wordStartBytes};
+    }
+    if (s.mods.has(kModM) && s.parsed.count == o.wordCount + 1) {
+        return forward ? ByteRange{true, o.sourceChars, o.sourceChars, bound, bound} : ByteRange{true, 0, 0, 0, 0};
+    }
+    return {false, 0, 0, 0, 0};
+}
+
+
+// The delimiter decision (K applied) of the character at `off`, and its
+// length; -1 for a malformed UTF-8 sequence.
+int classify(ByteScan& s, const Walker& w, std::int64_t off, int* length) {
+    const std::uint8_t c = w.data[off];
+    if (!w.utf8 || c < 0x80) {
+        *length = 1;
+        return s.decision[c];
+    }
+    *length = utf8Length(w.data + off, w.bytes - off);
+    if (*length == 0) return -1;
+    return wideDecision(s, w.data + off, *length) ? 1 : 0;
+}
+
+// Without M and Q the plain step comes down to runs: a word starts after a
+// delimiter (or at the edge) and the n-th word ends at the next delimiter
+// or at the end of the scanned text. Byte offsets only; false on malformed
+// UTF-8.
+bool runsForward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r) {
+    const std::int64_t count = s.parsed.count;
+    *r = ByteRange{};
+    std::int64_t words = 0;
+    std::int64_t off = 0;
+    int length = 1;
+    for (;;) {
+        for (;;) {
+            if (off >= bound) return true;
+            const int d = classify(s, w, off, &length);
+            if (d < 0) return false;
+            if (d == 0) break;
+            off += length;
+        }
+        ++words;
+        const std::int64_t start = off;
+        for (;;) {
+            off += length;
+            if (off >= bound) {
+                if (words == count) *r = ByteRange{true, 0, 0, start, bound};
+                return true;
+            }
+            const int d = classify(s, w, off, &length);
+            if (d < 0) return false;
+            if (d != 0) break;
+        }
+        if (words == count) {
+            *r = ByteRange{true, 0, 0, start, off};
+            return true;
+        }
+        off += length;
+    }
+}
+
+// The same from the right-hand end; the text is known to be well formed.
+bool runsBackward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r) {
+    const std::int64_t count = s.parsed.count;
+    *r = ByteRange{};
+    std::int64_t words = 0;
+    std::int64_t off = bound;   // just past the character to examine next
+    std::int64_t previous = 0;
+    int length = 1;
+    for (;;) {
+        for (;;) {
+            if (off <= 0) return true;
+            previous = w.previousStart(off);
+            const int d = classify(s, w, previous, &length);
+            if (d < 0) return false;
+            if (d == 0) break;
+            off = previous;
+        }
+        ++words;
+        const std::int64_t end = off;
+        for (;;) {
+            off = previous;
+            if (off <= 0) {
+                if (words == count) *r = ByteRange{true, 0, 0, 0, end};
+                return true;
+            }
+            previous = w.previousStart(off);
+            const int d = classify(s, w, previous, &length);
+            if (d < 0) return false;
+            if (d != 0) break;
+        }
+        if (words == count) {
+            *r = ByteRange{true, 0, 0, off, end};
+            return true;
+        }
+        off = previous;
+    }
+}
+
+}  // namespace
+
+bool scanWordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t mode,
+                      StringValue* textResult, std::int32_t* status) {
+    if (h == nullptr) return false;
+    const bool utf8 = h->encodingId == kEncodingIdUtf8;
+    if (!utf8 && h->encodingKind != kSingleByteEncoding) return false;
+    const StringValue* sourceValue = frame->string(1);
+    if (sourceValue == nullptr || sourceValue->length < 1 || sourceValue->data == nullptr) return false;
+
+    ByteScan s;
+    s.h = h;
+    s.utf8 = utf8;
+    s.handleReady = false;
+    std::memset(s.memoKey, 0, sizeof s.memoKey);
+    if (roles.modifiers == 0) {
+        readPlainCall(frame, roles, mode, &s);
+    } else {
+        // The source is walked here; the interpreter reads everything else.
+        ArgumentRoles others = roles;
+        others.source = 0;
+        interpretArguments(frame, h, others, &s.parsed, &s.mods, 0, mode);
+    }
+    s.list = s.parsed.delimitersSet ? reinterpret_cast<const std::uint8_t*>(s.parsed.delimiters.text) : nullptr;
+    s.listBytes = s.list != nullptr ? s.parsed.delimiters.length : 0;
+    if (s.listBytes < 0) return false;
+    s.listHasWide = utf8 && anyHighByte(s.list, s.listBytes);
+    if (s.listHasWide && !wellFormedUtf8(s.list, s.listBytes)) return false;
+    s.wideAsksHandle = anyCaseOrClass(s.mods, s.list != nullptr);
+    buildByteDecisions(s);
+
+    const auto* data = reinterpret_cast<const std::uint8_t*>(sourceValue->data);
+    const std::int64_t bytes = sourceValue->length;
+    std::int64_t bound = bytes;
+    if (s.mods.has(kModT)) {
+        while (bound > 0 && data[bound - 1] == ' ') --bound;
+    }
+    const Walker walker{data, bytes, utf8};
+    if (s.mods.has(kModB) && utf8 && !wellFormedUtf8(data, bound)) return false;
+
+    ByteRange range;
+    if (s.mods.has(kModM) || s.mods.has(kModQ)) {
+        Outcome outcome;
+        if (!runScan(s, walker, bound, &outcome)) return false;
+        range = rangeOf(s, outcome, bound);
+    } else {
+        if (bound == 0) {
+            range = ByteRange{};   // T left nothing to scan
+        } else if (!(s.mods.has(kModB) ? runsBackward(s, walker, bound, &range)
+                                        : runsForward(s, walker, bound, &range))) {
+            return false;
+        }
+        if (range.found && mode == kLocateWord) {
+            range.first = utf8 ? leadBytes(data, range.firstByte) : range.firstByte;
+            range.end = range.first + (utf8 ? leadBytes(data + range.firstByte, range.endByte - range.firstByte)
+                                             : range.endByte - range.firstByte);
+        }
+    }
+
+    if (mode == kLocateWord) {
+        double* position = const_cast<double*>(frame->number(3));
+        double* length = const_cast<double*>(frame->number(4));
+        if (position != nullptr) *position = range.found ? static_cast<double>(range.first + 1) : 0.0;
+        if (length != nullptr) *length = range.found ? static_cast<double>(range.end - range.first) : 0.0;
+        *status = kStatusOk;
+        return true;
+    }
+    if (!range.found) {
+        *status = storeWordText(textResult, h, " ", s.mods.has(kModM) ? 0 : 1, s.mods);
+    } else {
+        *status = storeWordText(textResult, h, sourceValue->data + range.firstByte, range.endByte - range.firstByte,
+                                s.mods);
+    }
+    return true;
+}
+
+}  // namespace txscan
