@@ -4,6 +4,8 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 600
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev librandom123-dev libpcg-cpp-dev binutils
@@ -13,8 +15,11 @@ JOBS       ?= $(shell nproc)
 WIN_BUILD    ?= build/win64
 WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 googletest \
                 librandom123-dev libpcg-cpp-dev
+# The fuzz leg: clang with libFuzzer and its sanitizer runtimes.
+FUZZ_PACKAGES := $(PACKAGES) libclang-rt-14-dev
 
-.PHONY: all deps deps-windows configure build demo test test-asan test-clang test-windows bench clean
+.PHONY: all deps deps-windows deps-fuzz configure build demo test test-asan test-clang test-windows bench fuzz fuzz-ci \
+        fuzz-build clean
 
 all: build
 
@@ -37,6 +42,9 @@ deps:
 # The Windows leg's packages.
 deps-windows:
 	$(call install_missing,$(WIN_PACKAGES))
+
+deps-fuzz:
+	$(call install_missing,$(FUZZ_PACKAGES))
 
 $(BUILD)/build.ninja: | deps
 	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -78,5 +86,20 @@ bench: deps
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
 
+# The libFuzzer targets of fuzz/ (clang, ASan and UBSan). `make fuzz` runs
+# each for FUZZ_SECONDS; `make fuzz-ci` runs each for the fixed number of
+# inputs in fuzz/ci-runs.txt. Either fails on the first finding, which is
+# left in $(FUZZ_BUILD)/fuzz-findings/.
+fuzz-build: deps-fuzz
+	cmake -S . -B $(FUZZ_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTXSCAN_FUZZ=ON \
+	  -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_targets
+
+fuzz: fuzz-build
+	./scripts/run-fuzz.sh $(FUZZ_BUILD) seconds $(FUZZ_SECONDS)
+
+fuzz-ci: fuzz-build
+	./scripts/run-fuzz.sh $(FUZZ_BUILD) runs
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD) build-clang
