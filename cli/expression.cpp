@@ -22,7 +22,7 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
-        // Long texts (deep nesting, say) are shown by their start, so the error stays one line.
+        // Long texts (deep nesting, say) are shown by their start only.
         constexpr std::size_t kShown = 80;
         const std::string shown =
             text_.size() <= kShown ? std::string(text_) : std::string(text_.substr(0, kShown - 3)) + "...";
