@@ -5,6 +5,8 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-bench
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 600
 GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev \
@@ -19,8 +21,11 @@ BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas ti
 WIN_BUILD    ?= build/win64
 WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 googletest \
                 librandom123-dev libpcg-cpp-dev
+# The fuzz leg: clang with libFuzzer and its sanitizer runtimes.
+FUZZ_PACKAGES := $(PACKAGES) libclang-rt-14-dev
 
-.PHONY: all deps deps-windows configure build demo test test-asan test-tsan test-clang test-windows bench clean
+.PHONY: all deps deps-windows deps-fuzz configure build demo test test-asan test-tsan test-clang test-windows bench \
+        fuzz fuzz-ci fuzz-build clean
 
 all: build
 
@@ -43,6 +48,9 @@ deps:
 # The Windows leg's packages.
 deps-windows:
 	$(call install_missing,$(WIN_PACKAGES))
+
+deps-fuzz:
+	$(call install_missing,$(FUZZ_PACKAGES))
 
 $(BUILD)/build.ninja: | deps
 	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -102,5 +110,20 @@ bench: deps
 	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
 	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 
+# The libFuzzer targets of fuzz/ (clang, ASan and UBSan). `make fuzz` runs
+# each for FUZZ_SECONDS; `make fuzz-ci` runs each for the fixed number of
+# inputs in fuzz/ci-runs.txt. Either fails on the first finding, which is
+# left in $(FUZZ_BUILD)/fuzz-findings/.
+fuzz-build: deps-fuzz
+	cmake -S . -B $(FUZZ_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTXSCAN_FUZZ=ON \
+	  -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_targets
+
+fuzz: fuzz-build
+	./scripts/run-fuzz.sh $(FUZZ_BUILD) seconds $(FUZZ_SECONDS)
+
+fuzz-ci: fuzz-build
+	./scripts/run-fuzz.sh $(FUZZ_BUILD) runs
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) build-clang
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD) build-clang

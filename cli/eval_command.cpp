@@ -10,6 +10,7 @@
 
 #include "cli/commands.h"
 #include "cli/expression.h"
+#include "cli/number_option.h"
 #include "host/host.h"
 #include "cli/terminal_text.h"
 
@@ -19,6 +20,9 @@ namespace {
 
 using txhost::Argument;
 using txhost::CallResult;
+
+// The result variable is a buffer of this many bytes, allocated up front.
+constexpr std::int64_t kMaxResultLength = std::int64_t{1} << 24;
 
 struct EvalSettings {
     std::string encoding = "UTF-8";
@@ -172,10 +176,6 @@ int runEval(const EvalSettings& settings) {
         options.options[o.substr(0, eq)] = o.substr(eq + 1);
         options.optionText += (options.optionText.empty() ? "" : " ") + o;
     }
-    if (settings.length < 0) {
-        std::cerr << "txscan: --length must not be negative\n";
-        return kUsageError;
-    }
     std::vector<Call> calls;
     try {
         for (const auto& text : settings.calls) calls.push_back(parseCall(text));
@@ -211,8 +211,13 @@ void addEvalCommand(CLI::App& app) {
     auto* command = app.add_subcommand("eval", "Evaluate calls such as KFIND(\"abcabc\", \"bc\", -4)");
     command->add_option("--encoding", settings->encoding, "Session encoding (UTF-8, ISO-8859-1, windows-1252, "
                                                           "ISO-8859-15, Shift_JIS)");
-    command->add_option("--option", settings->options, "System option NAME=VALUE (repeatable)");
-    command->add_option("--length", settings->length, "Length of the variable that receives a KSCANX result");
+    // One value per --option, so that the calls after it stay calls.
+    command->add_option("--option", settings->options, "System option NAME=VALUE (repeatable)")
+        ->allow_extra_args(false);
+    addNumberOption<std::int64_t>(command, "--length", settings->length,
+                                  "Length of the variable that receives a KSCANX result (at most " +
+                                      std::to_string(kMaxResultLength) + " bytes)",
+                                  0, kMaxResultLength);
     command->add_option("--module", settings->modulePath, "Path of the module file");
     command->add_option("calls", settings->calls, "Calls to evaluate")->required();
     command->callback([settings] {

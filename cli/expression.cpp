@@ -22,7 +22,11 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
-        throw SyntaxError(what + " at column " + std::to_string(pos_ + 1) + " of: " + std::string(text_));
+        // Long texts (deep nesting, say) are shown by their start only.
+        constexpr std::size_t kShown = 80;
+        const std::string shown =
+            text_.size() <= kShown ? std::string(text_) : std::string(text_.substr(0, kShown - 3)) + "...";
+        throw SyntaxError(what + " at column " + std::to_string(pos_ + 1) + " of: " + shown);
     }
     void skipBlanks() {
         while (pos_ < text_.size() && std::isspace(static_cast<unsigned char>(text_[pos_]))) ++pos_;
@@ -46,6 +50,7 @@ private:
     Call readCall() {
         skipBlanks();
         const std::size_t begin = pos_;
+        if (++depth_ > kMaxNesting) fail("calls nest deeper than " + std::to_string(kMaxNesting) + " levels");
         if (!atNameStart()) fail("expected a function name");
         Call call;
         call.function = upper(readName());
@@ -77,6 +82,7 @@ private:
             }
         }
         call.source = std::string(text_.substr(begin, pos_ - begin));
+        --depth_;
         return call;
     }
 
@@ -145,6 +151,7 @@ private:
 
     std::string_view text_;
     std::size_t pos_ = 0;
+    int depth_ = 0;
 };
 
 }  // namespace

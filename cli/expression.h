@@ -33,6 +33,10 @@ struct SyntaxError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Calls nest at most this deep (the reader and the evaluator recurse once
+// per level); deeper text is a SyntaxError.
+inline constexpr int kMaxNesting = 100;
+
 // Parses one whole call; throws SyntaxError with the position of the fault.
 Call parseCall(std::string_view text);
 

@@ -7,6 +7,8 @@
 int main(int argc, char** argv) {
     CLI::App app{"txscan: character-based string functions of the txscanmd module"};
     app.require_subcommand(1);
+    // A refusal is one line; --help says the rest.
+    app.failure_message([](const CLI::App*, const CLI::Error& e) { return "txscan: " + std::string(e.what()) + "\n"; });
     txcli::addInfoCommand(app);
     txcli::addEvalCommand(app);
     txcli::addApplyCommand(app);

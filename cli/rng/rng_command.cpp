@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/number_option.h"
 #include "host/host.h"
 #include "host/rng_services.h"
 #include "module/frame/exports.h"
@@ -165,16 +166,18 @@ void addRngCommand(CLI::App& app) {
     auto settings = std::make_shared<RngSettings>();
     auto* command = app.add_subcommand("rng", "Draw numbers from a random-number stream of the module's library");
     command->add_option("--method", settings->method, "Method name or alias (explicit naming)");
-    command->add_option("--seed", settings->seed, "Seed (a number; fractional or large seeds are folded into range)");
-    command->add_option("--stream", settings->stream, "Stream number");
-    command->add_option("--key", settings->key, "Key, or the sub-stream of a method without keys");
-    command->add_option("--count", settings->count, "How many numbers to draw")->check(CLI::NonNegativeNumber);
+    addNumberOption<double>(command, "--seed", settings->seed,
+                            "Seed (a number; fractional or large seeds are folded into range)");
+    addNumberOption<double>(command, "--stream", settings->stream, "Stream number");
+    addNumberOption<std::uint64_t>(command, "--key", settings->key,
+                                   "Key, or the sub-stream of a method without keys");
+    addNumberOption<long long>(command, "--count", settings->count, "How many numbers to draw", 0LL);
     command->add_option("--form", settings->form, "raw32, raw64, uniform (the stream's), or a conversion slot name")
         ->check(CLI::IsMember(kForms));
-    command->add_option("--dump", settings->dump, "Dump the state after seeding, at most N items")
-        ->check(CLI::NonNegativeNumber);
+    addNumberOption<int>(command, "--dump", settings->dump, "Dump the state after seeding, at most N items", 0);
     command->add_option("--option-text", settings->optionText, "The host's option text, e.g. RNGSEED=42");
-    command->add_option("--set", settings->settings, "Setting NAME=VALUE, stored as text (repeatable)");
+    command->add_option("--set", settings->settings, "Setting NAME=VALUE, stored as text (repeatable)")
+        ->allow_extra_args(false);
     command->add_option("--messages", settings->messages,
                         "Lowest severity shown: all, info, note, warn, error, none (OSENV.QIX_RNG_MESSAGES)");
     command->add_flag("--debug", settings->debug, "Trace every settings operation (OSENV.QIX_TKNR_DEBUG)");

@@ -57,8 +57,9 @@ std::int32_t seed64(void* state, std::uint64_t seed) {
 template <typename Word, SeedCore<Word> Core, std::uint64_t MaxSeed>
 std::int32_t seedFromDouble(void* state, double seed) {
     if (isMissing(seed)) seed = 0;
-    double value = seed <= 0 ? static_cast<double>(automaticSeed<Word>()) : convertSeed(seed, MaxSeed);
-    Core(state, static_cast<Word>(value));
+    // The automatic seed stays an integer: one near 2^64 (from the seed
+    // setting) rounds up to 2^64 as a double, which fits no Word.
+    Core(state, seed <= 0 ? automaticSeed<Word>() : reduceToWord<Word>(convertSeed(seed, MaxSeed)));
     return 1;
 }
 

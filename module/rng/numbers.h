@@ -26,4 +26,12 @@ Word reduceToWord(double value) {
     return static_cast<Word>(Word{0} - static_cast<Word>(-t));
 }
 
+// value is a whole number in 0 .. limit. Compared as integers: a limit near
+// 2^64 (or 2^63) has no double of its own, and the double it rounds to lies
+// above it.
+inline bool wholeNumberWithin(double value, std::uint64_t limit) {
+    if (!(value >= 0) || value >= 0x1p64 || value != std::floor(value)) return false;
+    return static_cast<std::uint64_t>(value) <= limit;
+}
+
 }  // namespace txscan::rng

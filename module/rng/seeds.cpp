@@ -84,7 +84,7 @@ double clockReading() {
 
 double convertSeed(double value, std::uint64_t limit) {
     if (isMissing(value) || value <= 0) return 0;
-    if (value < 0x1p64 && value == std::floor(value) && value <= static_cast<double>(limit)) return value;
+    if (wholeNumberWithin(value, limit)) return value;
     int exponent = 0;
     double mantissa = std::frexp(value, &exponent);
     double n = limit < (std::uint64_t{1} << 53) ? static_cast<double>(limit) : 0x1p53;

@@ -268,11 +268,10 @@ std::int32_t tknrlimit(const TKChar* name, std::int32_t length, std::int64_t def
                             length, name, "tknrlimit");
                 value = kDefaultLimit;
             }
-            --value;
-            if (value == 0)
-                issueDirect(contract::kSeverityNote, kMsgLimitReached, length, name);
-            else if (value < -1)
-                value = -1;
+            // Spent and negative count-downs rest at -1; stepping down from any
+            // of them first would overflow at the bottom of the range.
+            value = value > 0 ? value - 1 : -1;
+            if (value == 0) issueDirect(contract::kSeverityNote, kMsgLimitReached, length, name);
         }
         std::int32_t status = setInteger(name, length, value, trace);
         if (status != 0) issueDirect(contract::kSeverityError, status);

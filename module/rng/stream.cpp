@@ -71,7 +71,7 @@ void checkStream(RngStream* s) {
         return;
     }
     const double requested = s->requestedStream;
-    if (requested < 0 || requested > static_cast<double>(method->maxStream) || requested != std::floor(requested)) {
+    if (!wholeNumberWithin(requested, method->maxStream)) {
         setStatus(s, kStreamOutOfRange);
         issueRngMessage(contract::kSeverityError, kMsgRequestedStreamBad, requested,
                         static_cast<ull>(method->maxStream), s->methodName);
