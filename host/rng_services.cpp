@@ -66,7 +66,6 @@ struct RngHostState {
     LoggerObject logger;
     TranscoderObject transcoder;
     contract::ProcessorRecord processor = readProcessor();   // as CPUID reports it
-    contract::ProcessorRecord reported{};                      // what the last query handed out
     std::array<std::uint64_t, 16> task{};
     void** kernelWords = nullptr;
     bool hardwareRandom = true;
@@ -259,10 +258,13 @@ std::int32_t systemQuery(std::int32_t code, void* buffer, std::uint32_t flags) {
     if (code == contract::kQueryProcessor.code && flags == contract::kQueryProcessor.flags) {
         contract::SystemInfoRecord info{};
         if (services != nullptr) {
-            services->reported = services->processor;
+            // Per thread: tasks on several threads query at once, and each
+            // reads the record it was handed right after the query.
+            static thread_local contract::ProcessorRecord reported{};
+            reported = services->processor;
             bool allowed = services->hardwareRandom && services->session->options().hardwareRandom;
-            if (!allowed) services->reported.leaf1Ecx &= ~(1u << 30);
-            info.processor = &services->reported;
+            if (!allowed) reported.leaf1Ecx &= ~(1u << 30);
+            info.processor = &reported;
         }
         std::memcpy(buffer, &info, sizeof info);
         return 0;

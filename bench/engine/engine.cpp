@@ -114,22 +114,22 @@ double secondsOf(const std::function<void()>& pass, int repeats) {
 volatile double gSink = 0;
 
 // The entry routine on a frame prepared once; only argument 1 changes per row.
-double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Function& spec, const Rows& rows) {
+double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Function& call, const Rows& rows) {
     ArgumentFrame frame{};
     frame.callContext = session.defaultCallContext();
     frame.siteKind = 0x48;
-    frame.argCount = static_cast<std::int32_t>(1 + spec.constants.size());
+    frame.argCount = static_cast<std::int32_t>(1 + call.constants.size());
     StringValue strings[kMaxArguments]{};
     double numbers[kMaxArguments]{};
-    for (std::size_t i = 0; i < spec.constants.size(); ++i) {
+    for (std::size_t i = 0; i < call.constants.size(); ++i) {
         ArgumentSlot& slot = frame.args[i + 1];
-        if (const auto* text = std::get_if<std::string>(&spec.constants[i])) {
+        if (const auto* text = std::get_if<std::string>(&call.constants[i])) {
             const auto n = static_cast<std::int64_t>(text->size());
             strings[i + 1] = StringValue{n, n, const_cast<char*>(text->data()), nullptr, n};
             slot.typeFlags = kTypeCharacter;
             slot.value = &strings[i + 1];
         } else {
-            numbers[i + 1] = std::get<double>(spec.constants[i]);
+            numbers[i + 1] = std::get<double>(call.constants[i]);
             slot.typeFlags = kTypeNumeric;
             slot.value = &numbers[i + 1];
         }
@@ -153,10 +153,10 @@ double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Fun
     }, 3);
 }
 
-double callSite(txhost::Module& module, const txhost::FunctionInfo& f, const Function& spec, const Rows& rows) {
+double callSite(txhost::Module& module, const txhost::FunctionInfo& f, const Function& call, const Rows& rows) {
     txhost::CallSite site(module, f.index, 0x48);
     std::vector<Argument> args{std::string()};
-    args.insert(args.end(), spec.constants.begin(), spec.constants.end());
+    args.insert(args.end(), call.constants.begin(), call.constants.end());
     std::vector<double> out(rows.count());
     return secondsOf([&] {
         for (std::size_t r = 0; r < rows.count(); ++r) {
@@ -169,12 +169,12 @@ double callSite(txhost::Module& module, const txhost::FunctionInfo& f, const Fun
     }, 2);
 }
 
-double engineRun(txhost::Session& session, txhost::Module& module, const Function& spec, const Rows& rows, int threads) {
+double engineRun(txhost::Session& session, txhost::Module& module, const Function& call, const Rows& rows, int threads) {
     txengine::Engine engine(session, module, {threads, 16384});
-    txengine::Program program = engine.prepare({spec.name});
+    txengine::Program program = engine.prepare({call.name});
     std::vector<txengine::Input> inputs{
         txengine::Input::column(txengine::TextColumn{rows.offsets.data(), rows.bytes.data(), nullptr})};
-    for (const Argument& a : spec.constants) {
+    for (const Argument& a : call.constants) {
         if (const auto* text = std::get_if<std::string>(&a)) {
             inputs.push_back(txengine::Input::constant(*text));
         } else {
@@ -214,13 +214,13 @@ int main(int argc, char** argv) {
         }
         std::printf("# %s: %zu rows, %.1f bytes per row\n", set, rows.count(),
                     static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()));
-        for (const Function& spec : kFunctions) {
-            const txhost::FunctionInfo& f = module->functions()[static_cast<std::size_t>(module->functionIndex(spec.name))];
+        for (const Function& call : kFunctions) {
+            const txhost::FunctionInfo& f = module->functions()[static_cast<std::size_t>(module->functionIndex(call.name))];
             const double perRow = 1e9 / static_cast<double>(rows.count());
-            std::printf("RESULT %s %s direct %.2f\n", set, spec.label, direct(session, f, spec, rows) * perRow);
-            if (withCallSite) std::printf("RESULT %s %s callsite %.2f\n", set, spec.label, callSite(*module, f, spec, rows) * perRow);
-            std::printf("RESULT %s %s engine1 %.2f\n", set, spec.label, engineRun(session, *module, spec, rows, 1) * perRow);
-            std::printf("RESULT %s %s engine2 %.2f\n", set, spec.label, engineRun(session, *module, spec, rows, 2) * perRow);
+            std::printf("RESULT %s %s direct %.2f\n", set, call.label, direct(session, f, call, rows) * perRow);
+            if (withCallSite) std::printf("RESULT %s %s callsite %.2f\n", set, call.label, callSite(*module, f, call, rows) * perRow);
+            std::printf("RESULT %s %s engine1 %.2f\n", set, call.label, engineRun(session, *module, call, rows, 1) * perRow);
+            std::printf("RESULT %s %s engine2 %.2f\n", set, call.label, engineRun(session, *module, call, rows, 2) * perRow);
             std::fflush(stdout);
         }
     }
