@@ -8,7 +8,7 @@
 #include "host/host.h"
 #include "module/charset/byte_classes.h"
 #include "module/frame/encoding_ops.h"
-#include "tests/module/charset/frame_builder.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ TEST(ByteTables, AgreeWithTheHandleOnEveryOneByteCharacter) {
     for (const std::string& encoding : txhost::availableEncodings()) {
         if (encoding == "Shift_JIS") continue;   // its second bytes overlap ASCII: no byte path
         SCOPED_TRACE(encoding);
-        txhost::Session session(txtest::sessionOptions(encoding.c_str()));
+        txhost::Session session(txhost::SessionOptions{.encoding = encoding});
         EncodingHandle* h = session.encodingHandle();
         const HostVector* v = session.hostVector();
         const int singles = h->encodingKind == kSingleByteEncoding ? 256 : 0x80;

@@ -10,7 +10,7 @@
 
 #include "module/frame/workers.h"
 #include "module/words/scan_bytes.h"
-#include "tests/module/words/scanner_frame.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -62,14 +62,18 @@ struct Answer {
     bool operator==(const Answer&) const = default;
 };
 
-Answer run(wordtest::InProcess& p, const std::vector<Argument>& args, bool routine, std::int64_t maxLength,
+Answer run(txtest::InProcess& p, const std::vector<Argument>& args, bool routine, std::int64_t maxLength,
            bool bytePath) {
     txtest::FrameBuilder f(args);
     txscan::contract::EncodingHandle* h = p.session.encodingHandle();
     if (routine) {
         const std::int32_t status = bytePath ? txscan::scanCommon(&f.frame, nullptr, h, 0, nullptr)
                                              : txscan::scanCommonOnScanner(&f.frame, nullptr, h);
-        return {status, "", f.numbers[2], f.numbers[3]};
+        const auto output = [&](int k) {
+            const auto* value = static_cast<const double*>(f.frame.args[k - 1].value);
+            return value != nullptr ? *value : 0.0;
+        };
+        return {status, "", output(3), output(4)};
     }
     std::string buffer(256, '#');
     txscan::contract::StringValue result{maxLength, 99, buffer.data(), nullptr, 0};
@@ -91,7 +95,7 @@ TEST(ScanBytes, AgreesWithTheScannerOnGeneratedCalls) {
     const double numbers[] = {1, 2, 3, -1, -2, 4, -4, 7, 1e12, -1e12};
     Generator g;
     for (const Alphabets& set : sets) {
-        wordtest::InProcess p(set.encoding);
+        txtest::InProcess p(set.encoding);
         for (int i = 0; i < 2500; ++i) {
             const bool routine = g.below(2) == 0;
             std::vector<Argument> args;
