@@ -9,13 +9,7 @@ using namespace contract;
 
 namespace {
 
-// The fixed lists in the session encoding's byte form; every encoding the
-// host offers keeps these ASCII characters as single bytes.
-constexpr char kNameStartText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
-constexpr char kNameCharsText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_0123456789";
 constexpr char kTabText[] = "\t";
-constexpr char kExtraPunctText[] = "`+$=|<>^~";
-static_assert(sizeof kNameStartText - 1 == 53 && sizeof kNameCharsText - 1 == 63);
 
 template <std::size_t N>
 void setupFixed(EncodingHandle* h, TextCursor* cursor, const char (&text)[N]) {

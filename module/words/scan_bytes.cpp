@@ -26,9 +26,6 @@ using namespace contract;
 namespace {
 
 constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
-constexpr char kNameStartText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
-constexpr char kNameCharsText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_0123456789";
-constexpr char kExtraPunctText[] = "`+$=|<>^~";
 
 // Membership of a byte in a constant text, as a 256-entry table.
 struct ByteTable {
