@@ -13,6 +13,7 @@
 
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/byte_classes.h"
+#include "module/charset/utf8_text.h"
 #include "module/charset/wide_classes.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
@@ -44,64 +45,6 @@ constexpr ByteTable kNoDelimiters{};
 
 constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
                                           kModF, kModN, kModH};
-
-// Length of the well-formed UTF-8 sequence at p (at most n bytes), or 0.
-int utf8Length(const std::uint8_t* p, std::int64_t n) {
-    const std::uint8_t b = p[0];
-    if (b < 0x80) return 1;
-    int length = 0;
-    std::uint8_t low = 0x80, high = 0xBF;
-    if (b >= 0xC2 && b <= 0xDF) {
-        length = 2;
-    } else if (b >= 0xE0 && b <= 0xEF) {
-        length = 3;
-        if (b == 0xE0) low = 0xA0;
-        if (b == 0xED) high = 0x9F;   // no surrogates
-    } else if (b >= 0xF0 && b <= 0xF4) {
-        length = 4;
-        if (b == 0xF0) low = 0x90;
-        if (b == 0xF4) high = 0x8F;
-    } else {
-        return 0;
-    }
-    if (n < length || p[1] < low || p[1] > high) return 0;
-    for (int i = 2; i < length; ++i) {
-        if (p[i] < 0x80 || p[i] > 0xBF) return 0;
-    }
-    return length;
-}
-
-bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) {
-    for (std::int64_t off = 0; off < n;) {
-        // Eight ASCII bytes at a time: most text is mostly ASCII.
-        std::uint64_t eight = 0;
-        if (off + 8 <= n && (std::memcpy(&eight, p + off, 8), (eight & 0x8080808080808080ull) == 0)) {
-            off += 8;
-            continue;
-        }
-        if (p[off] < 0x80) {
-            ++off;
-            continue;
-        }
-        const int length = utf8Length(p + off, n - off);
-        if (length == 0) return false;
-        off += length;
-    }
-    return true;
-}
-
-std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n) {
-    std::int64_t count = 0;
-    for (std::int64_t i = 0; i < n; ++i) count += (p[i] & 0xC0) != 0x80;
-    return count;
-}
-
-bool anyHighByte(const std::uint8_t* p, std::int64_t n) {
-    for (std::int64_t i = 0; i < n; ++i) {
-        if (p[i] >= 0x80) return true;
-    }
-    return false;
-}
 
 // Everything one call needs; lives on the call's stack.
 struct ByteScan {

@@ -1,0 +1,72 @@
+// UTF-8 read on its bytes, for the paths that walk UTF-8 session text
+// themselves instead of through the EncodingHandle: the length of a
+// well-formed sequence, whether a whole text is well formed, and character
+// counts as counts of lead bytes. A malformed sequence is never given a
+// meaning here; callers leave such text to the handle.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace txscan {
+
+// Length of the well-formed UTF-8 sequence at p (at most n bytes), or 0.
+inline int utf8Length(const std::uint8_t* p, std::int64_t n) {
+    const std::uint8_t b = p[0];
+    if (b < 0x80) return 1;
+    int length = 0;
+    std::uint8_t low = 0x80, high = 0xBF;
+    if (b >= 0xC2 && b <= 0xDF) {
+        length = 2;
+    } else if (b >= 0xE0 && b <= 0xEF) {
+        length = 3;
+        if (b == 0xE0) low = 0xA0;
+        if (b == 0xED) high = 0x9F;   // no surrogates
+    } else if (b >= 0xF0 && b <= 0xF4) {
+        length = 4;
+        if (b == 0xF0) low = 0x90;
+        if (b == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (n < length || p[1] < low || p[1] > high) return 0;
+    for (int i = 2; i < length; ++i) {
+        if (p[i] < 0x80 || p[i] > 0xBF) return 0;
+    }
+    return length;
+}
+
+inline bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) {
+    for (std::int64_t off = 0; off < n;) {
+        // Eight ASCII bytes at a time: most text is mostly ASCII.
+        std::uint64_t eight = 0;
+        if (off + 8 <= n && (std::memcpy(&eight, p + off, 8), (eight & 0x8080808080808080ull) == 0)) {
+            off += 8;
+            continue;
+        }
+        if (p[off] < 0x80) {
+            ++off;
+            continue;
+        }
+        const int length = utf8Length(p + off, n - off);
+        if (length == 0) return false;
+        off += length;
+    }
+    return true;
+}
+
+// Characters of well-formed UTF-8 text: one lead byte each.
+inline std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n) {
+    std::int64_t count = 0;
+    for (std::int64_t i = 0; i < n; ++i) count += (p[i] & 0xC0) != 0x80;
+    return count;
+}
+
+inline bool anyHighByte(const std::uint8_t* p, std::int64_t n) {
+    for (std::int64_t i = 0; i < n; ++i) {
+        if (p[i] >= 0x80) return true;
+    }
+    return false;
+}
+
+}  // namespace txscan
