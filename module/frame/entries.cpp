@@ -1,7 +1,8 @@
 // Entry routines and their adapters: each entry builds the per-call record
-// with the session handle; its adapter sends the call to the byte path, or
-// to the multi-byte path when argument 1 holds a character of more than one
-// byte. Only argument 1 decides.
+// with the session handle; its adapter sends the call to the byte path, or,
+// when argument 1 holds a character of more than one byte, to the UTF-8 path
+// in UTF-8 sessions and to the multi-byte path otherwise or when the UTF-8
+// path declines the call. Only argument 1 decides.
 #include "module/frame/entries.h"
 
 #include "module/frame/encoding_ops.h"
@@ -34,10 +35,16 @@ bool firstArgumentIsMultiByte(ArgumentFrame* frame, EncodingHandle* h) {
 using NumericByteWorker = std::int32_t (*)(ArgumentFrame*, double*);
 using NumericMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 using WordMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t, PerCallRecord*);
+using NumericUtf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*);
 
 // KCOUNTX and KFIND: a null argument 1 counts as nothing found, like the
 // other numeric functions, although the host always passes given arguments.
-template <NumericByteWorker bytes, NumericMultiByteWorker multiByte>
+bool utf8Handles(NumericUtf8Worker utf8, ArgumentFrame* frame, double* number, EncodingHandle* h,
+                 std::int32_t* status) {
+    return h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, status);
+}
+
+template <NumericByteWorker bytes, NumericUtf8Worker utf8, NumericMultiByteWorker multiByte>
 std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
     auto* number = static_cast<double*>(result);
     if (frame->string(1) == nullptr) {
@@ -45,11 +52,13 @@ std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* r
         return kStatusOk;
     }
     EncodingHandle* h = handleOf(record);
-    if (firstArgumentIsMultiByte(frame, h)) return multiByte(frame, number, h, 0);
-    return bytes(frame, number);
+    if (!firstArgumentIsMultiByte(frame, h)) return bytes(frame, number);
+    std::int32_t status = kStatusOk;
+    if (utf8Handles(utf8, frame, number, h, &status)) return status;
+    return multiByte(frame, number, h, 0);
 }
 
-template <NumericByteWorker bytes, WordMultiByteWorker multiByte>
+template <NumericByteWorker bytes, NumericUtf8Worker utf8, WordMultiByteWorker multiByte>
 std::int32_t wordAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
     auto* number = static_cast<double*>(result);
     if (frame->string(1) == nullptr) {
@@ -57,8 +66,10 @@ std::int32_t wordAdapter(ArgumentFrame* frame, void* result, PerCallRecord* reco
         return kStatusOk;
     }
     EncodingHandle* h = handleOf(record);
-    if (firstArgumentIsMultiByte(frame, h)) return multiByte(frame, number, h, 0, record);
-    return bytes(frame, number);
+    if (!firstArgumentIsMultiByte(frame, h)) return bytes(frame, number);
+    std::int32_t status = kStatusOk;
+    if (utf8Handles(utf8, frame, number, h, &status)) return status;
+    return multiByte(frame, number, h, 0, record);
 }
 
 std::int32_t scanFunctionAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
@@ -85,22 +96,22 @@ std::int32_t scanCallAdapter(ArgumentFrame* frame, void*, PerCallRecord* record)
 }  // namespace
 
 std::int32_t kcountxEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countBytes, countMultiByte>>(frame, result);
+    return entry<numericAdapter<countBytes, countUtf8, countMultiByte>>(frame, result);
 }
 std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countCharBytes, countCharMultiByte>>(frame, result);
+    return entry<numericAdapter<countCharBytes, countCharUtf8, countCharMultiByte>>(frame, result);
 }
 std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
-    return entry<wordAdapter<countWordsBytes, countWordsMultiByte>>(frame, result);
+    return entry<wordAdapter<countWordsBytes, countWordsUtf8, countWordsMultiByte>>(frame, result);
 }
 std::int32_t kfindEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findBytes, findMultiByte>>(frame, result);
+    return entry<numericAdapter<findBytes, findUtf8, findMultiByte>>(frame, result);
 }
 std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findCharBytes, findCharMultiByte>>(frame, result);
+    return entry<numericAdapter<findCharBytes, findCharUtf8, findCharMultiByte>>(frame, result);
 }
 std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
-    return entry<wordAdapter<findWordBytes, findWordMultiByte>>(frame, result);
+    return entry<wordAdapter<findWordBytes, findWordUtf8, findWordMultiByte>>(frame, result);
 }
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     return entry<scanFunctionAdapter>(frame, result);

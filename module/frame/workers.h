@@ -15,19 +15,30 @@ using contract::EncodingHandle;
 using contract::PerCallRecord;
 using contract::StringValue;
 
+// The UTF-8 paths (the session is UTF-8 and argument 1 holds a character of
+// more than one byte) walk the text on its bytes. Each answers false, having
+// changed nothing, when it leaves the call to the multi-byte path (malformed
+// text, or a call it does not cover); otherwise *status is the call's status.
+
 // KCOUNTX and KFIND
+bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
+bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
 std::int32_t countBytes(ArgumentFrame* frame, double* result);
 std::int32_t countMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 std::int32_t findBytes(ArgumentFrame* frame, double* result);
 std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
 // KCOUNTC and KFINDC
+bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
+bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
 std::int32_t countCharBytes(ArgumentFrame* frame, double* result);
 std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 std::int32_t findCharBytes(ArgumentFrame* frame, double* result);
 std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
 // KCOUNTW and KFINDW
+bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
+bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
 std::int32_t countWordsBytes(ArgumentFrame* frame, double* result);
 std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
                                  PerCallRecord* record);
