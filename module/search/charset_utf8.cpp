@@ -1,9 +1,308 @@
-// The UTF-8 paths of KFINDC (findCharUtf8) and KCOUNTC (countCharUtf8).
+// The UTF-8 paths of KFINDC (findCharUtf8) and KCOUNTC (countCharUtf8): the
+// answers of the handle-walking paths, with the text walked on its bytes.
+// The membership of an ASCII character comes from a 128-entry table built
+// once per call from the list, the modifiers and the session's byte tables,
+// in the handle path's order (list, caseless list, U, L, the other classes).
+// A character of more than one byte is looked up in the list by its bytes;
+// when a case or class question could still decide, the handle answers it,
+// remembered per character on the call's stack. Malformed text in the
+// source or the list is left to the handle.
+#include <cstring>
+
+#include "module/charset/argument_interpreter.h"
+#include "module/charset/byte_classes.h"
+#include "module/charset/utf8_text.h"
+#include "module/charset/wide_classes.h"
+#include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/search/search_region.h"
+#include "module/search/utf8_offsets.h"
 
 namespace txscan {
 
-bool findCharUtf8(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*) { return false; }
-bool countCharUtf8(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*) { return false; }
+using namespace contract;
+
+namespace {
+
+struct AsciiTable {
+    std::uint8_t has[128];
+};
+constexpr AsciiTable asciiTableOf(const char* text) {
+    AsciiTable t{};
+    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p) & 0x7F] = 1;
+    return t;
+}
+constexpr AsciiTable kNameStart = asciiTableOf(kNameStartText);
+constexpr AsciiTable kNameChars = asciiTableOf(kNameCharsText);
+constexpr AsciiTable kExtraPunct = asciiTableOf(kExtraPunctText);
+
+// The classes in the order they are asked.
+constexpr ModifierFlag kClassOrder[] = {kModU, kModL, kModA, kModC, kModD, kModG, kModP,
+                                        kModS, kModW, kModX, kModF, kModN, kModH};
+
+// Everything one call needs; lives on the call's stack.
+struct Utf8Set {
+    EncodingHandle* h;
+    ParsedArguments parsed;
+    ModifierSet modifiers;
+    const std::uint8_t* source;
+    std::int64_t sourceBytes;
+    const std::uint8_t* list;   // null without a list
+    std::int64_t listBytes;
+    bool listHasWide;
+    bool wideAsksHandle;        // a case or class question can decide for a wide character
+    std::uint8_t ascii[128];    // membership, V applied
+    // Handle-side state for characters of more than one byte.
+    bool handleReady;
+    WideClassLists classLists;
+    CharBufferCursor held;
+    std::uint32_t memoKey[16];
+    std::uint8_t memoValue[16];
+};
+
+bool wellFormedArgument(const ArgumentFrame* frame, std::uint32_t k) {
+    const StringValue* value = k == 0 ? nullptr : frame->string(static_cast<int>(k));
+    if (value == nullptr || value->length <= 0) return true;
+    return value->data != nullptr && wellFormedUtf8(reinterpret_cast<const std::uint8_t*>(value->data), value->length);
+}
+
+bool anyClass(const ModifierSet& m) {
+    for (ModifierFlag letter : kClassOrder) {
+        if (m.has(letter)) return true;
+    }
+    return false;
+}
+
+// The handle path's membership of an ASCII character, from the byte tables.
+bool asciiMember(const Utf8Set& s, const AsciiTable& listHas, unsigned c) {
+    const ModifierSet& m = s.modifiers;
+    const bool negated = m.has(kModV);
+    const bool hasList = s.list != nullptr;
+    if (hasList && listHas.has[c]) return !negated;
+    const std::uint8_t* classes = host().classTable;
+    const bool upper = (classes[c] & kClassUpper) != 0;
+    const bool lower = (classes[c] & kClassLower) != 0;
+    unsigned held = c;
+    if (hasList && m.has(kModI) && (upper || lower)) {
+        held = upper ? host().lowcaseMap[c] : host().upcaseMap[c];
+        if (held < 0x80 && listHas.has[held]) return !negated;
+    }
+    const bool heldAscii = held < 0x80;
+    bool inClass = false;
+    for (ModifierFlag letter : kClassOrder) {
+        if (!m.has(letter)) continue;
+        switch (letter) {
+            case kModU: inClass = upper; break;
+            case kModL: inClass = lower; break;
+            case kModP:
+                inClass = (classes[held] & byteClassMask(kModP)) != 0 || (heldAscii && kExtraPunct.has[held]);
+                break;
+            case kModF: inClass = heldAscii && kNameStart.has[held]; break;
+            case kModN: inClass = heldAscii && kNameChars.has[held]; break;
+            case kModH: inClass = held == '\t'; break;
+            default: inClass = (classes[c] & byteClassMask(letter)) != 0; break;
+        }
+        if (inClass) break;
+    }
+    return inClass != negated;
+}
+
+void buildAsciiTable(Utf8Set* s) {
+    AsciiTable listHas{};
+    for (std::int64_t i = 0; i < s->listBytes; ++i) {
+        if (s->list[i] < 0x80) listHas.has[s->list[i]] = 1;
+    }
+    if (!anyClass(s->modifiers) && !(s->list != nullptr && s->modifiers.has(kModI))) {
+        const std::uint8_t negated = s->modifiers.has(kModV) ? 1 : 0;
+        for (int c = 0; c < 128; ++c) s->ascii[c] = listHas.has[c] ^ negated;
+        return;
+    }
+    for (unsigned c = 0; c < 128; ++c) s->ascii[c] = asciiMember(*s, listHas, c);
+}
+
+bool listHoldsSequence(const Utf8Set& s, const std::uint8_t* p, int length) {
+    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
+        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
+    }
+    return false;
+}
+
+// The handle path's steps after the list lookup, asked of the handle for a
+// character of more than one byte; V not applied.
+bool wideInSetFromHandle(Utf8Set* s, const std::uint8_t* p, int length) {
+    EncodingHandle* h = s->h;
+    if (!s->handleReady) {
+        setupWideClassLists(h, s->modifiers, &s->classLists);
+        setupCharCursor(h, &s->held);
+        s->handleReady = true;
+    }
+    const ModifierSet& m = s->modifiers;
+    TextCursor at;
+    setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
+    TextCursor* held = &s->held.cursor;
+    enc::currentChar(h, &at, held);
+    const bool upper = enc::caseTest(h, held, kIsUpper);
+    const bool lower = enc::caseTest(h, held, kIsLower);
+    if (s->list != nullptr && m.has(kModI) && (upper || lower)) {
+        if (upper) {
+            enc::toLowerChar(h, held);
+        } else {
+            enc::toUpperChar(h, held);
+        }
+        if (enc::findChar(h, &s->parsed.list, held) >= 0) return true;
+    }
+    for (ModifierFlag letter : kClassOrder) {
+        if (!m.has(letter)) continue;
+        const bool inClass = letter == kModU   ? upper
+                             : letter == kModL ? lower
+                                               : wideClassHolds(h, letter, &s->classLists, &at, held);
+        if (inClass) return true;
+    }
+    return false;
+}
+
+bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
+    const bool negated = s->modifiers.has(kModV);
+    if (s->listHasWide && listHoldsSequence(*s, p, length)) return !negated;
+    // The fixed lists of F, N and H are ASCII: without a case or class
+    // question nothing but the list can hold a wide character.
+    if (!s->wideAsksHandle) return negated;
+    const std::uint32_t key = utf8Key(p, length);
+    const std::uint32_t slot = (key ^ key >> 7 ^ key >> 17) & 15;
+    if (s->memoKey[slot] != key) {
+        s->memoKey[slot] = key;
+        s->memoValue[slot] = wideInSetFromHandle(s, p, length);
+    }
+    return (s->memoValue[slot] != 0) != negated;
+}
+
+// Reads the call as the handle-walking path does; false when the source or
+// the list is not well-formed UTF-8.
+bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Set* s) {
+    const StringValue* source = frame->string(1);
+    if (source == nullptr || source->length < 1 || source->data == nullptr) return false;
+    if (!wellFormedArgument(frame, 1) || !wellFormedArgument(frame, roles.list)) return false;
+    s->h = h;
+    interpretArguments(frame, h, roles, &s->parsed, &s->modifiers, 0, kind);
+    s->source = reinterpret_cast<const std::uint8_t*>(source->data);
+    s->sourceBytes = source->length;
+    s->list = nullptr;
+    s->listBytes = 0;
+    if (s->parsed.listSet) {
+        s->list = reinterpret_cast<const std::uint8_t*>(s->parsed.list.text);
+        s->listBytes = s->list != nullptr && s->parsed.list.length > 0 ? s->parsed.list.length : 0;
+        if (s->list == nullptr) s->list = reinterpret_cast<const std::uint8_t*>("");
+    }
+    return true;
+}
+
+// Fills the decisions once the call's modifiers are final.
+void prepare(Utf8Set* s) {
+    const ModifierSet& m = s->modifiers;
+    s->listHasWide = anyHighByte(s->list, s->listBytes);
+    bool caseOrClass = s->list != nullptr && m.has(kModI);
+    for (ModifierFlag letter : kClassOrder) {
+        if (letter != kModF && letter != kModN && letter != kModH && m.has(letter)) caseOrClass = true;
+    }
+    s->wideAsksHandle = caseOrClass;
+    s->handleReady = false;
+    std::memset(s->memoKey, 0, sizeof s->memoKey);
+    buildAsciiTable(s);
+}
+
+// Membership of the character at byte offset `off`; its length goes to *length.
+inline bool memberAt(Utf8Set* s, std::int64_t off, int* length) {
+    const std::uint8_t b = s->source[off];
+    if (b < 0x80) {
+        *length = 1;
+        return s->ascii[b] != 0;
+    }
+    *length = utf8SequenceBytes(b);
+    return wideMember(s, s->source + off, *length);
+}
+
+}  // namespace
+
+bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+    ArgumentRoles roles{};
+    roles.source = 1;
+    if (frame->argCount >= 2 && frame->string(2) != nullptr) roles.list = 2;
+    if (frame->argCount >= 3) {
+        StartAndModifiers found;
+        if (std::int32_t clash = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &found)) {
+            *status = clash;
+            return true;
+        }
+        roles.start = static_cast<std::uint32_t>(found.start);
+        roles.modifiers = static_cast<std::uint32_t>(found.modifiers);
+    }
+    Utf8Set s;
+    if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
+    if (s.modifiers.has(kModK)) {
+        s.modifiers.clear(kModK);
+        s.modifiers.set(kModV);
+    }
+    *status = kStatusOk;
+    *result = 0.0;
+    const std::int64_t chars = s.parsed.sourceChars;
+    if (chars == 0) return true;
+    if (s.parsed.start == 0 && !s.modifiers.has(kModM)) return true;
+    const std::int64_t p0 = s.parsed.start - 1;
+    if (p0 < 0 || p0 >= chars) return true;
+    prepare(&s);
+
+    std::int64_t off = utf8OffsetOf(s.source, s.sourceBytes, p0);
+    int length = 1;
+    if (s.modifiers.has(kModB)) {
+        for (std::int64_t p = p0;; --p) {
+            if (memberAt(&s, off, &length)) {
+                *result = static_cast<double>(p + 1);
+                return true;
+            }
+            if (p == 0) return true;
+            off = utf8PreviousStart(s.source, off);
+        }
+    }
+    for (std::int64_t p = p0; p < chars; ++p) {
+        const std::uint8_t b = s.source[off];
+        if (b < 0x80 ? s.ascii[b] != 0 : memberAt(&s, off, &length)) {
+            *result = static_cast<double>(p + 1);
+            return true;
+        }
+        off += b < 0x80 ? 1 : length;
+    }
+    return true;
+}
+
+bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+    ArgumentRoles roles{};
+    roles.source = 1;
+    roles.list = 2;
+    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    Utf8Set s;
+    if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
+    // K has no effect on this path: only V negates a count.
+    *status = kStatusOk;
+    *result = 0.0;
+    if (s.parsed.sourceChars == 0) return true;
+    prepare(&s);
+
+    // Either direction visits every character of the trimmed source once.
+    const std::int64_t end = utf8OffsetOf(s.source, s.sourceBytes, s.parsed.sourceChars);
+    std::uint64_t count = 0;
+    int length = 1;
+    for (std::int64_t off = 0; off < end;) {
+        const std::uint8_t b = s.source[off];
+        if (b < 0x80) {
+            count += s.ascii[b];
+            ++off;
+            continue;
+        }
+        count += memberAt(&s, off, &length) ? 1 : 0;
+        off += length;
+    }
+    *result = static_cast<double>(count);
+    return true;
+}
 
 }  // namespace txscan

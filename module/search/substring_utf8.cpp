@@ -1,9 +1,208 @@
-// The UTF-8 paths of KFIND (findUtf8) and KCOUNTX (countUtf8).
+// The UTF-8 paths of KFIND (findUtf8) and KCOUNTX (countUtf8): the answers of
+// the handle-walking paths (same starts, directions, trimming and steps),
+// found on the bytes. An exact search is a byte search, since well-formed
+// UTF-8 matches only at character boundaries. A caseless one compares
+// character by character: two ASCII characters through lowcaseMap, any pair
+// with a wider character through the handle's compareAt, remembered per pair
+// on the call's stack, because a wide character may fold onto an ASCII one.
+// Malformed text in the source or the search text is left to the handle.
+#include <cstring>
+
+#include "module/charset/argument_interpreter.h"
+#include "module/charset/utf8_text.h"
+#include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/search/substring_scan.h"
+#include "module/search/utf8_offsets.h"
 
 namespace txscan {
 
-bool findUtf8(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*) { return false; }
-bool countUtf8(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*) { return false; }
+using namespace contract;
+
+namespace {
+
+struct Text {
+    const std::uint8_t* data;
+    std::int64_t bytes;
+};
+
+// Everything one call needs; lives on the call's stack.
+struct Utf8Search {
+    EncodingHandle* h;
+    ParsedArguments parsed;
+    ModifierSet modifiers;
+    Text source;
+    Text needle;   // the secondChars characters that are searched for
+    std::uint64_t pairKey[16];
+    std::uint8_t pairSame[16];
+};
+
+bool wellFormedArgument(const ArgumentFrame* frame, int k) {
+    const StringValue* value = frame->string(k);
+    if (value == nullptr || value->length <= 0) return true;
+    return value->data != nullptr && wellFormedUtf8(reinterpret_cast<const std::uint8_t*>(value->data), value->length);
+}
+
+// Reads the call as the handle-walking path does; false when its text is not
+// well-formed UTF-8.
+bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Search* s) {
+    const StringValue* source = frame->string(1);
+    if (source == nullptr || source->length < 1 || source->data == nullptr) return false;
+    if (!wellFormedArgument(frame, 1) || !wellFormedArgument(frame, 2)) return false;
+    s->h = h;
+    interpretArguments(frame, h, roles, &s->parsed, &s->modifiers, 0, kind);
+    s->source = {reinterpret_cast<const std::uint8_t*>(source->data), source->length};
+    s->needle = {nullptr, 0};
+    if (s->parsed.secondSet && s->parsed.secondChars > 0) {
+        const auto* data = reinterpret_cast<const std::uint8_t*>(s->parsed.second.text);
+        s->needle = {data, utf8OffsetOf(data, s->parsed.second.length, s->parsed.secondChars)};
+    }
+    std::memset(s->pairKey, 0, sizeof s->pairKey);
+    return true;
+}
+
+bool sameCaseless(Utf8Search* s, const std::uint8_t* a, const std::uint8_t* b) {
+    if ((a[0] | b[0]) < 0x80) return host().lowcaseMap[a[0]] == host().lowcaseMap[b[0]];
+    const int la = utf8SequenceBytes(a[0]);
+    const int lb = utf8SequenceBytes(b[0]);
+    if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
+    const std::uint64_t key = static_cast<std::uint64_t>(utf8Key(a, la)) << 32 | utf8Key(b, lb);
+    const std::uint32_t slot = static_cast<std::uint32_t>(key ^ key >> 29 ^ key >> 41) & 15;
+    if (s->pairKey[slot] == key) return s->pairSame[slot] != 0;
+    TextCursor textChar;
+    TextCursor searchChar;
+    setupCursor(s->h, &textChar, reinterpret_cast<const char*>(a), la);
+    setupCursor(s->h, &searchChar, reinterpret_cast<const char*>(b), lb);
+    const bool same = enc::compareAt(s->h, &textChar, &searchChar, 1, kCompareCaseless) == 0;
+    s->pairKey[slot] = key;
+    s->pairSame[slot] = same;
+    return same;
+}
+
+// The byte offset just past a caseless match at byte offset `off` (the text
+// matched may be longer or shorter than the search text), or -1. The caller
+// has made sure that the search text's characters fit before the source ends.
+std::int64_t caselessMatchAt(Utf8Search* s, std::int64_t off) {
+    const std::uint8_t* n = s->needle.data;
+    const std::uint8_t* end = s->needle.data + s->needle.bytes;
+    while (n < end) {
+        if (!sameCaseless(s, s->source.data + off, n)) return -1;
+        off += utf8SequenceBytes(s->source.data[off]);
+        n += utf8SequenceBytes(n[0]);
+    }
+    return off;
+}
+
+bool caseless(const Utf8Search& s) { return s.modifiers.has(kModI); }
+
+Pattern exactPattern(const Utf8Search& s) { return {s.needle.data, s.needle.bytes, false}; }
+
+// Lowest match at character p0 or after, ending by character `limit`; -1 if none.
+std::int64_t firstMatch(Utf8Search* s, std::int64_t p0, std::int64_t off0, std::int64_t limit) {
+    const std::int64_t chars = s->parsed.secondChars;
+    if (!caseless(*s)) {
+        const std::int64_t end = utf8OffsetOf(s->source.data, s->source.bytes, limit);
+        if (end - off0 < s->needle.bytes) return -1;
+        const std::int64_t a = findFirstOccurrence(s->source.data + off0, end - off0, exactPattern(*s));
+        return a < 0 ? -1 : p0 + leadBytes(s->source.data + off0, a);
+    }
+    std::int64_t off = off0;
+    for (std::int64_t p = p0; p + chars <= limit; ++p) {
+        if (caselessMatchAt(s, off) >= 0) return p;
+        off += utf8SequenceBytes(s->source.data[off]);
+    }
+    return -1;
+}
+
+// Highest match ending by character `limit`; -1 if none.
+std::int64_t lastMatch(Utf8Search* s, std::int64_t limit) {
+    const std::int64_t end = utf8OffsetOf(s->source.data, s->source.bytes, limit);
+    if (!caseless(*s)) {
+        const std::int64_t a = findLastOccurrence(s->source.data, end, exactPattern(*s));
+        return a < 0 ? -1 : leadBytes(s->source.data, a);
+    }
+    std::int64_t p = limit - s->parsed.secondChars;
+    if (p < 0) return -1;
+    std::int64_t off = utf8OffsetOf(s->source.data, s->source.bytes, p);
+    for (;; --p) {
+        if (caselessMatchAt(s, off) >= 0) return p;
+        if (p == 0) return -1;
+        off = utf8PreviousStart(s->source.data, off);
+    }
+}
+
+// Non-overlapping matches within the first `limit` characters. Taken from the
+// right they are as many as from the left: both greedy walks pick a largest
+// set of disjoint matches of one length.
+std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
+    if (!caseless(*s)) {
+        const std::int64_t end = utf8OffsetOf(s->source.data, s->source.bytes, limit);
+        return static_cast<std::uint64_t>(countOccurrences(s->source.data, end, exactPattern(*s)));
+    }
+    const std::int64_t chars = s->parsed.secondChars;
+    std::uint64_t count = 0;
+    std::int64_t off = 0;
+    for (std::int64_t p = 0; p + chars <= limit;) {
+        const std::int64_t matchEnd = caselessMatchAt(s, off);
+        if (matchEnd >= 0) {
+            ++count;
+            off = matchEnd;
+            p += chars;
+            continue;
+        }
+        off += utf8SequenceBytes(s->source.data[off]);
+        ++p;
+    }
+    return count;
+}
+
+}  // namespace
+
+bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+    ArgumentRoles roles{};
+    roles.source = 1;
+    roles.second = 2;
+    for (int k = 3; k <= frame->argCount && k <= 4; ++k) {
+        const std::uint8_t type = frame->arg(k).typeFlags;
+        if (type == 0) continue;
+        if (type & kTypeNumeric) {
+            roles.start = static_cast<std::uint32_t>(k);
+        } else {
+            roles.modifiers = static_cast<std::uint32_t>(k);
+        }
+    }
+    Utf8Search s;
+    if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
+    *status = kStatusOk;
+    *result = 0.0;
+    const ParsedArguments& parsed = s.parsed;
+    if (parsed.sourceChars == 0 || parsed.secondChars == 0 || !parsed.secondSet) return true;
+    if (parsed.start == 0 && !s.modifiers.has(kModM)) return true;
+
+    const std::int64_t p0 = parsed.start - 1;
+    const std::int64_t off0 = utf8OffsetOf(s.source.data, s.source.bytes, p0);
+    if (off0 < 0 || off0 == s.source.bytes) return true;   // no character p0 to start at
+    // A leftward match must end at or before the start position.
+    const std::int64_t p = s.modifiers.has(kModB) ? lastMatch(&s, parsed.start)
+                                                   : firstMatch(&s, p0, off0, parsed.sourceChars);
+    if (p >= 0) *result = static_cast<double>(p + 1);
+    return true;
+}
+
+bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+    ArgumentRoles roles{};
+    roles.source = 1;
+    roles.second = 2;
+    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    Utf8Search s;
+    if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
+    *status = kStatusOk;
+    *result = 0.0;
+    if (s.parsed.sourceChars == 0 || s.parsed.secondChars == 0) return true;
+    // Either direction walks the whole trimmed source: from the left, or
+    // from its last character leftwards.
+    *result = static_cast<double>(countMatches(&s, s.parsed.sourceChars));
+    return true;
+}
 
 }  // namespace txscan

@@ -1,0 +1,43 @@
+// Character positions of well-formed UTF-8 text turned into byte offsets and
+// back, for the UTF-8 search paths that find on the bytes and answer in
+// characters. Every function assumes text that wellFormedUtf8 accepted.
+#pragma once
+
+#include <cstdint>
+
+namespace txscan {
+
+inline bool utf8Lead(std::uint8_t b) { return (b & 0xC0) != 0x80; }
+
+// Byte offset of the character with 0-based index `index`; n when `index` is
+// the character count, -1 when it is negative or beyond that.
+inline std::int64_t utf8OffsetOf(const std::uint8_t* p, std::int64_t n, std::int64_t index) {
+    if (index < 0) return -1;
+    std::int64_t seen = 0;
+    for (std::int64_t off = 0; off < n; ++off) {
+        if (!utf8Lead(p[off])) continue;
+        if (seen == index) return off;
+        ++seen;
+    }
+    return seen == index ? n : -1;
+}
+
+// Start of the character that ends at byte offset `end` (> 0).
+inline std::int64_t utf8PreviousStart(const std::uint8_t* p, std::int64_t end) {
+    std::int64_t off = end - 1;
+    while (off > 0 && !utf8Lead(p[off])) --off;
+    return off;
+}
+
+// Bytes of the well-formed sequence led by b.
+inline int utf8SequenceBytes(std::uint8_t b) { return b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4; }
+
+// A character's bytes packed into one word: a memo key, never 0 for a
+// character of more than one byte.
+inline std::uint32_t utf8Key(const std::uint8_t* p, int length) {
+    std::uint32_t key = 0;
+    for (int i = 0; i < length; ++i) key = key << 8 | p[i];
+    return key;
+}
+
+}  // namespace txscan
