@@ -40,6 +40,12 @@ constexpr AsciiTable kExtraPunct = asciiTableOf(kExtraPunctText);
 constexpr ModifierFlag kClassOrder[] = {kModU, kModL, kModA, kModC, kModD, kModG, kModP,
                                         kModS, kModW, kModX, kModF, kModN, kModH};
 
+// The classes asked of the source character itself (the others look at the
+// held character, which a caseless list may have folded).
+constexpr ModifierFlag kSourceClasses[] = {kModA, kModC, kModD, kModG, kModS, kModW, kModX};
+
+constexpr std::uint8_t kUnknown = 2;
+
 // Everything one call needs; lives on the call's stack.
 struct Utf8Set {
     EncodingHandle* h;
@@ -47,11 +53,14 @@ struct Utf8Set {
     ModifierSet modifiers;
     const std::uint8_t* source;
     std::int64_t sourceBytes;
+    std::int64_t sourceTotal;   // characters
     const std::uint8_t* list;   // null without a list
     std::int64_t listBytes;
     bool listHasWide;
     bool wideAsksHandle;        // a case or class question can decide for a wide character
-    std::uint8_t ascii[128];    // membership, V applied
+    std::uint8_t ascii[128];    // membership, V applied, or kUnknown
+    AsciiTable listHas;         // the list's ASCII characters
+    std::uint8_t sourceMask;    // classTable bits of the classes asked of the source character
     // Handle-side state for characters of more than one byte.
     bool handleReady;
     WideClassLists classLists;
@@ -74,50 +83,53 @@ bool anyClass(const ModifierSet& m) {
 }
 
 // The handle path's membership of an ASCII character, from the byte tables.
-bool asciiMember(const Utf8Set& s, const AsciiTable& listHas, unsigned c) {
+// The classes are asked one after another there, without side effects, so
+// their order does not change the answer.
+bool asciiMember(const Utf8Set& s, unsigned c) {
     const ModifierSet& m = s.modifiers;
     const bool negated = m.has(kModV);
     const bool hasList = s.list != nullptr;
-    if (hasList && listHas.has[c]) return !negated;
+    if (hasList && s.listHas.has[c]) return !negated;
     const std::uint8_t* classes = host().classTable;
     const bool upper = (classes[c] & kClassUpper) != 0;
     const bool lower = (classes[c] & kClassLower) != 0;
     unsigned held = c;
     if (hasList && m.has(kModI) && (upper || lower)) {
         held = upper ? host().lowcaseMap[c] : host().upcaseMap[c];
-        if (held < 0x80 && listHas.has[held]) return !negated;
+        if (held < 0x80 && s.listHas.has[held]) return !negated;
     }
     const bool heldAscii = held < 0x80;
-    bool inClass = false;
-    for (ModifierFlag letter : kClassOrder) {
-        if (!m.has(letter)) continue;
-        switch (letter) {
-            case kModU: inClass = upper; break;
-            case kModL: inClass = lower; break;
-            case kModP:
-                inClass = (classes[held] & byteClassMask(kModP)) != 0 || (heldAscii && kExtraPunct.has[held]);
-                break;
-            case kModF: inClass = heldAscii && kNameStart.has[held]; break;
-            case kModN: inClass = heldAscii && kNameChars.has[held]; break;
-            case kModH: inClass = held == '\t'; break;
-            default: inClass = (classes[c] & byteClassMask(letter)) != 0; break;
-        }
-        if (inClass) break;
-    }
+    const bool inClass = (classes[c] & s.sourceMask) != 0 || (m.has(kModU) && upper) || (m.has(kModL) && lower) ||
+                         (m.has(kModP) && ((classes[held] & byteClassMask(kModP)) != 0 ||
+                                           (heldAscii && kExtraPunct.has[held]))) ||
+                         (m.has(kModF) && heldAscii && kNameStart.has[held]) ||
+                         (m.has(kModN) && heldAscii && kNameChars.has[held]) || (m.has(kModH) && held == '\t');
     return inClass != negated;
 }
 
+// Without class letters or a caseless list the table is the list's bytes;
+// otherwise each entry is worked out when its character first appears.
 void buildAsciiTable(Utf8Set* s) {
-    AsciiTable listHas{};
+    s->listHas = AsciiTable{};
     for (std::int64_t i = 0; i < s->listBytes; ++i) {
-        if (s->list[i] < 0x80) listHas.has[s->list[i]] = 1;
+        if (s->list[i] < 0x80) s->listHas.has[s->list[i]] = 1;
     }
     if (!anyClass(s->modifiers) && !(s->list != nullptr && s->modifiers.has(kModI))) {
         const std::uint8_t negated = s->modifiers.has(kModV) ? 1 : 0;
-        for (int c = 0; c < 128; ++c) s->ascii[c] = listHas.has[c] ^ negated;
+        for (int c = 0; c < 128; ++c) s->ascii[c] = s->listHas.has[c] ^ negated;
         return;
     }
-    for (unsigned c = 0; c < 128; ++c) s->ascii[c] = asciiMember(*s, listHas, c);
+    s->sourceMask = 0;
+    for (ModifierFlag letter : kSourceClasses) {
+        if (s->modifiers.has(letter)) s->sourceMask |= byteClassMask(letter);
+    }
+    std::memset(s->ascii, kUnknown, sizeof s->ascii);
+}
+
+inline bool asciiDecision(Utf8Set* s, std::uint8_t b) {
+    std::uint8_t decision = s->ascii[b];
+    if (decision == kUnknown) decision = s->ascii[b] = asciiMember(*s, b);
+    return decision != 0;
 }
 
 bool listHoldsSequence(const Utf8Set& s, const std::uint8_t* p, int length) {
@@ -181,7 +193,10 @@ bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
 bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Set* s) {
     const StringValue* source = frame->string(1);
     if (source == nullptr || source->length < 1 || source->data == nullptr) return false;
-    if (!wellFormedArgument(frame, 1) || !wellFormedArgument(frame, roles.list)) return false;
+    const auto* data = reinterpret_cast<const std::uint8_t*>(source->data);
+    const std::int64_t total = utf8CharsIfWellFormed(data, source->length);
+    if (total < 0 || !wellFormedArgument(frame, roles.list)) return false;
+    s->sourceTotal = total;
     s->h = h;
     interpretArguments(frame, h, roles, &s->parsed, &s->modifiers, 0, kind);
     s->source = reinterpret_cast<const std::uint8_t*>(source->data);
@@ -215,7 +230,7 @@ inline bool memberAt(Utf8Set* s, std::int64_t off, int* length) {
     const std::uint8_t b = s->source[off];
     if (b < 0x80) {
         *length = 1;
-        return s->ascii[b] != 0;
+        return asciiDecision(s, b);
     }
     *length = utf8SequenceBytes(b);
     return wideMember(s, s->source + off, *length);
@@ -251,7 +266,7 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     if (p0 < 0 || p0 >= chars) return true;
     prepare(&s);
 
-    std::int64_t off = utf8OffsetOf(s.source, s.sourceBytes, p0);
+    std::int64_t off = p0 == 0 ? 0 : utf8OffsetOf(s.source, s.sourceBytes, p0);
     int length = 1;
     if (s.modifiers.has(kModB)) {
         for (std::int64_t p = p0;; --p) {
@@ -265,7 +280,7 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     }
     for (std::int64_t p = p0; p < chars; ++p) {
         const std::uint8_t b = s.source[off];
-        if (b < 0x80 ? s.ascii[b] != 0 : memberAt(&s, off, &length)) {
+        if (b < 0x80 ? asciiDecision(&s, b) : memberAt(&s, off, &length)) {
             *result = static_cast<double>(p + 1);
             return true;
         }
@@ -288,13 +303,14 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     prepare(&s);
 
     // Either direction visits every character of the trimmed source once.
-    const std::int64_t end = utf8OffsetOf(s.source, s.sourceBytes, s.parsed.sourceChars);
+    const std::int64_t chars = s.parsed.sourceChars;
+    const std::int64_t end = chars == s.sourceTotal ? s.sourceBytes : utf8OffsetOf(s.source, s.sourceBytes, chars);
     std::uint64_t count = 0;
     int length = 1;
     for (std::int64_t off = 0; off < end;) {
         const std::uint8_t b = s.source[off];
         if (b < 0x80) {
-            count += s.ascii[b];
+            count += asciiDecision(&s, b);
             ++off;
             continue;
         }

@@ -32,6 +32,7 @@ struct Utf8Search {
     ParsedArguments parsed;
     ModifierSet modifiers;
     Text source;
+    std::int64_t sourceTotal;   // characters
     Text needle;   // the secondChars characters that are searched for
     std::uint64_t pairKey[16];
     std::uint8_t pairSame[16];
@@ -48,7 +49,10 @@ bool wellFormedArgument(const ArgumentFrame* frame, int k) {
 bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Search* s) {
     const StringValue* source = frame->string(1);
     if (source == nullptr || source->length < 1 || source->data == nullptr) return false;
-    if (!wellFormedArgument(frame, 1) || !wellFormedArgument(frame, 2)) return false;
+    const auto* data = reinterpret_cast<const std::uint8_t*>(source->data);
+    const std::int64_t total = utf8CharsIfWellFormed(data, source->length);
+    if (total < 0 || !wellFormedArgument(frame, 2)) return false;
+    s->sourceTotal = total;
     s->h = h;
     interpretArguments(frame, h, roles, &s->parsed, &s->modifiers, 0, kind);
     s->source = {reinterpret_cast<const std::uint8_t*>(source->data), source->length};
@@ -59,6 +63,13 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
     }
     std::memset(s->pairKey, 0, sizeof s->pairKey);
     return true;
+}
+
+// Byte offset of source character `index`: the end for the character count,
+// -1 beyond it.
+std::int64_t sourceOffset(const Utf8Search& s, std::int64_t index) {
+    if (index == s.sourceTotal) return s.source.bytes;
+    return index == 0 ? 0 : utf8OffsetOf(s.source.data, s.source.bytes, index);
 }
 
 bool sameCaseless(Utf8Search* s, const std::uint8_t* a, const std::uint8_t* b) {
@@ -101,7 +112,7 @@ Pattern exactPattern(const Utf8Search& s) { return {s.needle.data, s.needle.byte
 std::int64_t firstMatch(Utf8Search* s, std::int64_t p0, std::int64_t off0, std::int64_t limit) {
     const std::int64_t chars = s->parsed.secondChars;
     if (!caseless(*s)) {
-        const std::int64_t end = utf8OffsetOf(s->source.data, s->source.bytes, limit);
+        const std::int64_t end = sourceOffset(*s, limit);
         if (end - off0 < s->needle.bytes) return -1;
         const std::int64_t a = findFirstOccurrence(s->source.data + off0, end - off0, exactPattern(*s));
         return a < 0 ? -1 : p0 + leadBytes(s->source.data + off0, a);
@@ -116,14 +127,14 @@ std::int64_t firstMatch(Utf8Search* s, std::int64_t p0, std::int64_t off0, std::
 
 // Highest match ending by character `limit`; -1 if none.
 std::int64_t lastMatch(Utf8Search* s, std::int64_t limit) {
-    const std::int64_t end = utf8OffsetOf(s->source.data, s->source.bytes, limit);
+    const std::int64_t end = sourceOffset(*s, limit);
     if (!caseless(*s)) {
         const std::int64_t a = findLastOccurrence(s->source.data, end, exactPattern(*s));
         return a < 0 ? -1 : leadBytes(s->source.data, a);
     }
     std::int64_t p = limit - s->parsed.secondChars;
     if (p < 0) return -1;
-    std::int64_t off = utf8OffsetOf(s->source.data, s->source.bytes, p);
+    std::int64_t off = sourceOffset(*s, p);
     for (;; --p) {
         if (caselessMatchAt(s, off) >= 0) return p;
         if (p == 0) return -1;
@@ -136,7 +147,7 @@ std::int64_t lastMatch(Utf8Search* s, std::int64_t limit) {
 // set of disjoint matches of one length.
 std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
     if (!caseless(*s)) {
-        const std::int64_t end = utf8OffsetOf(s->source.data, s->source.bytes, limit);
+        const std::int64_t end = sourceOffset(*s, limit);
         return static_cast<std::uint64_t>(countOccurrences(s->source.data, end, exactPattern(*s)));
     }
     const std::int64_t chars = s->parsed.secondChars;
@@ -180,7 +191,7 @@ bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int3
     if (parsed.start == 0 && !s.modifiers.has(kModM)) return true;
 
     const std::int64_t p0 = parsed.start - 1;
-    const std::int64_t off0 = utf8OffsetOf(s.source.data, s.source.bytes, p0);
+    const std::int64_t off0 = sourceOffset(s, p0);
     if (off0 < 0 || off0 == s.source.bytes) return true;   // no character p0 to start at
     // A leftward match must end at or before the start position.
     const std::int64_t p = s.modifiers.has(kModB) ? lastMatch(&s, parsed.start)

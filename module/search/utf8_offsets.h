@@ -1,11 +1,33 @@
 // Character positions of well-formed UTF-8 text turned into byte offsets and
 // back, for the UTF-8 search paths that find on the bytes and answer in
-// characters. Every function assumes text that wellFormedUtf8 accepted.
+// characters. Every function but the first assumes well-formed text.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+
+#include "module/charset/utf8_text.h"
 
 namespace txscan {
+
+// The number of characters of the text when it is well-formed UTF-8, else
+// -1: the check and the count in one pass.
+inline std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n) {
+    std::int64_t chars = 0;
+    for (std::int64_t off = 0; off < n;) {
+        std::uint64_t eight = 0;
+        if (off + 8 <= n && (std::memcpy(&eight, p + off, 8), (eight & 0x8080808080808080ull) == 0)) {
+            off += 8;
+            chars += 8;
+            continue;
+        }
+        const int length = p[off] < 0x80 ? 1 : utf8Length(p + off, n - off);
+        if (length == 0) return -1;
+        off += length;
+        ++chars;
+    }
+    return chars;
+}
 
 inline bool utf8Lead(std::uint8_t b) { return (b & 0xC0) != 0x80; }
 

@@ -72,7 +72,8 @@ struct Generator {
         }
         if (below(3) == 0) {
             // The characters that fold onto ASCII, swapped for their ASCII forms and back.
-            const std::pair<std::string, std::string> swaps[] = {{"k", "\u212A"}, {"s", "ſ"}, {"K", "k"}, {"ß", "ss"}};
+            const std::pair<std::string, std::string> swaps[] = {
+                {"k", "\u212A"}, {"s", "ſ"}, {"K", "k"}, {"ß", "ss"}};
             for (const auto& [from, to] : swaps) {
                 for (std::size_t at = t.find(from); at != std::string::npos; at = t.find(from, at + to.size())) {
                     t.replace(at, from.size(), to);
@@ -136,7 +137,9 @@ TEST(Utf8Paths, AgreeWithTheHandlePathsOnGeneratedCalls) {
     std::vector<Set> sets = {{kAscii, true}, {kAscii, true}, {kAscii, false}};
     const int wideCopies[] = {1, 4, 1};
     for (std::size_t k = 0; k < sets.size(); ++k) {
-        for (int i = 0; i < wideCopies[k]; ++i) sets[k].alphabet.insert(sets[k].alphabet.end(), kWide.begin(), kWide.end());
+        for (int i = 0; i < wideCopies[k]; ++i) {
+            sets[k].alphabet.insert(sets[k].alphabet.end(), kWide.begin(), kWide.end());
+        }
     }
     sets[2].alphabet.insert(sets[2].alphabet.end(), kMalformed.begin(), kMalformed.end());
 
