@@ -72,7 +72,8 @@ struct Utf8Set {
 bool wellFormedArgument(const ArgumentFrame* frame, std::uint32_t k) {
     const StringValue* value = k == 0 ? nullptr : frame->string(static_cast<int>(k));
     if (value == nullptr || value->length <= 0) return true;
-    return value->data != nullptr && wellFormedUtf8(reinterpret_cast<const std::uint8_t*>(value->data), value->length);
+    return value->data != nullptr &&
+           utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(value->data), value->length) >= 0;
 }
 
 bool anyClass(const ModifierSet& m) {

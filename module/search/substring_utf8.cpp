@@ -41,7 +41,8 @@ struct Utf8Search {
 bool wellFormedArgument(const ArgumentFrame* frame, int k) {
     const StringValue* value = frame->string(k);
     if (value == nullptr || value->length <= 0) return true;
-    return value->data != nullptr && wellFormedUtf8(reinterpret_cast<const std::uint8_t*>(value->data), value->length);
+    return value->data != nullptr &&
+           utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(value->data), value->length) >= 0;
 }
 
 // Reads the call as the handle-walking path does; false when its text is not
@@ -104,6 +105,14 @@ std::int64_t caselessMatchAt(Utf8Search* s, std::int64_t off) {
     return off;
 }
 
+// The quick refusal of most alignments: both first characters ASCII and
+// different under lowcaseMap.
+inline bool mayMatchAt(const Utf8Search& s, std::int64_t off) {
+    const std::uint8_t t = s.source.data[off];
+    const std::uint8_t n = s.needle.data[0];
+    return (t | n) >= 0x80 || host().lowcaseMap[t] == host().lowcaseMap[n];
+}
+
 bool caseless(const Utf8Search& s) { return s.modifiers.has(kModI); }
 
 Pattern exactPattern(const Utf8Search& s) { return {s.needle.data, s.needle.bytes, false}; }
@@ -119,7 +128,7 @@ std::int64_t firstMatch(Utf8Search* s, std::int64_t p0, std::int64_t off0, std::
     }
     std::int64_t off = off0;
     for (std::int64_t p = p0; p + chars <= limit; ++p) {
-        if (caselessMatchAt(s, off) >= 0) return p;
+        if (mayMatchAt(*s, off) && caselessMatchAt(s, off) >= 0) return p;
         off += utf8SequenceBytes(s->source.data[off]);
     }
     return -1;
@@ -136,7 +145,7 @@ std::int64_t lastMatch(Utf8Search* s, std::int64_t limit) {
     if (p < 0) return -1;
     std::int64_t off = sourceOffset(*s, p);
     for (;; --p) {
-        if (caselessMatchAt(s, off) >= 0) return p;
+        if (mayMatchAt(*s, off) && caselessMatchAt(s, off) >= 0) return p;
         if (p == 0) return -1;
         off = utf8PreviousStart(s->source.data, off);
     }
@@ -154,7 +163,7 @@ std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
     std::uint64_t count = 0;
     std::int64_t off = 0;
     for (std::int64_t p = 0; p + chars <= limit;) {
-        const std::int64_t matchEnd = caselessMatchAt(s, off);
+        const std::int64_t matchEnd = mayMatchAt(*s, off) ? caselessMatchAt(s, off) : -1;
         if (matchEnd >= 0) {
             ++count;
             off = matchEnd;
