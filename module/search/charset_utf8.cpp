@@ -16,6 +16,7 @@
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/search/search_region.h"
+#include "module/search/utf8_call.h"
 #include "module/search/utf8_offsets.h"
 
 namespace txscan {
@@ -68,13 +69,6 @@ struct Utf8Set {
     std::uint32_t memoKey[16];
     std::uint8_t memoValue[16];
 };
-
-bool wellFormedArgument(const ArgumentFrame* frame, std::uint32_t k) {
-    const StringValue* value = k == 0 ? nullptr : frame->string(static_cast<int>(k));
-    if (value == nullptr || value->length <= 0) return true;
-    return value->data != nullptr &&
-           utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(value->data), value->length) >= 0;
-}
 
 bool anyClass(const ModifierSet& m) {
     for (ModifierFlag letter : kClassOrder) {
@@ -192,16 +186,12 @@ bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
 // Reads the call as the handle-walking path does; false when the source or
 // the list is not well-formed UTF-8.
 bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Set* s) {
-    const StringValue* source = frame->string(1);
-    if (source == nullptr || source->length < 1 || source->data == nullptr) return false;
-    const auto* data = reinterpret_cast<const std::uint8_t*>(source->data);
-    const std::int64_t total = utf8CharsIfWellFormed(data, source->length);
-    if (total < 0 || !wellFormedArgument(frame, roles.list)) return false;
-    s->sourceTotal = total;
+    Utf8Source source;
+    if (!readUtf8Call(frame, h, roles, kind, &s->parsed, &s->modifiers, &source)) return false;
     s->h = h;
-    interpretArguments(frame, h, roles, &s->parsed, &s->modifiers, 0, kind);
-    s->source = reinterpret_cast<const std::uint8_t*>(source->data);
-    s->sourceBytes = source->length;
+    s->source = source.data;
+    s->sourceBytes = source.bytes;
+    s->sourceTotal = source.characters;
     s->list = nullptr;
     s->listBytes = 0;
     if (s->parsed.listSet) {
@@ -222,7 +212,7 @@ void prepare(Utf8Set* s) {
     }
     s->wideAsksHandle = caseOrClass;
     s->handleReady = false;
-    std::memset(s->memoKey, 0, sizeof s->memoKey);
+    if (caseOrClass) std::memset(s->memoKey, 0, sizeof s->memoKey);
     buildAsciiTable(s);
 }
 

@@ -8,11 +8,11 @@
 // Malformed text in the source or the search text is left to the handle.
 #include <cstring>
 
-#include "module/charset/argument_interpreter.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/search/substring_scan.h"
+#include "module/search/utf8_call.h"
 #include "module/search/utf8_offsets.h"
 
 namespace txscan {
@@ -31,45 +31,30 @@ struct Utf8Search {
     EncodingHandle* h;
     ParsedArguments parsed;
     ModifierSet modifiers;
-    Text source;
-    std::int64_t sourceTotal;   // characters
+    Utf8Source source;
     Text needle;   // the secondChars characters that are searched for
     std::uint64_t pairKey[16];
     std::uint8_t pairSame[16];
 };
 
-bool wellFormedArgument(const ArgumentFrame* frame, int k) {
-    const StringValue* value = frame->string(k);
-    if (value == nullptr || value->length <= 0) return true;
-    return value->data != nullptr &&
-           utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(value->data), value->length) >= 0;
-}
-
 // Reads the call as the handle-walking path does; false when its text is not
 // well-formed UTF-8.
 bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Search* s) {
-    const StringValue* source = frame->string(1);
-    if (source == nullptr || source->length < 1 || source->data == nullptr) return false;
-    const auto* data = reinterpret_cast<const std::uint8_t*>(source->data);
-    const std::int64_t total = utf8CharsIfWellFormed(data, source->length);
-    if (total < 0 || !wellFormedArgument(frame, 2)) return false;
-    s->sourceTotal = total;
+    if (!readUtf8Call(frame, h, roles, kind, &s->parsed, &s->modifiers, &s->source)) return false;
     s->h = h;
-    interpretArguments(frame, h, roles, &s->parsed, &s->modifiers, 0, kind);
-    s->source = {reinterpret_cast<const std::uint8_t*>(source->data), source->length};
     s->needle = {nullptr, 0};
     if (s->parsed.secondSet && s->parsed.secondChars > 0) {
         const auto* data = reinterpret_cast<const std::uint8_t*>(s->parsed.second.text);
         s->needle = {data, utf8OffsetOf(data, s->parsed.second.length, s->parsed.secondChars)};
     }
-    std::memset(s->pairKey, 0, sizeof s->pairKey);
+    if (s->modifiers.has(kModI)) std::memset(s->pairKey, 0, sizeof s->pairKey);
     return true;
 }
 
 // Byte offset of source character `index`: the end for the character count,
 // -1 beyond it.
 std::int64_t sourceOffset(const Utf8Search& s, std::int64_t index) {
-    if (index == s.sourceTotal) return s.source.bytes;
+    if (index == s.source.characters) return s.source.bytes;
     return index == 0 ? 0 : utf8OffsetOf(s.source.data, s.source.bytes, index);
 }
 

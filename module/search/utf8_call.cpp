@@ -1,0 +1,71 @@
+// readUtf8Call: the argument interpreter for everything but the source, and
+// the source's count, trimmed count and start position on its bytes.
+#include "module/search/utf8_call.h"
+
+#include "module/frame/encoding_ops.h"
+#include "module/search/utf8_offsets.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+bool wellFormedArgument(const ArgumentFrame* frame, std::uint32_t k) {
+    const StringValue* value = k == 0 ? nullptr : frame->string(static_cast<int>(k));
+    if (value == nullptr || value->length <= 0) return true;
+    return value->data != nullptr &&
+           utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(value->data), value->length) >= 0;
+}
+
+// The start argument's value as the interpreter takes it: not given,
+// missing or above 2147483647 is unusable; held at -2^62 below.
+bool usableStart(const ArgumentFrame* frame, std::uint32_t k, std::int64_t* start) {
+    if (k == 0) return false;
+    const double* number = frame->number(static_cast<int>(k));
+    if (number == nullptr || topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
+    constexpr double kFloor = -4611686018427387904.0;
+    *start = static_cast<std::int64_t>(*number < kFloor ? kFloor : *number);
+    return true;
+}
+
+// Characters without trailing blanks. Whether a wide character just before
+// the blanks is a blank as well only the handle knows.
+std::int64_t trimmedCharacters(EncodingHandle* h, const Utf8Source& s) {
+    std::int64_t end = s.bytes;
+    while (end > 0 && s.data[end - 1] == ' ') --end;
+    if (end == 0 || s.data[end - 1] < 0x80) return s.characters - (s.bytes - end);
+    TextCursor cursor;
+    setupCursor(h, &cursor, reinterpret_cast<const char*>(s.data), s.bytes);
+    return enc::trimmedLength(h, &cursor);
+}
+
+}  // namespace
+
+bool readUtf8Call(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind,
+                  ParsedArguments* parsed, ModifierSet* modifiers, Utf8Source* source) {
+    const StringValue* text = frame->string(1);
+    if (text == nullptr || text->length < 1 || text->data == nullptr) return false;
+    source->data = reinterpret_cast<const std::uint8_t*>(text->data);
+    source->bytes = text->length;
+    source->characters = utf8CharsIfWellFormed(source->data, source->bytes);
+    if (source->characters < 0 || !wellFormedArgument(frame, roles.second) || !wellFormedArgument(frame, roles.list)) {
+        return false;
+    }
+    ArgumentRoles others = roles;
+    others.source = 0;
+    interpretArguments(frame, h, others, parsed, modifiers, 0, kind);
+    parsed->sourceChars = modifiers->has(kModT) ? trimmedCharacters(h, *source) : source->characters;
+
+    // The interpreter's start rule: a B among the modifiers starts at the
+    // end; a negative start (which has set B) counts from the end.
+    std::int64_t start = 0;
+    if (!usableStart(frame, roles.start, &start)) {
+        start = modifiers->has(kModB) ? (parsed->sourceChars != 0 ? parsed->sourceChars : 1) : 1;
+    }
+    if (start < 0) start = -start < parsed->sourceChars ? -start : parsed->sourceChars;
+    parsed->start = start;
+    return true;
+}
+
+}  // namespace txscan
