@@ -45,7 +45,9 @@ constexpr ModifierFlag kClassOrder[] = {kModU, kModL, kModA, kModC, kModD, kModG
 // held character, which a caseless list may have folded).
 constexpr ModifierFlag kSourceClasses[] = {kModA, kModC, kModD, kModG, kModS, kModW, kModX};
 
-constexpr std::uint8_t kUnknown = 2;
+// Entries of the byte table besides 0 and 1 (member or not, V applied).
+constexpr std::uint8_t kUnknown = 2;   // an ASCII character not yet decided
+constexpr std::uint8_t kAskWide = 3;   // a lead byte whose character must be looked at
 
 // Everything one call needs; lives on the call's stack.
 struct Utf8Set {
@@ -59,15 +61,18 @@ struct Utf8Set {
     std::int64_t listBytes;
     bool listHasWide;
     bool wideAsksHandle;        // a case or class question can decide for a wide character
-    std::uint8_t ascii[128];    // membership, V applied, or kUnknown
+    // Per byte value: an ASCII character's membership, 0 for continuation
+    // bytes, and for lead bytes the answer every wide character gets when
+    // nothing can tell them apart, else kAskWide.
+    std::uint8_t table[256];
     AsciiTable listHas;         // the list's ASCII characters
     std::uint8_t sourceMask;    // classTable bits of the classes asked of the source character
     // Handle-side state for characters of more than one byte.
     bool handleReady;
     WideClassLists classLists;
     CharBufferCursor held;
-    std::uint32_t memoKey[16];
-    std::uint8_t memoValue[16];
+    std::uint32_t memoKey[64];
+    std::uint8_t memoValue[64];
 };
 
 bool anyClass(const ModifierSet& m) {
@@ -102,29 +107,26 @@ bool asciiMember(const Utf8Set& s, unsigned c) {
     return inClass != negated;
 }
 
-// Without class letters or a caseless list the table is the list's bytes;
-// otherwise each entry is worked out when its character first appears.
-void buildAsciiTable(Utf8Set* s) {
+// Without class letters or a caseless list the ASCII entries are the list's
+// bytes; otherwise each is worked out when its character first appears.
+void buildByteTable(Utf8Set* s) {
     s->listHas = AsciiTable{};
     for (std::int64_t i = 0; i < s->listBytes; ++i) {
         if (s->list[i] < 0x80) s->listHas.has[s->list[i]] = 1;
     }
     if (!anyClass(s->modifiers) && !(s->list != nullptr && s->modifiers.has(kModI))) {
         const std::uint8_t negated = s->modifiers.has(kModV) ? 1 : 0;
-        for (int c = 0; c < 128; ++c) s->ascii[c] = s->listHas.has[c] ^ negated;
-        return;
+        for (int c = 0; c < 128; ++c) s->table[c] = s->listHas.has[c] ^ negated;
+    } else {
+        s->sourceMask = 0;
+        for (ModifierFlag letter : kSourceClasses) {
+            if (s->modifiers.has(letter)) s->sourceMask |= byteClassMask(letter);
+        }
+        std::memset(s->table, kUnknown, 128);
     }
-    s->sourceMask = 0;
-    for (ModifierFlag letter : kSourceClasses) {
-        if (s->modifiers.has(letter)) s->sourceMask |= byteClassMask(letter);
-    }
-    std::memset(s->ascii, kUnknown, sizeof s->ascii);
-}
-
-inline bool asciiDecision(Utf8Set* s, std::uint8_t b) {
-    std::uint8_t decision = s->ascii[b];
-    if (decision == kUnknown) decision = s->ascii[b] = asciiMember(*s, b);
-    return decision != 0;
+    std::memset(s->table + 0x80, 0, 0x40);
+    const bool wideAlike = !s->listHasWide && !s->wideAsksHandle;
+    std::memset(s->table + 0xC0, wideAlike ? (s->modifiers.has(kModV) ? 1 : 0) : kAskWide, 0x40);
 }
 
 bool listHoldsSequence(const Utf8Set& s, const std::uint8_t* p, int length) {
@@ -144,13 +146,17 @@ bool wideInSetFromHandle(Utf8Set* s, const std::uint8_t* p, int length) {
         s->handleReady = true;
     }
     const ModifierSet& m = s->modifiers;
+    // The character's own bytes serve as the held character until a fold
+    // needs the buffer; the case tests asked are those that can decide.
     TextCursor at;
     setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
-    TextCursor* held = &s->held.cursor;
-    enc::currentChar(h, &at, held);
-    const bool upper = enc::caseTest(h, held, kIsUpper);
-    const bool lower = enc::caseTest(h, held, kIsLower);
-    if (s->list != nullptr && m.has(kModI) && (upper || lower)) {
+    TextCursor* held = &at;
+    const bool caselessList = s->list != nullptr && m.has(kModI);
+    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, held, kIsUpper);
+    const bool lower = (caselessList || m.has(kModL)) && enc::caseTest(h, held, kIsLower);
+    if (caselessList && (upper || lower)) {
+        held = &s->held.cursor;
+        enc::currentChar(h, &at, held);
         if (upper) {
             enc::toLowerChar(h, held);
         } else {
@@ -175,7 +181,7 @@ bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
     // question nothing but the list can hold a wide character.
     if (!s->wideAsksHandle) return negated;
     const std::uint32_t key = utf8Key(p, length);
-    const std::uint32_t slot = (key ^ key >> 7 ^ key >> 17) & 15;
+    const std::uint32_t slot = (key ^ key >> 7 ^ key >> 17) & 63;
     if (s->memoKey[slot] != key) {
         s->memoKey[slot] = key;
         s->memoValue[slot] = wideInSetFromHandle(s, p, length);
@@ -213,18 +219,23 @@ void prepare(Utf8Set* s) {
     s->wideAsksHandle = caseOrClass;
     s->handleReady = false;
     if (caseOrClass) std::memset(s->memoKey, 0, sizeof s->memoKey);
-    buildAsciiTable(s);
+    buildByteTable(s);
 }
 
-// Membership of the character at byte offset `off`; its length goes to *length.
-inline bool memberAt(Utf8Set* s, std::int64_t off, int* length) {
+// Membership of the character that starts at byte offset `off`; false for a
+// continuation byte, so a walk over bytes meets each character once.
+inline bool memberAt(Utf8Set* s, std::int64_t off) {
     const std::uint8_t b = s->source[off];
-    if (b < 0x80) {
-        *length = 1;
-        return asciiDecision(s, b);
-    }
-    *length = utf8SequenceBytes(b);
-    return wideMember(s, s->source + off, *length);
+    const std::uint8_t entry = s->table[b];
+    if (entry < kUnknown) return entry != 0;
+    if (entry == kUnknown) return (s->table[b] = asciiMember(*s, b)) != 0;
+    return wideMember(s, s->source + off, utf8SequenceBytes(b));
+}
+
+// The trimmed source's end, in bytes.
+std::int64_t sourceEnd(const Utf8Set& s) {
+    const std::int64_t chars = s.parsed.sourceChars;
+    return chars == s.sourceTotal ? s.sourceBytes : utf8OffsetOf(s.source, s.sourceBytes, chars);
 }
 
 }  // namespace
@@ -257,25 +268,24 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     if (p0 < 0 || p0 >= chars) return true;
     prepare(&s);
 
-    std::int64_t off = p0 == 0 ? 0 : utf8OffsetOf(s.source, s.sourceBytes, p0);
-    int length = 1;
+    // Walks over bytes: continuation bytes are never members, and the
+    // position is the number of lead bytes before the member.
+    const std::int64_t off0 = p0 == 0 ? 0 : utf8OffsetOf(s.source, s.sourceBytes, p0);
     if (s.modifiers.has(kModB)) {
-        for (std::int64_t p = p0;; --p) {
-            if (memberAt(&s, off, &length)) {
-                *result = static_cast<double>(p + 1);
+        for (std::int64_t off = off0;; --off) {
+            if (memberAt(&s, off)) {
+                *result = static_cast<double>(leadBytes(s.source, off) + 1);
                 return true;
             }
-            if (p == 0) return true;
-            off = utf8PreviousStart(s.source, off);
+            if (off == 0) return true;
         }
     }
-    for (std::int64_t p = p0; p < chars; ++p) {
-        const std::uint8_t b = s.source[off];
-        if (b < 0x80 ? asciiDecision(&s, b) : memberAt(&s, off, &length)) {
-            *result = static_cast<double>(p + 1);
+    const std::int64_t end = sourceEnd(s);
+    for (std::int64_t off = off0; off < end; ++off) {
+        if (memberAt(&s, off)) {
+            *result = static_cast<double>(p0 + leadBytes(s.source + off0, off - off0) + 1);
             return true;
         }
-        off += b < 0x80 ? 1 : length;
     }
     return true;
 }
@@ -294,20 +304,9 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     prepare(&s);
 
     // Either direction visits every character of the trimmed source once.
-    const std::int64_t chars = s.parsed.sourceChars;
-    const std::int64_t end = chars == s.sourceTotal ? s.sourceBytes : utf8OffsetOf(s.source, s.sourceBytes, chars);
+    const std::int64_t end = sourceEnd(s);
     std::uint64_t count = 0;
-    int length = 1;
-    for (std::int64_t off = 0; off < end;) {
-        const std::uint8_t b = s.source[off];
-        if (b < 0x80) {
-            count += asciiDecision(&s, b);
-            ++off;
-            continue;
-        }
-        count += memberAt(&s, off, &length) ? 1 : 0;
-        off += length;
-    }
+    for (std::int64_t off = 0; off < end; ++off) count += memberAt(&s, off) ? 1 : 0;
     *result = static_cast<double>(count);
     return true;
 }
