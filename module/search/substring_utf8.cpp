@@ -33,8 +33,8 @@ struct Utf8Search {
     ModifierSet modifiers;
     Utf8Source source;
     Text needle;   // the secondChars characters that are searched for
-    std::uint64_t pairKey[16];
-    std::uint8_t pairSame[16];
+    std::uint64_t pairKey[64];
+    std::uint8_t pairSame[64];
 };
 
 // Reads the call as the handle-walking path does; false when its text is not
@@ -64,7 +64,7 @@ bool sameCaseless(Utf8Search* s, const std::uint8_t* a, const std::uint8_t* b) {
     const int lb = utf8SequenceBytes(b[0]);
     if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
     const std::uint64_t key = static_cast<std::uint64_t>(utf8Key(a, la)) << 32 | utf8Key(b, lb);
-    const std::uint32_t slot = static_cast<std::uint32_t>(key ^ key >> 29 ^ key >> 41) & 15;
+    const std::uint32_t slot = static_cast<std::uint32_t>(key ^ key >> 29 ^ key >> 41) & 63;
     if (s->pairKey[slot] == key) return s->pairSame[slot] != 0;
     TextCursor textChar;
     TextCursor searchChar;
