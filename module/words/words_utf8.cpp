@@ -283,6 +283,95 @@ Outcome walk(WordWalk& w, std::int64_t start) {
     return out;
 }
 
+// Without M and Q a count is the number of runs of non-delimiters in the
+// scanned text, whichever way the scan goes: the walk above without its
+// position bookkeeping.
+std::int64_t countRuns(WordWalk& w) {
+    const std::uint8_t* s = w.source.p;
+    const std::uint8_t* decision = w.d.decision;
+    const std::int64_t bound = w.d.mods.has(kModT) ? blankTrimmed(s, w.source.n) : w.source.n;
+    std::int64_t words = 0;
+    bool previous = true;   // the edge counts as a delimiter
+    for (std::int64_t off = 0; off < bound;) {
+        const std::uint8_t c = s[off];
+        bool delimiter;
+        if (c < 0x80) {
+            delimiter = decision[c] != 0;
+            ++off;
+        } else {
+            const int length = charBytes(c);
+            delimiter = wideDelimiter(w.d, s + off, length);
+            off += length;
+        }
+        words += previous && !delimiter;
+        previous = delimiter;
+    }
+    return words;
+}
+
+// Whether the search word occurs as a whole word at byte `off` (character
+// `pos`): the characters on either side are delimiters or the ends of the
+// scanned text.
+bool wholeWordAt(WordWalk& w, std::int64_t pos, std::int64_t off, std::int64_t bound) {
+    const std::int64_t matched = matchAt(w, off);
+    if (matched < 0) return false;
+    const std::uint8_t* s = w.source.p;
+    if (pos > 0) {
+        std::int64_t before = off - 1;
+        while ((s[before] & 0xC0) == 0x80) --before;
+        if (!delimiterAt(w.d, s + before, static_cast<int>(off - before))) return false;
+    }
+    const std::int64_t after = off + matched;
+    return after >= bound || delimiterAt(w.d, s + after, charBytes(s[after]));
+}
+
+// Without Q and E a search answers with the first position, in the scan's
+// order from the start, at which the word occurs whole; nothing else of the
+// walk matters. `start` is at least 1 and the word is not empty.
+std::int64_t firstWholeWord(WordWalk& w, std::int64_t start) {
+    const std::uint8_t* s = w.source.p;
+    const std::int64_t n = w.source.n;
+    // Under T the scan never moves past the trimmed text, and no match can
+    // begin in the trailing blanks, since the word is trimmed too.
+    const std::int64_t bound = w.d.mods.has(kModT) ? blankTrimmed(s, n) : n;
+    std::int64_t pos = 0;
+    std::int64_t off = 0;
+    for (; pos < start - 1 && off < n; ++pos) off += charBytes(s[off]);
+    if (w.d.mods.has(kModB)) {
+        // A backward scan may start on the first trimmed blank and go on
+        // into the text; one that starts further out stops at once.
+        if (off >= n || pos > w.sourceChars) return -1;
+        for (;;) {
+            if (wholeWordAt(w, pos, off, bound)) return pos;
+            if (pos == 0) return -1;
+            --pos;
+            do {
+                --off;
+            } while ((s[off] & 0xC0) == 0x80);
+        }
+    }
+    if (off >= bound) return -1;
+    if (!w.caseless) {
+        // Candidates are the places of the word's first byte, always a lead byte.
+        const std::uint8_t first = w.word.p[0];
+        for (;;) {
+            const void* found = std::memchr(s + off, first, static_cast<std::size_t>(bound - off));
+            if (found == nullptr) return -1;
+            const std::int64_t at = static_cast<const std::uint8_t*>(found) - s;
+            pos += leadBytes(s + off, at - off);
+            off = at;
+            if (wholeWordAt(w, pos, off, bound)) return pos;
+            off += charBytes(s[off]);
+            ++pos;
+            if (off >= bound) return -1;
+        }
+    }
+    for (; off < bound; off += charBytes(s[off]), ++pos) {
+        if (wholeWordAt(w, pos, off, bound)) return pos;
+    }
+    return -1;
+}
+
 // Reads the call as the interpreter would, walking the source and the word
 // here; false when the call is left to the scanner.
 bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t mode,
@@ -340,6 +429,11 @@ bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std
     WordWalk w;
     std::int64_t start = 0;
     if (!readCall(frame, h, countWordsRoles(frame), kCountWords, &w, &start)) return false;
+    if (!w.d.mods.has(kModM) && !w.d.mods.has(kModQ)) {
+        *result = static_cast<double>(countRuns(w));
+        *status = kStatusOk;
+        return true;
+    }
     const Outcome o = walk(w, start);
     std::int64_t words = o.wordCount;
     if (w.d.mods.has(kModM) && o.lastWasDelimiter && !w.d.mods.has(kModE)) ++words;
@@ -354,6 +448,13 @@ bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     WordWalk w;
     std::int64_t start = 0;
     if (!readCall(frame, h, roles, kFindWord, &w, &start)) return false;
+    if (!w.d.mods.has(kModQ) && !w.d.mods.has(kModE)) {
+        const bool searchable = start >= 1 && w.wordSet && w.wordChars > 0;
+        const std::int64_t at = searchable ? firstWholeWord(w, start) : -1;
+        *result = at >= 0 ? static_cast<double>(at + 1) : 0.0;
+        *status = kStatusOk;
+        return true;
+    }
     const Outcome o = walk(w, start);
     double answer = 0.0;
     if (o.found) {
