@@ -375,8 +375,10 @@ void registerUtf8Rows() {
     };
     const Variant variants[] = {
         {"KCOUNTW/rows/default", "KCOUNTW", false, {}},
+        {"KCOUNTW/rows/list", "KCOUNTW", false, {std::string(", ")}},
         {"KCOUNTW/rows/list_IT", "KCOUNTW", false, {std::string(", "), std::string("IT")}},
         {"KFINDW/rows/default", "KFINDW", true, {}},
+        {"KFINDW/rows/list", "KFINDW", true, {std::string(", ")}},
         {"KFINDW/rows/list_I", "KFINDW", true, {std::string(", "), std::string("I")}},
     };
     const std::vector<std::string> rows = mixedRows();

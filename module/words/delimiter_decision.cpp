@@ -32,40 +32,68 @@ constexpr ByteTable kNameChars = tableOf(kNameCharsText);
 constexpr ByteTable kExtraPunct = tableOf(kExtraPunctText);
 constexpr ByteTable kNoDelimiters{};
 
+// Class letters whose byte test looks at the character itself (P, F, N and
+// H look at it after any caseless folding).
+constexpr ModifierFlag kSelfClassLetters[] = {kModA, kModC, kModD, kModG, kModS, kModW, kModX};
 constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
                                           kModF, kModN, kModH};
 
+// What a call's modifiers ask of a one-byte character, settled once so
+// that the table of 128 or 256 decisions is a tight loop.
+struct ByteQuestions {
+    const std::uint8_t* classes;
+    const std::uint8_t* upcase;
+    const std::uint8_t* lowcase;
+    bool caselessList, askUpper, askLower, upperCounts, lowerCounts, defaults;
+    std::uint8_t classMask;   // class letters that test the character itself
+    bool punct, nameStart, nameChars, tab;   // tests of the held (possibly folded) character
+    bool heldTests;
+};
+
+ByteQuestions questionsOf(const ModifierSet& m, bool hasList) {
+    ByteQuestions q{};
+    q.classes = host().classTable;
+    q.upcase = host().upcaseMap;
+    q.lowcase = host().lowcaseMap;
+    q.caselessList = hasList && m.has(kModI);
+    q.upperCounts = m.has(kModU);
+    q.lowerCounts = m.has(kModL);
+    q.askUpper = q.caselessList || q.upperCounts;
+    q.askLower = q.caselessList || q.lowerCounts;
+    q.defaults = m.has(kModDefaultDelimiters);
+    for (ModifierFlag letter : kSelfClassLetters) {
+        if (m.has(letter)) q.classMask |= byteClassMask(letter);
+    }
+    q.punct = m.has(kModP);
+    q.nameStart = m.has(kModF);
+    q.nameChars = m.has(kModN);
+    q.tab = m.has(kModH);
+    q.heldTests = q.punct || q.nameStart || q.nameChars || q.tab;
+    return q;
+}
+
 // The scanner's delimiter decision for a one-byte character from the byte
 // tables: list, caseless list, U and L, default list, classes, fixed lists,
-// with the classes that look at the held character seeing it after folding.
-bool byteDecision(const DelimiterDecision& s, const std::uint8_t* listHas, unsigned c) {
-    const ModifierSet& m = s.mods;
-    const std::uint8_t* classes = host().classTable;
-    const bool hasList = s.list != nullptr;
-    if (hasList && listHas[c]) return true;
-    const bool caselessList = hasList && m.has(kModI);
-    const bool upper = (caselessList || m.has(kModU)) && (classes[c] & kClassUpper) != 0;
-    const bool lower = !upper && (caselessList || m.has(kModL)) && (classes[c] & kClassLower) != 0;
+// with the tests that look at the held character seeing it after folding.
+// The tests are tried in another order than the scanner's, which changes
+// nothing: each is a plain question, and the first that holds decides.
+bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned c) {
+    const std::uint8_t* classes = q.classes;
+    if (listHas[c] || (q.defaults && kDefaultDelimiters.has[c]) || (classes[c] & q.classMask) != 0) return true;
     unsigned held = c;
-    if (caselessList && (upper || lower)) {
-        held = upper ? host().lowcaseMap[c] : host().upcaseMap[c];
-        if (listHas[held]) return true;
-    }
-    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
-    if (m.has(kModDefaultDelimiters) && kDefaultDelimiters.has[c]) return true;
-    for (ModifierFlag letter : kClassLetters) {
-        if (!m.has(letter)) continue;
-        bool holds = false;
-        switch (letter) {
-            case kModP: holds = (classes[held] & byteClassMask(letter)) != 0 || kExtraPunct.has[held]; break;
-            case kModF: holds = kNameStart.has[held] != 0; break;
-            case kModN: holds = kNameChars.has[held] != 0; break;
-            case kModH: holds = held == '\t'; break;
-            default: holds = (classes[c] & byteClassMask(letter)) != 0; break;
+    if (q.askUpper || q.askLower) {
+        const bool upper = q.askUpper && (classes[c] & kClassUpper) != 0;
+        const bool lower = !upper && q.askLower && (classes[c] & kClassLower) != 0;
+        if (q.caselessList && (upper || lower)) {
+            held = upper ? q.lowcase[c] : q.upcase[c];
+            if (listHas[held]) return true;
         }
-        if (holds) return true;
+        if ((upper && q.upperCounts) || (lower && q.lowerCounts)) return true;
     }
-    return false;
+    if (!q.heldTests) return false;
+    return (q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunct.has[held])) ||
+           (q.nameStart && kNameStart.has[held]) || (q.nameChars && kNameChars.has[held]) ||
+           (q.tab && held == '\t');
 }
 
 // Whether a case or class question decides anything (I only with a list).
@@ -92,7 +120,8 @@ void buildByteDecisions(DelimiterDecision& s) {
             s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has[c] : 0);
         }
     } else {
-        for (int c = 0; c < singles; ++c) s.built[c] = byteDecision(s, listHas, static_cast<unsigned>(c));
+        const ByteQuestions q = questionsOf(m, hasList);
+        for (int c = 0; c < singles; ++c) s.built[c] = byteDecision(q, listHas, static_cast<unsigned>(c));
     }
     if (m.has(kModK)) {
         for (int c = 0; c < singles; ++c) s.built[c] ^= 1;
