@@ -1,11 +1,20 @@
 // interpretArguments: modifiers first (they decide trimming and direction),
 // then lists, delimiters, count, source, second string and start, in that
 // order, because each step may use what an earlier one settled.
+//
+// In UTF-8 sessions, well-formed text is counted on its bytes and ASCII
+// modifier letters are read through the session's byte tables: a character
+// is a well-formed sequence whatever the host, and the byte tables hold the
+// same case mapping as the handle below 0x80. Malformed text, a modifier text
+// with a wide character, and a wide character just before trailing blanks
+// (only the host knows whether it is a blank) still ask the handle.
 #include "module/charset/argument_interpreter.h"
 
 #include <cstring>
 
+#include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
+#include "module/frame/module_state.h"
 
 namespace txscan {
 
@@ -38,10 +47,29 @@ std::int64_t truncated(double value) {
     return static_cast<std::int64_t>(value < kFloor ? kFloor : value);
 }
 
+bool utf8Session(const EncodingHandle* h) { return h->encodingId == kEncodingIdUtf8; }
+
+const std::uint8_t* bytesOf(const StringValue* text) { return reinterpret_cast<const std::uint8_t*>(text->data); }
+
+// Upper-cases each letter by the byte table and looks it up in the alphabet,
+// which a UTF-8 session holds as the same ASCII letters.
+void readAsciiModifierText(const StringValue* text, ModifierSet* modifiers) {
+    const std::uint8_t* upper = host().upcaseMap;
+    modifiers->set(kModInterpreted);
+    for (std::int64_t i = 0; i < text->length; ++i) {
+        const int flag = modifierFlagOf(upper[bytesOf(text)[i]]);
+        if (flag >= 0) modifiers->set(static_cast<ModifierFlag>(flag));
+    }
+}
+
 void readModifierText(EncodingHandle* h, const StringValue* text, ModifierSet* modifiers) {
     if (enc::skipModifierText(h, text->data, text->length)) return;
     Transcoder* transcoder = h->transcoder();
     if (transcoder == nullptr) return;
+    if (utf8Session(h) && !anyHighByte(bytesOf(text), text->length)) {
+        readAsciiModifierText(text, modifiers);
+        return;
+    }
 
     char alphabet[kAlphabetBytes] = {};
     std::int64_t converted = 0;
@@ -74,8 +102,24 @@ bool setupList(EncodingHandle* h, const StringValue* text, bool trim, TextCursor
     return true;
 }
 
+// The characters of well-formed UTF-8 text (without trailing blanks under
+// T), or -1 when the handle has to count them.
+std::int64_t utf8Characters(const StringValue* text, bool trim) {
+    const std::uint8_t* p = bytesOf(text);
+    const std::int64_t n = text->length;
+    if (n < 0 || (p == nullptr && n > 0) || !wellFormedUtf8(p, n)) return -1;
+    if (!trim) return leadBytes(p, n);
+    std::int64_t end = n;
+    while (end > 0 && p[end - 1] == ' ') --end;
+    return end == 0 || p[end - 1] < 0x80 ? leadBytes(p, end) : -1;
+}
+
 std::int64_t setupString(EncodingHandle* h, const StringValue* text, bool trim, TextCursor* cursor) {
     setupCursor(h, cursor, text->data, text->length);
+    if (utf8Session(h)) {
+        const std::int64_t characters = utf8Characters(text, trim);
+        if (characters >= 0) return characters;
+    }
     return trim ? enc::trimmedLength(h, cursor) : enc::charLength(h, cursor);
 }
 
