@@ -33,6 +33,14 @@ std::int64_t blankTrimmed(const std::uint8_t* p, std::int64_t n) {
     return n;
 }
 
+// Under T the host's trimming decides what a trailing blank is; these paths
+// trim blanks (0x20) themselves, so they take a text only when what precedes
+// its trailing blanks is a character of one byte, which is no blank.
+bool trimsAlike(const std::uint8_t* p, std::int64_t n) {
+    const std::int64_t end = blankTrimmed(p, n);
+    return end == 0 || p[end - 1] < 0x80;
+}
+
 struct Text {
     const std::uint8_t* p;
     std::int64_t n;
@@ -390,6 +398,7 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
     interpretArguments(frame, h, others, &w->d.parsed, &w->d.mods, 0, mode);
     const ModifierSet& mods = w->d.mods;
     const bool trim = mods.has(kModT);
+    if (trim && !trimsAlike(w->source.p, w->source.n)) return false;
 
     w->sourceChars = leadBytes(w->source.p, trim ? blankTrimmed(w->source.p, w->source.n) : w->source.n);
     w->wordSet = false;
@@ -397,7 +406,7 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
     w->word = {nullptr, 0};
     if (const StringValue* wordValue = roles.second != 0 ? frame->string(2) : nullptr) {
         Text word{};
-        if (!readText(wordValue, &word)) return false;
+        if (!readText(wordValue, &word) || (trim && !trimsAlike(word.p, word.n))) return false;
         if (trim) word.n = blankTrimmed(word.p, word.n);
         w->word = word;
         w->wordChars = leadBytes(word.p, word.n);
