@@ -9,7 +9,11 @@
 // - KFINDW for a word near the end of 1 MiB and of 80-byte rows; peer:
 //   string_view::find followed by whole-word boundary checks;
 // - KCOUNTW on 80-byte rows with O at a caching site against a call that
-//   is handed the environment's prebuilt default table.
+//   is handed the environment's prebuilt default table;
+// - KCOUNTW and KFINDW on rows of 20 to 120 bytes of names, places and
+//   free text with accented Latin and CJK (the UTF-8 paths), against the
+//   same rows with every non-ASCII byte made an ASCII letter (the byte
+//   paths) and against the word scanner on the mixed rows.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -22,6 +26,8 @@
 #include <vector>
 
 #include "host/host.h"
+#include "module/frame/exports.h"
+#include "module/frame/workers.h"
 
 namespace {
 
@@ -97,8 +103,8 @@ struct DirectCall {
     StringValue result{200, 0, nullptr, nullptr, 200};
 
     DirectCall(const char* function, bool callRoutine, std::uint8_t siteKind, std::vector<txhost::Argument> arguments,
-               const char* encoding = "UTF-8") {
-        txhost::Module& module = *harness(encoding).module;
+               const char* encoding = "UTF-8", txhost::Module* inProcess = nullptr) {
+        txhost::Module& module = inProcess != nullptr ? *inProcess : *harness(encoding).module;
         const int index = module.functionIndex(function, callRoutine);
         site = std::make_unique<txhost::CallSite>(module, index, siteKind);
         entry = module.functions()[static_cast<std::size_t>(index)].entry;
@@ -320,6 +326,109 @@ void registerCachedRows() {
     });
 }
 
+// Rows of names, places and free text: 3 to 14 pieces, 20 to 120 bytes,
+// each holding at least one accented Latin or CJK word.
+const char* const kRowWords[] = {"Jos\xC3\xA9", "M\xC3\xBCller", "Stra\xC3\x9F" "e", "Fran\xC3\xA7ois", "Z\xC3\xBCrich",
+                                 "S\xC3\xA3o", "Paulo", "\xE6\x9D\xB1\xE4\xBA\xAC\xE9\x83\xBD",
+                                 "\xE6\xB8\x8B\xE8\xB0\xB7\xE5\x8C\xBA", "caf\xC3\xA9", "r\xC3\xA9sum\xC3\xA9",
+                                 "Dvo\xC5\x99\xC3\xA1k", "Smith", "John", "Main", "Street", "12", "Apt", "4B",
+                                 "London", "the", "order", "shipped", "on", "Friday", "Anna", "Road", "new", "and",
+                                 "Berlin", "Ave", "call", "back", "Maria", "Garc\xC3\xAD" "a", "\xE5\x8C\x97\xE4\xBA\xAC"};
+std::vector<std::string> mixedRows() {
+    std::mt19937 random(31);
+    std::vector<std::string> rows;
+    while (rows.size() < 64) {
+        std::string row;
+        const std::size_t pieces = 3 + random() % 12;
+        for (std::size_t i = 0; i < pieces; ++i) {
+            if (i > 0) row += random() % 4 == 0 ? ", " : " ";
+            row += kRowWords[random() % std::size(kRowWords)];
+        }
+        bool wide = false;
+        for (char c : row) wide = wide || (static_cast<unsigned char>(c) & 0x80) != 0;
+        if (wide && row.size() >= 20 && row.size() <= 120) rows.push_back(row);
+    }
+    return rows;
+}
+
+std::string asciiTwin(std::string text) {
+    for (char& c : text) {
+        if ((static_cast<unsigned char>(c) & 0x80) != 0) c = 'x';
+    }
+    return text;
+}
+
+// The module linked into this program, so that the word scanner can be
+// called directly as the reference the UTF-8 paths replace.
+txhost::Module& inProcessModule() {
+    static txhost::Session session(Harness::options("UTF-8"));
+    static std::unique_ptr<txhost::Module> module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    return *module;
+}
+
+void registerUtf8Rows() {
+    struct Variant {
+        const char* name;
+        const char* function;
+        bool word;                             // KFINDW: the row's last word
+        std::vector<txhost::Argument> tail;    // after the row (and the word)
+    };
+    const Variant variants[] = {
+        {"KCOUNTW/rows/default", "KCOUNTW", false, {}},
+        {"KCOUNTW/rows/list", "KCOUNTW", false, {std::string(", ")}},
+        {"KCOUNTW/rows/list_IT", "KCOUNTW", false, {std::string(", "), std::string("IT")}},
+        {"KFINDW/rows/default", "KFINDW", true, {}},
+        {"KFINDW/rows/list", "KFINDW", true, {std::string(", ")}},
+        {"KFINDW/rows/list_I", "KFINDW", true, {std::string(", "), std::string("I")}},
+    };
+    const std::vector<std::string> rows = mixedRows();
+    txhost::Module& module = inProcessModule();
+    auto* handle = module.session().encodingHandle();
+    for (const Variant& v : variants) {
+        using Calls = std::vector<std::shared_ptr<DirectCall>>;
+        auto mixed = std::make_shared<Calls>();
+        auto ascii = std::make_shared<Calls>();
+        for (const std::string& row : rows) {
+            for (bool wide : {true, false}) {
+                const std::string text = wide ? row : asciiTwin(row);
+                std::vector<txhost::Argument> args{text};
+                if (v.word) args.emplace_back(text.substr(text.rfind(' ') + 1));
+                args.insert(args.end(), v.tail.begin(), v.tail.end());
+                (wide ? mixed : ascii)->push_back(std::make_shared<DirectCall>(v.function, false, 0, args, "UTF-8", &module));
+            }
+        }
+        const bool finding = v.word;
+        const auto reference = [finding, handle](DirectCall& call) {
+            double value = 0;
+            if (finding) {
+                txscan::findWordMultiByte(&call.site->frame(), &value, handle, 0, nullptr);
+            } else {
+                txscan::countWordsMultiByte(&call.site->frame(), &value, handle, 0, nullptr);
+            }
+            return value;
+        };
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            const double answer = (*mixed)[i]->number();
+            // Positions are in characters, so only counts agree across the twins.
+            const double twin = (*ascii)[i]->number();
+            if (answer != reference(*(*mixed)[i]) || answer == 0 || twin == 0 || (!finding && twin != answer)) {
+                fail(v.name);
+            }
+        }
+        const auto run = [](std::shared_ptr<Calls> calls, auto call) {
+            return [calls, call](benchmark::State& state) {
+                std::size_t i = 0;
+                for (auto _ : state) benchmark::DoNotOptimize(call(*(*calls)[i++ & 63]));
+                state.SetItemsProcessed(state.iterations());
+            };
+        };
+        const auto entry = [](DirectCall& call) { return call.number(); };
+        benchmark::RegisterBenchmark((std::string(v.name) + "/ascii").c_str(), run(ascii, entry));
+        benchmark::RegisterBenchmark((std::string(v.name) + "/mixed").c_str(), run(mixed, entry));
+        benchmark::RegisterBenchmark((std::string(v.name) + "/mixed_scanner").c_str(), run(mixed, reference));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -333,6 +442,7 @@ int main(int argc, char** argv) {
         registerFind(kRow, encoding);
     }
     registerCachedRows();
+    registerUtf8Rows();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -46,6 +46,15 @@ struct ParsedArguments {
     std::int64_t secondChars;   // likewise
 };
 
+// A start or count truncated toward zero, as the interpreter reads it.
+// Values far below any text length (down to minus infinity) are held at
+// -2^62 so that the conversion stays defined; no answer changes, since
+// every such number lies beyond any text.
+inline std::int64_t truncatedNumber(double value) {
+    constexpr double kFloor = -4611686018427387904.0;
+    return static_cast<std::int64_t>(value < kFloor ? kFloor : value);
+}
+
 // Fills `out` and `modifiers` from the call's arguments. `wide` is 0 on every
 // path of this module (texts in the session encoding, one unit per byte).
 void interpretArguments(contract::ArgumentFrame* frame, contract::EncodingHandle* h, const ArgumentRoles& roles,

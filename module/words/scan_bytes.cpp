@@ -12,11 +12,10 @@
 #include <cstring>
 
 #include "module/charset/argument_interpreter.h"
-#include "module/charset/byte_classes.h"
 #include "module/charset/utf8_text.h"
-#include "module/charset/wide_classes.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/words/delimiter_decision.h"
 #include "module/words/word_range.h"
 #include "module/words/word_scanner.h"
 
@@ -26,173 +25,19 @@ using namespace contract;
 
 namespace {
 
-constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
-
-// Membership of a byte in a constant text, as a 256-entry table.
-struct ByteTable {
-    std::uint8_t has[256];
-};
-constexpr ByteTable tableOf(const char* text) {
-    ByteTable t{};
-    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p)] = 1;
-    return t;
-}
-constexpr ByteTable kDefaultDelimiters = tableOf(kDefaultDelimiterText);
-constexpr ByteTable kNameStart = tableOf(kNameStartText);
-constexpr ByteTable kNameChars = tableOf(kNameCharsText);
-constexpr ByteTable kExtraPunct = tableOf(kExtraPunctText);
-constexpr ByteTable kNoDelimiters{};
-
-constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
-                                          kModF, kModN, kModH};
-
-// Everything one call needs; lives on the call's stack.
-struct ByteScan {
-    EncodingHandle* h;
-    bool utf8;
-    ParsedArguments parsed;
-    ModifierSet mods;
-    const std::uint8_t* list;     // delimiter list bytes, or null
-    std::int64_t listBytes;
-    bool listHasWide;             // a list character of more than one byte
-    bool wideAsksHandle;          // case or class questions for wide characters
-    const std::uint8_t* decision; // after K, for characters of one byte: `built` or a constant table
-    std::uint8_t built[256];
-    // Handle-side state for characters of more than one byte.
-    WideClassLists classLists;
-    TextCursor defaultList;
-    CharBufferCursor held;
-    bool handleReady;
-    std::uint32_t memoKey[16];
-    std::uint8_t memoValue[16];
-};
-
-// The scanner's delimiter decision for a one-byte character from the byte
-// tables: list, caseless list, U and L, default list, classes, fixed lists,
-// with the classes that look at the held character seeing it after folding.
-bool byteDecision(const ByteScan& s, const std::uint8_t* listHas, unsigned c) {
-    const ModifierSet& m = s.mods;
-    const std::uint8_t* classes = host().classTable;
-    const bool hasList = s.list != nullptr;
-    if (hasList && listHas[c]) return true;
-    const bool caselessList = hasList && m.has(kModI);
-    const bool upper = (caselessList || m.has(kModU)) && (classes[c] & kClassUpper) != 0;
-    const bool lower = !upper && (caselessList || m.has(kModL)) && (classes[c] & kClassLower) != 0;
-    unsigned held = c;
-    if (caselessList && (upper || lower)) {
-        held = upper ? host().lowcaseMap[c] : host().upcaseMap[c];
-        if (listHas[held]) return true;
-    }
-    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
-    if (m.has(kModDefaultDelimiters) && kDefaultDelimiters.has[c]) return true;
-    for (ModifierFlag letter : kClassLetters) {
-        if (!m.has(letter)) continue;
-        bool holds = false;
-        switch (letter) {
-            case kModP: holds = (classes[held] & byteClassMask(letter)) != 0 || kExtraPunct.has[held]; break;
-            case kModF: holds = kNameStart.has[held] != 0; break;
-            case kModN: holds = kNameChars.has[held] != 0; break;
-            case kModH: holds = held == '\t'; break;
-            default: holds = (classes[c] & byteClassMask(letter)) != 0; break;
-        }
-        if (holds) return true;
-    }
-    return false;
-}
-
-// Whether a case or class question decides anything (I only with a list).
-bool anyCaseOrClass(const ModifierSet& m, bool hasList) {
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter)) return true;
-    }
-    return m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
-}
-
-void buildByteDecisions(ByteScan& s) {
-    const ModifierSet& m = s.mods;
-    const int singles = s.utf8 ? 0x80 : 0x100;
-    const bool hasList = s.list != nullptr;
-    if (!anyCaseOrClass(m, hasList) && !hasList && !m.has(kModK)) {
-        // The commonest call of all needs no table of its own.
-        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has : kNoDelimiters.has;
-        return;
-    }
-    std::uint8_t listHas[256] = {};
-    for (std::int64_t i = 0; i < s.listBytes; ++i) listHas[s.list[i]] = 1;
-    if (!anyCaseOrClass(m, hasList)) {
-        for (int c = 0; c < 256; ++c) {
-            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has[c] : 0);
-        }
-    } else {
-        for (int c = 0; c < singles; ++c) s.built[c] = byteDecision(s, listHas, static_cast<unsigned>(c));
-    }
-    if (m.has(kModK)) {
-        for (int c = 0; c < singles; ++c) s.built[c] ^= 1;
-    }
-    s.decision = s.built;
-}
-
-bool listHoldsSequence(const ByteScan& s, const std::uint8_t* p, int length) {
-    if (!s.listHasWide) return false;
-    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
-        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
-    }
-    return false;
-}
-
-// The scanner's tests a to f for a character of more than one byte, asked
-// of the handle as the scanner asks them.
-bool wideDecisionFromHandle(ByteScan& s, const std::uint8_t* p, int length) {
-    EncodingHandle* h = s.h;
-    if (!s.handleReady) {
-        setupWideClassLists(h, s.mods, &s.classLists);
-        if (s.mods.has(kModDefaultDelimiters)) {
-            setupCursor(h, &s.defaultList, kDefaultDelimiterText, sizeof kDefaultDelimiterText - 1);
-        }
-        setupCharCursor(h, &s.held);
-        s.handleReady = true;
-    }
-    TextCursor at;
-    setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
-    enc::currentChar(h, &at, &s.held.cursor);
-    TextCursor* list = &s.parsed.delimiters;
-    const bool hasList = s.parsed.delimitersSet != 0;
-    if (hasList && enc::findChar(h, list, &s.held.cursor) >= 0) return true;
-    const ModifierSet& m = s.mods;
-    const bool caselessList = hasList && m.has(kModI);
-    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, &s.held.cursor, kIsUpper);
-    const bool lower = !upper && (caselessList || m.has(kModL)) && enc::caseTest(h, &s.held.cursor, kIsLower);
-    if (caselessList && (upper || lower)) {
-        if (upper) {
-            enc::toLowerChar(h, &s.held.cursor);
-        } else {
-            enc::toUpperChar(h, &s.held.cursor);
-        }
-        if (enc::findChar(h, list, &s.held.cursor) >= 0) return true;
-    }
-    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
-    if (m.has(kModDefaultDelimiters) && enc::findChar(h, &s.defaultList, &s.held.cursor) >= 0) return true;
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter) && wideClassHolds(h, letter, &s.classLists, &at, &s.held.cursor)) return true;
-    }
-    return false;
-}
-
-
 // A call without modifiers, read as the interpreter reads it: the word
 // number (truncated; negative counts from the right; unusable as word 1),
 // the delimiter list as given, or the default delimiters when the call has
 // too few arguments for a list. Nothing else is set up: without modifiers
 // no character ever needs the handle.
-void readPlainCall(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, ByteScan* s) {
+void readPlainCall(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, DelimiterDecision* s) {
     std::memset(&s->mods, 0, sizeof s->mods);
     s->parsed.count = 1;
     s->parsed.delimitersSet = 0;
     if (const double* number = frame->number(static_cast<int>(roles.count))) {
         const double x = *number;
         if (!topBitsAllOnes(x) && x <= 2147483647.0) {
-            constexpr double kFloor = -4611686018427387904.0;   // as the interpreter holds it
-            s->parsed.count = static_cast<std::int64_t>(x < kFloor ? kFloor : x);
+            s->parsed.count = truncatedNumber(x);
             if (s->parsed.count < 0) {
                 s->mods.set(kModB);
                 s->parsed.count = -s->parsed.count;
@@ -207,28 +52,6 @@ void readPlainCall(const ArgumentFrame* frame, const ArgumentRoles& roles, std::
     } else if (frame->argCount < (mode == kExtractWord ? 3 : 5)) {
         s->mods.set(kModDefaultDelimiters);
     }
-}
-
-// The decision for a character of more than one byte, K applied. Without
-// case or class questions only the list can hold it (the fixed lists are
-// ASCII); otherwise the handle answers, remembered per code point.
-bool wideDecision(ByteScan& s, const std::uint8_t* p, int length) {
-    bool delimiter = false;
-    if (!s.wideAsksHandle) {
-        delimiter = listHoldsSequence(s, p, length);
-    } else {
-        std::uint32_t key = 0;
-        for (int i = 0; i < length; ++i) key = key << 8 | p[i];
-        const std::uint32_t slot = (key ^ key >> 7) & 15;
-        if (s.memoKey[slot] == key) {
-            delimiter = s.memoValue[slot] != 0;
-        } else {
-            delimiter = wideDecisionFromHandle(s, p, length);
-            s.memoKey[slot] = key;
-            s.memoValue[slot] = delimiter;
-        }
-    }
-    return s.mods.has(kModK) ? !delimiter : delimiter;
 }
 
 enum class WordEnd { None, EndedByDelimiter, EmptyAtEdge, EmptyBetweenDelimiters };
@@ -265,7 +88,7 @@ struct Walker {
 
 // The scanner's plain step over every character, modes 3 and 4. Returns
 // false when a malformed UTF-8 sequence is met (the scanner takes over).
-bool runScan(ByteScan& s, const Walker& w, std::int64_t bound, Outcome* out) {
+bool runScan(DelimiterDecision& s, const Walker& w, std::int64_t bound, Outcome* out) {
     const bool emptyWords = s.mods.has(kModM);
     const bool quotes = s.mods.has(kModQ);
     const bool backward = s.mods.has(kModB);
@@ -303,7 +126,7 @@ bool runScan(ByteScan& s, const Walker& w, std::int64_t bound, Outcome* out) {
         const int length = w.lengthAt(off);
         if (length == 0) return false;
         const std::uint8_t c = w.data[off];
-        bool delimiter = length == 1 ? s.decision[c] != 0 : wideDecision(s, w.data + off, length);
+        bool delimiter = length == 1 ? s.decision[c] != 0 : wideDelimiter(s, w.data + off, length);
         if (quotes && length == 1) {
             if (c == '"' || c == '\'') {
                 const char inside = c == '"' ? 'D' : 'S';
@@ -376,7 +199,7 @@ struct ByteRange {
 
 // The scanner's word-range table, in characters and in bytes. Offsets at
 // the scanned text's end are `bound`, the end of the (trimmed) bytes.
-ByteRange rangeOf(const ByteScan& s, const Outcome& o, std::int64_t bound) {
+ByteRange rangeOf(const DelimiterDecision& s, const Outcome& o, std::int64_t bound) {
     const bool forward = !s.mods.has(kModB);
     if (o.early) return {false, 0, 0, 0, 0};
     const std::int64_t d = o.endIndex;
@@ -407,7 +230,7 @@ ByteRange rangeOf(const ByteScan& s, const Outcome& o, std::int64_t bound) {
 
 // The delimiter decision (K applied) of the character at `off`, and its
 // length; -1 for a malformed UTF-8 sequence.
-int classify(ByteScan& s, const Walker& w, std::int64_t off, int* length) {
+int classify(DelimiterDecision& s, const Walker& w, std::int64_t off, int* length) {
     const std::uint8_t c = w.data[off];
     if (!w.utf8 || c < 0x80) {
         *length = 1;
@@ -415,14 +238,14 @@ int classify(ByteScan& s, const Walker& w, std::int64_t off, int* length) {
     }
     *length = utf8Length(w.data + off, w.bytes - off);
     if (*length == 0) return -1;
-    return wideDecision(s, w.data + off, *length) ? 1 : 0;
+    return wideDelimiter(s, w.data + off, *length) ? 1 : 0;
 }
 
 // Without M and Q the plain step comes down to runs: a word starts after a
 // delimiter (or at the edge) and the n-th word ends at the next delimiter
 // or at the end of the scanned text. Byte offsets only; false on malformed
 // UTF-8.
-bool runsForward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r) {
+bool runsForward(DelimiterDecision& s, const Walker& w, std::int64_t bound, ByteRange* r) {
     const std::int64_t count = s.parsed.count;
     *r = ByteRange{};
     std::int64_t words = 0;
@@ -457,7 +280,7 @@ bool runsForward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r)
 }
 
 // The same from the right-hand end; the text is known to be well formed.
-bool runsBackward(ByteScan& s, const Walker& w, std::int64_t bound, ByteRange* r) {
+bool runsBackward(DelimiterDecision& s, const Walker& w, std::int64_t bound, ByteRange* r) {
     const std::int64_t count = s.parsed.count;
     *r = ByteRange{};
     std::int64_t words = 0;
@@ -504,11 +327,9 @@ bool scanWordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRol
     const StringValue* sourceValue = frame->string(1);
     if (sourceValue == nullptr || sourceValue->length < 1 || sourceValue->data == nullptr) return false;
 
-    ByteScan s;
+    DelimiterDecision s;
     s.h = h;
     s.utf8 = utf8;
-    s.handleReady = false;
-    std::memset(s.memoKey, 0, sizeof s.memoKey);
     if (roles.modifiers == 0) {
         readPlainCall(frame, roles, mode, &s);
     } else {
@@ -517,13 +338,7 @@ bool scanWordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRol
         others.source = 0;
         interpretArguments(frame, h, others, &s.parsed, &s.mods, 0, mode);
     }
-    s.list = s.parsed.delimitersSet ? reinterpret_cast<const std::uint8_t*>(s.parsed.delimiters.text) : nullptr;
-    s.listBytes = s.list != nullptr ? s.parsed.delimiters.length : 0;
-    if (s.listBytes < 0) return false;
-    s.listHasWide = utf8 && anyHighByte(s.list, s.listBytes);
-    if (s.listHasWide && !wellFormedUtf8(s.list, s.listBytes)) return false;
-    s.wideAsksHandle = anyCaseOrClass(s.mods, s.list != nullptr);
-    buildByteDecisions(s);
+    if (!prepareDelimiterDecision(s)) return false;
 
     const auto* data = reinterpret_cast<const std::uint8_t*>(sourceValue->data);
     const std::int64_t bytes = sourceValue->length;
