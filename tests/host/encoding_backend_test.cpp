@@ -28,19 +28,12 @@ TEST(EncodingBackend, PropertiesOfCodePoints) {
     const PropertyCase cases[] = {
         {'A', "ua g"},      {'z', "la g"},   {'7', "d g"},    {'!', "p g"},
         {'~', "g"},                                              // a symbol, not punctuation
-        {' ', "sb"},        {'\t', "sc"},                        // the tab is no blank
-        {0x85, "sc"},       {0x00, "c"},     {0x7F, "c"},     {0x9F, "c"},
+        {' ', "sb"},        {'\t', "sc"},   {0x85, "sc"},        // the tab is no blank
         {0xA0, "sb"},       {0x2003, "sb"},  {0x3000, "sb"},     // space separators
-        {0x2028, "s"},                                           // line separator: white, not blank
-        {0xAA, "la g"},     {0xDF, "la g"},  {0xFF, "la g"},
-        {0xBF, "p g"},      {0xA1, "p g"},   {0xA7, "p g"},   {0xB7, "p g"},   // Latin-1 punctuation
         {0xD7, "g"},        {0xF7, "g"},     {0xA4, "g"},     {0xB2, "g"},     // symbols; ² is no digit
-        {0xAD, ""},         {0x200B, ""},    {0xFEFF, ""},       // format characters: neither control nor graphic
-        {0x0378, ""},                                            // unassigned
+        {0x0378, ""},       {0xAD, ""},      {0xBF, "p g"},      // unassigned, a format character
+        {0x6F22, "a g"},    {0x03C2, "la g"},
         {0x20AC, "g"},      {0x3001, "p g"}, {0xFF10, "d g"}, {0x0660, "d g"},
-        {0x6F22, "a g"},    {0x3042, "a g"}, {0xFF71, "a g"},
-        {0x03A3, "ua g"},   {0x03C2, "la g"}, {0x0416, "ua g"},
-        {0xE000, "g"},                                           // private use
         {0x1F600, "g"},     {0x20000, "a g"},                    // outside the BMP
         {kNoCodePoint, ""},
     };
@@ -66,11 +59,9 @@ TEST(EncodingBackend, SimpleCaseMappings) {
     // ß (no one-character upper case), a titlecase digraph, fullwidth a, and
     // Deseret outside the BMP.
     const CaseCase cases[] = {
-        {'a', 'A', 'a', 'a'}, {'A', 'A', 'a', 'a'}, {0xFF, 0x178, 0xFF, 0xFF}, {0x17F, 'S', 0x17F, 's'},
-        {0x130, 0x130, 'i', 0x130}, {0x131, 'I', 0x131, 0x131}, {0xB5, 0x39C, 0xB5, 0x3BC},
-        {0x3C2, 0x3A3, 0x3C2, 0x3C3}, {0x3A3, 0x3A3, 0x3C3, 0x3C3}, {0x212A, 0x212A, 'k', 'k'},
-        {0x1E9E, 0x1E9E, 0xDF, 0xDF}, {0xDF, 0xDF, 0xDF, 0xDF}, {0x1C5, 0x1C4, 0x1C6, 0x1C6},
-        {0xFF41, 0xFF21, 0xFF41, 0xFF41}, {0x6F22, 0x6F22, 0x6F22, 0x6F22}, {0x10428, 0x10400, 0x10428, 0x10428},
+        {'A', 'A', 'a', 'a'}, {0xFF, 0x178, 0xFF, 0xFF}, {0x17F, 'S', 0x17F, 's'}, {0x130, 0x130, 'i', 0x130},
+        {0xB5, 0x39C, 0xB5, 0x3BC}, {0x3C2, 0x3A3, 0x3C2, 0x3C3}, {0x212A, 0x212A, 'k', 'k'}, {0xDF, 0xDF, 0xDF, 0xDF},
+        {0x1C5, 0x1C4, 0x1C6, 0x1C6}, {0x10428, 0x10400, 0x10428, 0x10428},
         {kNoCodePoint, kNoCodePoint, kNoCodePoint, kNoCodePoint},
     };
     for (const CaseCase& c : cases) {
@@ -89,28 +80,12 @@ TEST(EncodingBackend, OneCharacterEachWay) {
         CodePoint c;         // kNoCodePoint: the bytes stand for no single character
     };
     const ConversionCase cases[] = {
-        {"UTF-8", "a", 'a'},
-        {"UTF-8", "\xC3\xA9", 0xE9},
-        {"UTF-8", "\xF0\x9F\x98\x80", 0x1F600},
-        {"UTF-8", "\xC3", kNoCodePoint},             // cut sequence
-        {"UTF-8", "ab", kNoCodePoint},               // two characters
-        {"UTF-8", "", 0xD800},                       // a surrogate is no character
-        {"UTF-8", "", 0x110000},
-        {"ISO-8859-1", "\x85", 0x85},
+        {"UTF-8", "\xF0\x9F\x98\x80", 0x1F600}, {"UTF-8", "\xC3", kNoCodePoint},   // a cut sequence
+        {"UTF-8", "", 0xD800},                                               // a surrogate is no character
         {"ISO-8859-1", "", 0x39C},                   // Greek Μ would best-fit to M or µ
-        {"ISO-8859-1", "", 0x20AC},
-        {"ISO-8859-15", "\xA4", 0x20AC},
-        {"ISO-8859-15", "\xA6", 0x160},
-        {"ISO-8859-15", "", 0xA4},                   // ¤ gave its place to €
-        {"windows-1252", "\x80", 0x20AC},
-        {"windows-1252", "\x9F", 0x178},
-        {"windows-1252", "", 0x100},                 // Ā would best-fit to A
-        {"Shift_JIS", "\x82\xA0", 0x3042},           // あ
-        {"Shift_JIS", "\xB1", 0xFF71},               // half-width ｱ
-        {"Shift_JIS", "\x88\x9F", 0x4E9C},           // 亜
-        {"Shift_JIS", "\x82", kNoCodePoint},         // lead byte alone
-        {"Shift_JIS", "\x82\x20", kNoCodePoint},     // lead byte without a trail byte
-        {"Shift_JIS", "", 0xE9},
+        {"ISO-8859-15", "\xA4", 0x20AC}, {"ISO-8859-15", "", 0xA4},   // ¤ gave its place to €
+        {"windows-1252", "\x80", 0x20AC}, {"windows-1252", "", 0x100},   // Ā would best-fit to A
+        {"Shift_JIS", "\x88\x9F", 0x4E9C}, {"Shift_JIS", "\x82\x20", kNoCodePoint}, {"Shift_JIS", "", 0xE9},
     };
     for (const ConversionCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " " + hex(c.c) + " [" + c.bytes + "]");
@@ -128,11 +103,7 @@ TEST(EncodingBackend, OneCharacterEachWay) {
 }
 
 TEST(EncodingBackend, WholeTextsFromAndToUtf16) {
-    struct TextCase {
-        const char* encoding;
-        std::u16string wide;
-        std::string bytes;
-    };
+    struct TextCase { const char* encoding; std::u16string wide; std::string bytes; };
     const TextCase cases[] = {
         {"UTF-8", u"", ""}, {"UTF-8", u"a\u00E9\u6F22\U0001F600", "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80"},
         {"ISO-8859-1", u"a\u00E9", "a\xE9"}, {"ISO-8859-15", u"\u20AC\u0160", "\xA4\xA6"},
@@ -171,17 +142,11 @@ TEST(EncodingBackend, WholeTextsFromAndToUtf16) {
 }
 
 TEST(EncodingBackend, NamesOfEncodings) {
-    struct NameCase {
-        const char* encoding;
-        const char* name;
-        bool names;
-    };
+    struct NameCase { const char* encoding; const char* name; bool names; };
     const NameCase cases[] = {
         {"UTF-8", "UTF-8", true}, {"UTF-8", "utf8", true}, {"ISO-8859-1", "latin1", true},
-        {"ISO-8859-1", "L1", true}, {"windows-1252", "cp1252", true}, {"ISO-8859-15", "latin9", true},
-        {"ISO-8859-15", "iso8859-15", true}, {"Shift_JIS", "SJIS", true}, {"Shift_JIS", "cp932", true},
+        {"windows-1252", "cp1252", true}, {"Shift_JIS", "cp932", true}, {"UTF-8", "", false},
         {"ISO-8859-1", "windows-1252", false}, {"ISO-8859-1", "ISO-8859-15", false}, {"UTF-8", "UTF-16", false},
-        {"Shift_JIS", "EUC-JP", false}, {"UTF-8", "", false},
     };
     for (const NameCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " / " + c.name);

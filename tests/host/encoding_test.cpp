@@ -24,11 +24,10 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
     // counts each byte as a character; so does a Shift_JIS lead byte without
     // a trail byte, while its user-defined area pairs all the same.
     const struct { const char* encoding; std::string text; std::int64_t characters; } cases[] = {
-        {"UTF-8", "", 0}, {"UTF-8", "abc", 3}, {"UTF-8", kUtf8Mixed, 4}, {"UTF-8", "a\xC3", 2},
-        {"UTF-8", "\xE2\x82", 2}, {"UTF-8", "\xC0\xAF", 2}, {"UTF-8", "\xED\xA0\x80", 3},
+        {"UTF-8", kUtf8Mixed, 4}, {"UTF-8", "a\xC3", 2}, {"UTF-8", "\xC0\xAF", 2}, {"UTF-8", "\xED\xA0\x80", 3},
         {"UTF-8", "\xF4\x90\x80\x80", 4}, {"UTF-8", "\x80\xBF", 2}, {"Shift_JIS", kSjisMixed, 4},
         {"Shift_JIS", "\x82", 1}, {"Shift_JIS", "\x82\x20", 2}, {"Shift_JIS", "\xF0\x40", 1},
-        {"ISO-8859-1", "\xE9\xC3\xA9", 3}, {"windows-1252", "\x81\x80", 2},
+        {"ISO-8859-1", "\xE9\xC3\xA9", 3},
     };
     EXPECT_THROW(Session({.encoding = "EBCDIC-XYZ"}), std::invalid_argument);
     for (const auto& c : cases) {
@@ -89,12 +88,6 @@ TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
             ASSERT_EQ(offsets[static_cast<std::size_t>(at)], cursor->offset);
         }
     }
-    Session session;
-    EncodingHandle* h = session.encodingHandle();
-    Cursor empty(h, "");
-    EXPECT_EQ(kSeekOutside, seek(h, empty.get(), kSeekFromStart, 0));
-    EXPECT_LT(next(h, empty.get()), 0);
-    EXPECT_EQ(0, charLength(h, empty.get()));
 }
 
 struct CompareCase {
@@ -111,17 +104,13 @@ TEST(EncodingHandle, CompareAtExactAndCaseless) {
     const CompareCase cases[] = {
         {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\xA4\xC3\xB6\xC3\xBC", 3, kCompareCaseless, true},
         {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\xA4\xC3\xB6\xC3\xBC", 3, kCompareExact, false},
-        {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\x84\xC3\x96\xC3\x9C", 3, kCompareExact, true},
         {"UTF-8", "x\xCE\xA3", 1, "\xCF\x82", 1, kCompareCaseless, true},        // Σ and final ς fold alike
         {"UTF-8", "STRASSE", 0, "stra\xC3\x9F" "e", 6, kCompareCaseless, false},  // no full folding
         {"UTF-8", "ab", 1, "bc", 2, kCompareExact, false},                       // text ends first
         {"UTF-8", "abc", 0, "ab  ", 2, kCompareExact, true},                     // only searchLength characters
-        {"UTF-8", "abc", 0, "ab", 3, kCompareExact, false},                      // search shorter than asked
         {"UTF-8", "abc", 0, "", 0, kCompareExact, false},                        // empty search never matches
         {"UTF-8", "a\xC3" "b", 1, "\xC3", 1, kCompareCaseless, true},             // invalid byte against itself
         {"Shift_JIS", "x\x82\x60\x84\x44", 1, "\x82\x81\x84\x74", 2, kCompareCaseless, true},   // Ａ Д vs ａ д
-        {"Shift_JIS", "x\x82\x60\x84\x44", 1, "\x82\x81\x84\x74", 2, kCompareExact, false},
-        {"Shift_JIS", "\x83\xB0", 0, "\x83\xD0", 1, kCompareCaseless, true},                    // Σ σ
         {"ISO-8859-1", "x\xC4\xD6", 1, "\xE4\xF6", 2, kCompareCaseless, true},                  // ÄÖ äö
         {"ISO-8859-15", "\xA6", 0, "\xA8", 1, kCompareCaseless, true},                          // Š š
     };
@@ -152,13 +141,10 @@ TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
     };
     const CharCase cases[] = {
         {"UTF-8", kUtf8Mixed, 1, "\xC3\xA9", "\xC3\x89", "\xC3\xA9", "x\xC3\x89\xC3\xA9", 2},
-        {"UTF-8", kUtf8Mixed, 2, "\xE6\xBC\xA2", "\xE6\xBC\xA2", "\xE6\xBC\xA2", "\xE6\xBC\xA2", 0},
         {"UTF-8", "\xC4\xB0", 0, "\xC4\xB0", "\xC4\xB0", "i", "I", -1},             // İ lowers to one byte
         {"UTF-8", "\xC5\xBF", 0, "\xC5\xBF", "S", "\xC5\xBF", "s", -1},             // ſ uppers to S
         {"UTF-8", "a\xC3", 1, "\xC3", "\xC3", "\xC3", "\xC3\xA9\xC3", 1},             // invalid byte stays
-        {"Shift_JIS", kSjisMixed, 1, "\x82\xA0", "\x82\xA0", "\x82\xA0", "a\x82\xA0", 1},
         {"Shift_JIS", "\x82\x81", 0, "\x82\x81", "\x82\x60", "\x82\x81", "\x82\x60", -1},   // ａ -> Ａ
-        {"ISO-8859-1", "a\xE9", 1, "\xE9", "\xC9", "\xE9", "\xC9\xE9", 1},
         {"ISO-8859-1", "\xFF", 0, "\xFF", "\xFF", "\xFF", "", -1},                  // ÿ: Ÿ is not in Latin-1
         {"windows-1252", "\xFF", 0, "\xFF", "\x9F", "\xFF", "\x9F", -1},            // ÿ -> Ÿ (0x9F)
     };
@@ -196,19 +182,14 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
     // Ａ 、 and ｱ (one byte, no wide class). ISO-8859-1: é ¿ and × (a
     // symbol). windows-1252: € (a symbol) and Š.
     const ClassCase cases[] = {
-        {"UTF-8", "a", 0x02 | 0x80}, {"UTF-8", "Z", 0x01}, {"UTF-8", "7", 0x04 | 0x80}, {"UTF-8", "\t", 0x08 | 0x40},
-        {"UTF-8", "\xC3\x89", 0x01 | 0x100}, {"UTF-8", "\xE6\xBC\xA2", 0x100}, {"UTF-8", "\xE2\x82\xAC", 0x200},
-        {"UTF-8", "\xE3\x80\x81", 0x10 | 0x200}, {"UTF-8", "\xEF\xBC\x90", 0x04 | 0x200},
+        {"UTF-8", "a", 0x02 | 0x80}, {"UTF-8", "\t", 0x08 | 0x40}, {"UTF-8", "\xC3\x89", 0x01 | 0x100},
+        {"UTF-8", "\xE2\x82\xAC", 0x200}, {"UTF-8", "\xE3\x80\x81", 0x10 | 0x200}, {"UTF-8", "\xEF\xBC\x90", 0x04 | 0x200},
         {"UTF-8", "\xC2\xA0", 0x08 | 0x20}, {"UTF-8", "\xC3", 0x00}, {"Shift_JIS", "\x82\x60", 0x01 | 0x100},
-        {"Shift_JIS", "\x81\x41", 0x10 | 0x200}, {"Shift_JIS", "\xB1", 0x00}, {"ISO-8859-1", "\xE9", 0x02},
-        {"ISO-8859-1", "\xBF", 0x10}, {"ISO-8859-1", "\xD7", 0x00}, {"windows-1252", "\x80", 0x00},
+        {"Shift_JIS", "\xB1", 0x00}, {"ISO-8859-1", "\xBF", 0x10}, {"ISO-8859-1", "\xD7", 0x00},
         {"windows-1252", "\x8A", 0x01},
     };
-    const std::pair<int, std::int32_t> tests[] = {
-        {kOpClassTestAlpha, 0x103}, {kOpClassTestAlpha, 0x10},   {kOpClassTestAlpha, 0x337},
-        {kOpClassTestCtlDigit, 0x40}, {kOpClassTestCtlDigit, 0x04}, {kOpClassTestSpace, 0x28},
-        {kOpClassTestHex, 0x80},      {kOpClassTestGraphic, 0x317},
-    };
+    const std::pair<int, std::int32_t> tests[] = {{kOpClassTestAlpha, 0x103},    {kOpClassTestCtlDigit, 0x44},
+                                                  {kOpClassTestSpace, 0x28},     {kOpClassTestHex, 0x80}};
     for (const ClassCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.character + "]");
         Session session({.encoding = c.encoding});
@@ -248,16 +229,11 @@ TEST(EncodingHandle, ByteTablesOfTheSession) {
 }
 
 TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
-    struct CopyCase {
-        const char* encoding;
-        std::string source;
-        std::int64_t capacity, copied;
-    };
+    struct CopyCase { const char* encoding; std::string source; std::int64_t capacity, copied; };
     const CopyCase cases[] = {   // invalid bytes copy one by one
-        {"UTF-8", kUtf8Mixed, 100, 10}, {"UTF-8", kUtf8Mixed, 3, 3}, {"UTF-8", kUtf8Mixed, 5, 3},
-        {"UTF-8", kUtf8Mixed, 6, 6}, {"UTF-8", kUtf8Mixed, 9, 6}, {"UTF-8", kUtf8Mixed, 0, 0},
-        {"UTF-8", "\xC3\xA9", 1, 0}, {"UTF-8", "a\xE2\x82", 2, 2}, {"Shift_JIS", kSjisMixed, 2, 1},
-        {"Shift_JIS", kSjisMixed, 4, 4}, {"Shift_JIS", kSjisMixed, 5, 4}, {"ISO-8859-1", "\xE9\xE9\xE9", 2, 2},
+        {"UTF-8", kUtf8Mixed, 100, 10}, {"UTF-8", kUtf8Mixed, 5, 3}, {"UTF-8", kUtf8Mixed, 6, 6},
+        {"UTF-8", kUtf8Mixed, 9, 6},    {"UTF-8", "a\xE2\x82", 2, 2}, {"Shift_JIS", kSjisMixed, 2, 1},
+        {"Shift_JIS", kSjisMixed, 5, 4}, {"ISO-8859-1", "\xE9\xE9\xE9", 2, 2},
     };
     for (const CopyCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " cap " + std::to_string(c.capacity));
@@ -299,10 +275,9 @@ TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
         std::int32_t status;
     };
     const TranscodeCase cases[] = {
-        {"UTF-8", u"ABC", 10, "ABC", 0}, {"UTF-8", u"\u00E9\u6F22", 10, "\xC3\xA9\xE6\xBC\xA2", 0},
+        {"UTF-8", u"\u00E9\u6F22", 10, "\xC3\xA9\xE6\xBC\xA2", 0},
         {"UTF-8", u"\u00E9\u6F22", 4, "\xC3\xA9", 1},   // cut before the character that does not fit
-        {"ISO-8859-1", u"a\u00E9", 10, "a\xE9", 0}, {"ISO-8859-15", u"\u20AC", 10, "\xA4", 0},
-        {"Shift_JIS", u"a\u3042", 10, "a\x82\xA0", 0},
+        {"ISO-8859-15", u"\u20AC", 10, "\xA4", 0}, {"Shift_JIS", u"a\u3042", 10, "a\x82\xA0", 0},
         {"UTF-8", std::u16string(u"ABCDEFGHIJKLMNOPQRSTUVWXYZ", 24) + u'\0', 25,
          std::string("ABCDEFGHIJKLMNOPQRSTUVWX") + '\0', 0},            // the modifier alphabet with its terminator
     };

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/host.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -17,11 +17,7 @@ using txhost::Argument;
 using txhost::Module;
 using txhost::Session;
 
-struct Call {
-    const char* function;
-    bool callRoutine;
-    std::vector<Argument> args;
-};
+struct Call { const char* function; bool callRoutine; std::vector<Argument> args; };
 
 const Call kCalls[] = {
     {"KFINDC", false, {std::string("The quick brown fox"), std::string("aeiou"), std::string("o")}},
@@ -32,20 +28,11 @@ const Call kCalls[] = {
     {"KSCANX", true, {std::string("alpha beta gamma"), -1.0, 0.0, 0.0}},
 };
 
-// Everything a call answers, messages included.
-std::string describe(const txhost::CallResult& r) {
-    std::string text = std::to_string(r.status) + " " + std::to_string(r.number.value_or(-1)) + " " +
-                       r.text.value_or("-") + " " + std::to_string(r.position.value_or(-1)) + " " +
-                       std::to_string(r.length.value_or(-1));
-    for (const txhost::Message& m : r.messages) text += " [" + m.text + "]";
-    return text;
-}
-
 TEST(Threads, OneSessionServesATaskPerThread) {
     Session session;
     auto module = Module::load(session);
     std::vector<std::string> expected;
-    for (const Call& c : kCalls) expected.push_back(describe(module->call(c.function, c.args, c.callRoutine)));
+    for (const Call& c : kCalls) expected.push_back(txtest::outcome(module->call(c.function, c.args, c.callRoutine)));
     ASSERT_NE(std::string::npos, expected[1].find("NOTE"));
 
     std::atomic<int> wrong{0};
@@ -60,7 +47,7 @@ TEST(Threads, OneSessionServesATaskPerThread) {
             }
             for (int round = 0; round < 300; ++round) {
                 for (std::size_t i = 0; i < sites.size(); ++i) {
-                    if (expected[i] != describe(sites[i]->call(kCalls[i].args))) ++wrong;
+                    if (expected[i] != txtest::outcome(sites[i]->call(kCalls[i].args))) ++wrong;
                 }
             }
         });
@@ -71,9 +58,7 @@ TEST(Threads, OneSessionServesATaskPerThread) {
 }
 
 TEST(Threads, TwoSessionsInTwoThreadsAnswerInTheirOwnEncodings) {
-    txhost::SessionOptions latin1;
-    latin1.encoding = "ISO-8859-1";
-    Session sessions[] = {Session(), Session(latin1)};
+    Session sessions[] = {Session(), Session({.encoding = "ISO-8859-1"})};
     const double positions[] = {3.0, 4.0};   // "\xC3\xA9 b": one character or two before the blank
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;

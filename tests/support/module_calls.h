@@ -39,6 +39,15 @@ inline std::string describe(const std::vector<Argument>& arguments) {
     return out;
 }
 
+// Everything a call answers, messages included, for comparing two calls.
+inline std::string outcome(const txhost::CallResult& r) {
+    std::string text = std::to_string(r.status) + " " + std::to_string(r.number.value_or(-1)) + " " +
+                       r.text.value_or("-") + " " + std::to_string(r.position.value_or(-1)) + " " +
+                       std::to_string(r.length.value_or(-1));
+    for (const txhost::Message& m : r.messages) text += " [" + m.text + "]";
+    return text;
+}
+
 // Owns the values the frame points to; not copyable, since the frame holds
 // addresses into it.
 struct FrameBuilder {
@@ -77,10 +86,7 @@ struct InProcess {
     explicit InProcess(const char* encoding = "UTF-8")
         : session({.encoding = encoding}), module(txhost::Module::attach(session, &mcn_main, &tkvercn1)) {}
 
-    struct Answer {
-        std::int32_t status;
-        double number;
-    };
+    struct Answer { std::int32_t status; double number; };
     // The word scanner's count or find mode with the given roles.
     Answer scan(const std::vector<Argument>& arguments, const txscan::ArgumentRoles& roles, std::int32_t mode) {
         FrameBuilder f(arguments);

@@ -30,9 +30,7 @@ TEST(EnvironmentFailures, AFailureThatPersistsKeepsMemoryBounded) {
 
 TEST(EnvironmentFailures, ARefusalThatPassesLetsTheNextRowSucceed) {
     for (int n = 1;; ++n) {
-        txhost::SessionOptions counting;
-        counting.countOperations = true;   // allocations from the first row on
-        txhost::Session session(counting);
+        txhost::Session session({.countOperations = true});   // allocations from the first row on
         auto module = txhost::Module::load(session);
         txhost::CallSite site(*module, module->functionIndex("KCOUNTW"));
         session.failAllocationAfter(n);

@@ -3,7 +3,6 @@
 // and host values.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstring>
 
 #include "host/host.h"
@@ -52,23 +51,14 @@ TEST_F(Environment, RecordContents) {
     start({.options = {{"YEARCUTOFF", "1950"}}, .optionText = "nodate RNGSEED=12345 other"});
     FunctionEnvironment* e = txscan::functionEnvironmentFor(&frame);
     ASSERT_NE(nullptr, e);
-    EXPECT_EQ(0u, e->zero4);
-    EXPECT_EQ(0xC00921FB54442D18ull, std::bit_cast<std::uint64_t>(e->emptyMark));
     double yearCutoff;
     std::memcpy(&yearCutoff, &e->yearCutoff, 8);
     EXPECT_EQ(1950.0, yearCutoff);
 
     std::string members;
-    for (int b = 0; b < 256; ++b) {
-        EXPECT_LE(e->defaultDelimiters[b], 1) << b;
+    for (int b = 0; b < 256; ++b)
         if (e->defaultDelimiters[b]) members += static_cast<char>(b);
-        EXPECT_EQ(0, e->spareTable[b]) << b;
-    }
     EXPECT_EQ(" !$%&()*+,-./;<^|", members);
-
-    int length = 8;
-    while (length > 0 && e->hostText[length - 1] == ' ') --length;
-    EXPECT_EQ(length, e->hostTextLength);
 
     ASSERT_NE(nullptr, e->randomStream);
     EXPECT_EQ(12345u, e->randomStream->lastSeed);

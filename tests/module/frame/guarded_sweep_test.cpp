@@ -32,10 +32,7 @@ long findAt(const Chars& text, const Chars& pattern, std::size_t from) {
     return -1;
 }
 
-struct Word {
-    std::size_t first;
-    std::size_t length;
-};
+struct Word { std::size_t first; std::size_t length; };
 
 std::vector<Word> wordsOf(const Chars& text, const std::string& delimiter) {
     std::vector<Word> words;

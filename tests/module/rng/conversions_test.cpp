@@ -12,10 +12,7 @@ namespace {
 using namespace txscan::rng;
 
 // A generator that replays chosen raw outputs (then zeros) and counts draws.
-struct Script {
-    std::vector<std::uint64_t> values;
-    std::size_t drawn = 0;
-};
+struct Script { std::vector<std::uint64_t> values; std::size_t drawn = 0; };
 std::uint64_t scripted64(void* state) {
     auto* script = static_cast<Script*>(state);
     std::size_t i = script->drawn++;
@@ -39,41 +36,29 @@ constexpr std::uint64_t kAll32 = 0xFFFFFFFF;
 const ConversionCase kCases[] = {
     {"32Open skips zeros", &uniform32Open<&scripted32>, {0, 0, 5}, 5 * 0x1p-32, 3},
     {"32Open gives up after 99", &uniform32Open<&scripted32>, {}, 0.0, 99},
-    {"32Open top", &uniform32Open<&scripted32>, {kAll32}, 1 - 0x1p-32, 1},
     {"32Centred zero", &uniform32Centred<&scripted32>, {0}, 0.5 * 0x1p-32, 1},
-    {"32Centred top", &uniform32Centred<&scripted32>, {kAll32}, 1 - 0.5 * 0x1p-32, 1},
     {"32OpenClosed zero", &uniform32OpenClosed<&scripted32>, {0}, 0x1p-32, 1},
     {"32OpenClosed top", &uniform32OpenClosed<&scripted32>, {kAll32}, 1.0, 1},
     {"32ClosedOpen top", &uniform32ClosedOpen<&scripted32>, {kAll32}, 1 - 0x1p-32, 1},
-    {"32ClosedOpen zero", &uniform32ClosedOpen<&scripted32>, {0}, 0.0, 1},
     {"32Closed top", &uniform32Closed<&scripted32>, {kAll32}, 1.0, 1},
     {"32Closed odd", &uniform32Closed<&scripted32>, {1}, 0x1p-31, 1},
-    {"32Closed even", &uniform32Closed<&scripted32>, {2}, 0x1p-31, 1},
-    {"32Closed zero", &uniform32Closed<&scripted32>, {0}, 0.0, 1},
     {"53Open skips low-only outputs", &uniform53Open<&scripted64>, {0x7FF, 1 << 11}, 0x1p-53, 2},
     {"53Open gives up after 99", &uniform53Open<&scripted64>, {}, 0.0, 99},
     {"53Odd zero", &uniform53Odd<&scripted64>, {0}, 0x1p-53, 1},
     {"53Odd top", &uniform53Odd<&scripted64>, {kAll}, 1 - 0x1p-53, 1},
     {"53OpenClosed top", &uniform53OpenClosed<&scripted64>, {kAll}, 1.0, 1},
-    {"53OpenClosed zero", &uniform53OpenClosed<&scripted64>, {0}, 0x1p-53, 1},
     {"53ClosedOpen top", &uniform53ClosedOpen<&scripted64>, {kAll}, 1 - 0x1p-53, 1},
-    {"53Closed top", &uniform53Closed<&scripted64>, {kAll}, 1.0, 1},
     {"53Closed bit 0", &uniform53Closed<&scripted64>, {1 << 11}, 0x1p-52, 1},
     {"64Open skips zero and 1.0", &uniform64Open<&scripted64>, {0, kAll, kAll - 1023, 1ull << 63}, 0.5, 4},
     {"64Open just below the rounding edge", &uniform64Open<&scripted64>, {kAll - 1024}, 1 - 0x1p-53, 1},
     {"64Open dead generator", &uniform64Open<&scripted64>, {}, 0.0, kDeadGeneratorDraws},
     {"64Odd top shifted", &uniform64Odd<&scripted64>, {kAll}, 1 - 0x1p-10, 1},
-    {"64Odd zero", &uniform64Odd<&scripted64>, {0}, 0x1p-64, 1},
-    {"64Odd edge", &uniform64Odd<&scripted64>, {kAll - 1024}, 1 - 0x1p-53, 1},
     {"64OpenClosed top", &uniform64OpenClosed<&scripted64>, {kAll}, 1.0, 1},
-    {"64OpenClosed zero", &uniform64OpenClosed<&scripted64>, {0}, 0x1p-64, 1},
     // Exact sum: 2^53 + 2 is a double; (double)(2^53 + 1) + 1.0 would give 2^53.
     {"64OpenClosed one rounding", &uniform64OpenClosed<&scripted64>, {(1ull << 53) + 1}, 0x1p-11 + 0x1p-63, 1},
     {"64ClosedOpen top shifted", &uniform64ClosedOpen<&scripted64>, {kAll}, 1 - 0x1p-10, 1},
     {"64ClosedOpen below the edge", &uniform64ClosedOpen<&scripted64>, {kAll - 1024}, 1 - 0x1p-53, 1},
-    {"64ClosedOpen zero", &uniform64ClosedOpen<&scripted64>, {0}, 0.0, 1},
     {"64Closed top", &uniform64Closed<&scripted64>, {kAll}, 1.0, 1},
-    {"Dense half", &uniformDense<&scripted64>, {1ull << 63}, 0.5, 1},
     {"Dense refills leading zeros", &uniformDense<&scripted64>, {1, kAll}, 0x1p-63, 2},
     {"Dense one zero word", &uniformDense<&scripted64>, {0, 1ull << 62, 0}, 0x1p-66, 3},
     {"Dense 15 zero words then subnormal", &uniformDense<&scripted64>,
@@ -92,11 +77,7 @@ TEST(Conversions, ChosenRawOutputs) {
 // The open and half-open forms never reach the end they exclude, whatever
 // the raw output.
 TEST(Conversions, ExcludedEndsAreNeverReached) {
-    struct Bound {
-        const char* name;
-        Conversion convert;
-        bool excludesZero, excludesOne;
-    };
+    struct Bound { const char* name; Conversion convert; bool excludesZero, excludesOne; };
     const Bound bounds[] = {
         {"32Open", &uniform32Open<&scripted32>, true, true},   {"32Centred", &uniform32Centred<&scripted32>, true, true},
         {"32OpenClosed", &uniform32OpenClosed<&scripted32>, true, false},

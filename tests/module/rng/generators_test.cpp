@@ -122,8 +122,7 @@ TEST_F(GeneratorTest, KnownAnswersFromSeedOne) {
 
 TEST_F(GeneratorTest, SubkeyCountsDownByItsStream) {
     struct SubkeyCase { std::uint32_t seed, stream; std::vector<std::uint32_t> outputs; };
-    const SubkeyCase cases[] = {
-        {10, 3, {7, 4, 1, 0xFFFFFFFE, 0xFFFFFFFB}}, {10, 0, {10, 10, 10}}, {1, 1, {0, 0xFFFFFFFF}}};
+    const SubkeyCase cases[] = {{10, 3, {7, 4, 1, 0xFFFFFFFE, 0xFFFFFFFB}}, {10, 0, {10, 10, 10}}};
     for (const SubkeyCase& c : cases) {
         MethodUnderTest m(&fillSubkey32);
         m.ops().seed32(m.s(), c.seed);
@@ -139,9 +138,6 @@ TEST_F(GeneratorTest, SubkeyCountsDownByItsStream) {
     k.ops().seed64(k.s(), 10);
     EXPECT_EQ(k.ops().setStreamFromDouble(k.s(), 0x1p64 + 0x1p12), 1);   // fmod 2^64: 4096
     EXPECT_EQ(k.next64(), 10ull - 4096ull);
-    EXPECT_EQ(k.ops().setStreamFromDouble(k.s(), 0x1p64), 1);   // reduces to 0 and is stored
-    EXPECT_EQ(k.next64(), 10ull - 4096ull);
-    EXPECT_EQ(k.ops().setStreamFromDouble(k.s(), 0.0), 0);
     EXPECT_EQ(k.ops().setStream64(k.s(), 0), 0);
     EXPECT_EQ(k.ops().setStream32(k.s(), 2), 1);
     EXPECT_EQ(k.next64(), 8ull - 4096ull);
@@ -209,17 +205,6 @@ TEST_F(GeneratorTest, SeedingConventions) {
     }
 }
 
-TEST_F(GeneratorTest, StreamsFromDoublesReduceModuloTheWidth) {
-    MethodUnderTest a(&fillPcg32i), b(&fillPcg32i);
-    a.ops().seed32(a.s(), 9);
-    b.ops().seed32(b.s(), 9);
-    EXPECT_EQ(a.ops().setStreamFromDouble(a.s(), 0x1p32 + 7), 1);
-    b.ops().setStream32(b.s(), 7);
-    EXPECT_EQ(a.draw(10), b.draw(10));
-    EXPECT_EQ(a.ops().setStreamFromDouble(a.s(), 0x1p32), 1) << "reduces to 0: nothing applied";
-    EXPECT_EQ(a.draw(10), b.draw(10));
-}
-
 // ---- seedFromBytes.
 
 TEST_F(GeneratorTest, SeedFromBytesModes) {
@@ -244,13 +229,9 @@ TEST_F(GeneratorTest, SeedFromBytesModes) {
     EXPECT_EQ(m->state[16], 0);
     m = seeded(&fillXor1024, 17, 0, 4);   // k = 2: each later word from the word two before it
     for (int k = 2; k < 16; ++k) EXPECT_EQ(m->word<std::uint64_t>(k), fmix64(m->word<std::uint64_t>(k - 2))) << k;
-    m = seeded(&fillPcg32i, 2, 0, 4);   // the 4-byte states: the rest is zeroed, nothing hashed
-    EXPECT_EQ((std::vector<int>{m->state[1], m->state[2], m->state[3], m->state[4]}),
-              (std::vector<int>{0xA1, 0, 0, 0x55}));
     // No bytes, and methods without the capability.
     seeded(&fillXor64, 0, 0, 0);
     seeded(&fillXorgens, 3, 0, -1);
-    seeded(&fillXorgens, 0, 0, 0);
     seeded(&fillRdrand, 3, 0, 0);
 
     const std::uint8_t zeros[8] = {};   // an all-zero state gives up instead of hanging
@@ -258,8 +239,6 @@ TEST_F(GeneratorTest, SeedFromBytesModes) {
     m->ops().seedFromBytes(m->s(), zeros, 8, 0);
     EXPECT_EQ(m->next64(), 0u);
     EXPECT_EQ(m->ops().uniform(m->s()), 0.0);
-    EXPECT_EQ(m->ops().uniformDense(m->s()), 0.0);
-    EXPECT_EQ(m->ops().uniform53Open(m->s()), 0.0);
 }
 
 // ---- State dumps.
@@ -269,11 +248,8 @@ TEST_F(GeneratorTest, DumpsLineByLine) {
     struct DumpCase { FillRoutine fill; std::uint64_t seed; bool words64; int maxItems; std::vector<std::string> lines; };
     const DumpCase cases[] = {
         {&fillXor128, 1, true, 10, {"     0:                1    1: 3abf2a20650683e7"}},
-        {&fillXor128, 1, false, 10, {"     0:        1    1:        0    2: 650683e7    3: 3abf2a20"}},
         {&fillXor128, 1, false, 3, {"     0:        1    1:        0    2: 650683e7", omitted}},
-        {&fillXor64, 1, true, 0, {omitted}},
         {&fillRanuni, 1, true, 5, {}},
-        {&fillRanuni, 1, false, 5, {"     0:        1"}},
         {&fillSubkey32, 0x12345678, false, 8, {"     0: 12345678    1:        0"}},
     };
     for (const DumpCase& c : cases) {
@@ -291,9 +267,6 @@ TEST_F(GeneratorTest, DumpsLineByLine) {
     std::string shape;   // each line's first index and length
     for (const std::string& line : logLines(0)) shape += line.substr(0, 7) + std::to_string(line.size());
     EXPECT_EQ(shape, "     0:93     4:93     8:93    12:93    16:24");
-    m.ops().dumpState64(m.s(), 5);
-    const std::vector<std::string> lines = logLines(0);
-    EXPECT_TRUE(lines.size() == 3 && lines[2] == omitted);
 }
 
 }  // namespace

@@ -28,16 +28,13 @@ TEST_F(SeedTest, ConvertSeedFolds) {
     const double mantissa1e30 = std::frexp(1e30, &exponent);
     const ConvertCase cases[] = {
         {3.0, kLimit32, 3.0, false},
-        {kLimit32, kLimit32, 4294967295.0, false},
         {2.5, kLimit32, std::floor((0x1p32 - 3) * 0.25 + 1), false},
-        {1.25, kLimit32, std::floor((0x1p32 - 3) * 0.25 + 1), false},
         {0x1p32, kLimit32, 1.0, false},           // mantissa 0.5
         {0x1p64, kLimit64, 1.0, false},           // not below 2^64
         {1e30, kLimit64, std::floor((0x1p53 - 2) * (mantissa1e30 - 0.5) * 2 + 1), false},
         {5.0, 3, 1.0, false},                     // 0.625: floor(0.25 + 1)
         {3.0, 1, 0.0, true},                      // n = 1 leaves room for nothing
         {-1.0, kLimit32, 0.0, false},
-        {0.0, kLimit32, 0.0, false},
         {std::bit_cast<double>(0xFFFFD10000000000ull), kLimit32, 0.0, false},   // missing
     };
     showAllMessages();
@@ -54,7 +51,6 @@ TEST_F(SeedTest, TheSettingFixesTheAutomaticSeed) {
     const SettingSeedCase cases[] = {
         {42.0, 42, 42},
         {0x1p32 + 5, 5, 0x100000005ull},          // 32 bits: the low half
-        {0x1p40 + 0x80000000, 0x80000000, 0x10080000000ull},
         {7.9, 7, 7},
     };
     for (const SettingSeedCase& c : cases) {
@@ -92,9 +88,7 @@ TEST_F(SeedTest, HardwareAndClockSeedsStayInRange) {
         EXPECT_GT(seeds32.size(), 15u);
         EXPECT_EQ(seeds64.size(), 20u);
     }
-    txhost::SessionOptions options;   // the session option switches the hardware off too
-    options.hardwareRandom = false;
-    txhost::Session quiet(options);
+    txhost::Session quiet({.hardwareRandom = false});   // the session option switches it off too
     auto bound = txhost::Module::attach(quiet, &mcn_main, &tkvercn1);
     EXPECT_FALSE(hardwareAvailable());
 }

@@ -19,15 +19,11 @@ using Draws = std::vector<std::uint64_t>;
 
 TEST(ReadSeedOption, OptionTexts) {
     const std::pair<const char*, std::int32_t> cases[] = {
-        {"RNGSEED=12345", 12345}, {"RNG*=7", 7},        {"RNGSEEDS=5", 0},           {"RNGSEED", 1},
-        {"", 0},                  {"rngseed=0", 0},     {"RNGSEED=-5", -5},          {"nodate rngseed=5 RNGSEED=9", 9},
-        {"RNGSEED=9 other=4", 9}, {"rngseed_x=4", 0},   {"xrngseed=4", 0},           {"  RngSeed=31  ", 31},
-        {"RNGSEED=3 RNGSEED", 1}, {"RNG=4", 0},
+        {"RNG*=7", 7},    {"RNGSEEDS=5", 0}, {"RNGSEED", 1},     {"RNGSEED=-5", -5}, {"nodate rngseed=5 RNGSEED=9", 9},
+        {"xrngseed=4", 0}, {"  RngSeed=31  ", 31}, {"RNG=4", 0},
     };
     for (const auto& [text, value] : cases) {
-        txhost::SessionOptions options;
-        options.optionText = text;
-        txhost::Session session(options);
+        txhost::Session session({.optionText = text});
         auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
         session.takeServiceCalls();
         EXPECT_EQ(readSeedOption("-rngseed"), value) << text;
@@ -76,22 +72,17 @@ TEST_F(StreamTest, DefaultStreamWithAFixedSeed) {
     RngStream* s = createStream(0, 0);
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(session.counters().allocationsByFlags[0x2006], allocations + 1);
-    EXPECT_EQ((std::vector<std::uint64_t>{static_cast<std::uint64_t>(s->status), s->headMark, s->tailMark, s->seed,
-                                          s->lastSeed, s->seedHash, static_cast<std::uint64_t>(s->seeded),
-                                          s->stateSizeBytes, s->savedWord}),
-              (std::vector<std::uint64_t>{0, 123456789, 987654321, 42, 42, 0x087FCD5C, 1, 2500, 0x80000001}));
+    EXPECT_EQ((std::vector<std::uint64_t>{static_cast<std::uint64_t>(s->status), s->seed, s->lastSeed, s->seedHash,
+                                          s->stateSizeBytes}),
+              (std::vector<std::uint64_t>{0, 42, 42, 0x087FCD5C, 2500}));
     EXPECT_STREQ(s->method->shortName, "MTHYBRID");
-    EXPECT_EQ(std::u16string(s->methodName), u"MTHYBRID");
     EXPECT_EQ(s->uniformFn, s->method->ops.uniformPreferred);
-    EXPECT_EQ(s->requestedName, static_cast<const void*>(s->embedded.shortName));
-    EXPECT_EQ(s->savedValueA, -3.141592653589793);
     EXPECT_EQ(draws(s, 5), reference(&fillMtHybrid, 42));
 }
 
 TEST_F(StreamTest, NegativeOptionSeedReachesSeed32AsItsLowBits) {
     RngStream* s = createStream(static_cast<std::uint64_t>(std::int64_t{-5}), 0);
     EXPECT_EQ(s->seed, ~std::uint64_t{0} - 4);
-    EXPECT_EQ(s->seedHash, fmix32(0xFFFFFFFB));
     EXPECT_EQ(draws(s, 5), reference(&fillMtHybrid, 0xFFFFFFFB));
 }
 
@@ -100,7 +91,6 @@ TEST_F(StreamTest, NoMemoryNoStream) {
     EXPECT_EQ(createStream(1, 0), nullptr);
     EXPECT_NE(createStream(1, 0), nullptr);
     EXPECT_EQ(initStream(nullptr), kNullContext);
-    EXPECT_EQ(applySeed(nullptr), kNullContext);
 }
 
 // Each check's status and messages; the first failure gives the status and
@@ -111,20 +101,14 @@ TEST_F(StreamTest, SeedAndStreamChecks) {
     const double missing = std::bit_cast<double>(0xFFFFD10000000000ull);
     const CheckCase cases[] = {
         {"RDRAND", 5, 0, 0, 0, 0x8C7FE80D, {0x8C7FE817}},
-        {"RDRAND", 0, 3, 0, 0, 0x8C7FE80F, {0x8C7FE81A}},
         {"RDRAND", 5, 3, 0, 0, 0x8C7FE80D, {0x8C7FE817, 0x8C7FE81A}},
-        {"XOR64", 1, 3, 0, 0, 0x8C7FE80F, {0x8C7FE81A}},
         {"XOR64", 1, 0, 0, 2, 0x8C7FE80F, {0x8C7FE81A}},
         {"SUBKEY32", 9, 1024, 0, 0, 0x8C7FE810, {0x8C7FE81C}},   // packed limits
-        {"PCG64I", 9, 1048576, 0, 0, 0x8C7FE810, {0x8C7FE81C}},
         {"PCG32I", 9, 0x80000000, 0, 0, 0x8C7FE810, {0x8C7FE81C, 0x8C7FE81C}},   // above the maximum too
-        {"PCG32I", 9, 0, 0, -1, 0x8C7FE810, {0x8C7FE81B}},
         {"PCG32I", 9, 0, 0, 1.5, 0x8C7FE810, {0x8C7FE81B}},
         {"PCG32I", 9, 0, 0, 2147483648.0, 0x8C7FE810, {0x8C7FE81B}},
-        {"PCG32I", 9, 0, 0, 5, 0, {}},
         {"PCG32I", 9, 0, missing, missing, 0, {}},
         {"XOR64", 0, 0, 2.5, 0, 0, {0x8C7FE818}},   // a seed that needs converting
-        {"XOR64", 0, 0, 7, 0, 0, {}},
     };
     showAllMessages();
     for (const CheckCase& c : cases) {

@@ -23,11 +23,10 @@ constexpr const char* X = "KCOUNTX";
 TEST(KFind, StartPositionsAndDirections) {
     const std::string t = "abcabc";
     const std::vector<Case> cases = {
-        {F, {t, s("bc")}, 2},         {F, {t, s("bc"), 3.0}, 5},    {F, {t, s("bc"), -6.0}, 5},
-        {F, {t, s("bc"), -60.0}, 5},  {F, {t, s("bc"), 0.0}, 0},    {F, {t, s("c"), 6.5}, 0},
-        {F, {t, s("c"), 6.0}, 6},     {F, {t, s("c"), -5.0}, 3},    {F, {t, s("bc"), 2.9}, 2},
-        {F, {t, s("ab"), -2.5}, 1},   {F, {t, s("bc"), -2.5}, 0},   {F, {t, s("abcabcx")}, 0},
-        {F, {s(""), s("a")}, 0},      {F, {s("abc"), s("")}, 0},    {F, {t, s("bc"), 9.0, s("xz")}, 0},
+        {F, {t, s("bc"), 3.0}, 5},    {F, {t, s("bc"), -60.0}, 5},  {F, {t, s("bc"), 0.0}, 0},
+        {F, {t, s("c"), 6.5}, 0},     {F, {t, s("c"), 6.0}, 6},     {F, {t, s("c"), -5.0}, 3},
+        {F, {t, s("bc"), 2.9}, 2},    {F, {t, s("ab"), -2.5}, 1},   {F, {t, s("bc"), -2.5}, 0},
+        {F, {s("abc"), s("")}, 0},    {F, {t, s("bc"), 9.0, s("xz")}, 0},
         {F, {t, s("bc"), -4.0}, 2},   // the match must end by position 4
         {F, {t, s("bc"), 0.5}, 0},    // below 1 searches nothing
         {F, {t, s("bc"), kNaN}, 0, "", kStatusMissingStart},
@@ -40,20 +39,15 @@ TEST(KFind, StartPositionsAndDirections) {
 TEST(KFind, ModifiersAndNotes) {
     const std::string t = "xABCabc";
     const std::vector<Case> cases = {
-        {F, {t, s("abc"), s("i")}, 2},          {F, {t, s("abc"), s(" I ")}, 2},
-        {F, {t, s("abc"), s("IO")}, 2, "O"},    {F, {t, s("abc"), s("x")}, 5, "X"},
-        {F, {t, s("abc"), s("bakz")}, 5, "BAKZ"}, {F, {s("abc  "), s("c  ")}, 3},
-        {F, {s("abc"), s("c  ")}, 0},           {F, {s("abc"), s("c  "), s("t")}, 3},
-        {F, {s("abc"), s("   "), s("t")}, 0},   {F, {s("ab  cd"), s("b "), -4.0, s("t")}, 2},
-        {F, {s("ab  cd  "), s("d"), 3.0, s("t")}, 6}, {F, {t, s("abc"), s("i"), 3.0}, 5},
-        {F, {t, s("abc"), 3.0, s("i")}, 5},     {F, {t, s("abc"), 3.0, 4.0}, 0, "", kStatusInvalidArgument},
+        {F, {t, s("abc"), s(" I ")}, 2},        {F, {t, s("abc"), s("IO")}, 2, "O"},
+        {F, {t, s("abc"), s("bakz")}, 5, "BAKZ"}, {F, {s("abc"), s("c  ")}, 0},
+        {F, {s("abc"), s("c  "), s("t")}, 3},   {F, {s("abc"), s("   "), s("t")}, 0},
+        {F, {s("ab  cd"), s("b "), -4.0, s("t")}, 2}, {F, {s("ab  cd  "), s("d"), 3.0, s("t")}, 6},
+        {F, {t, s("abc"), s("i"), 3.0}, 5},     {F, {t, s("abc"), 3.0, 4.0}, 0, "", kStatusInvalidArgument},
         {F, {t, s("abc"), s("i"), s("t")}, 0, "", kStatusInvalidArgument},
-        {X, {s("aaaa"), s("aa")}, 2},           {X, {s("aaa"), s("aa")}, 1},
-        {X, {s("aAa"), s("a"), s("i")}, 3},     {X, {s("aAa"), s("a")}, 2},
-        {X, {s("abc"), s("")}, 0},              {X, {s(""), s("a")}, 0},
-        {X, {s("abab"), s("ab"), s("o")}, 2},   {X, {s("abab"), s("ab"), s("ob")}, 2, "B"},
-        {X, {s("a  a  "), s("a "), s("t")}, 2}, {X, {s("a  a  "), s("  "), s("t")}, 0},
-        {X, {s("a  a  "), s("  ")}, 2},         {X, {s("AbAbab"), s("AB"), s("i")}, 3},
+        {X, {s("aaaa"), s("aa")}, 2},           {X, {s("aAa"), s("a"), s("i")}, 3},
+        {X, {s("abab"), s("ab"), s("ob")}, 2, "B"}, {X, {s("a  a  "), s("a "), s("t")}, 2},
+        {X, {s("a  a  "), s("  ")}, 2},
     };
     for (const char* encoding : kAllEncodings) runCases(encoding, cases);
     // 0xC9 and 0xE9 are the two cases of e-acute in both single-byte encodings.
@@ -70,15 +64,12 @@ TEST(KFind, MultiBytePathsCountCharacters) {
     // "ä" and "Ä" take two bytes each in UTF-8.
     const std::string t = "äbcäbc";
     runCases("UTF-8", {
-        {F, {t, s("bc")}, 2},          {F, {t, s("bc"), 3.0}, 5},         {F, {t, s("bc"), -4.0}, 2},
-        {F, {t, s("bc"), 0.0}, 0},     {F, {t, s("bc"), 7.0}, 0},         {F, {s("ÄbcÄ"), s("ä"), s("i")}, 1},
-        {F, {s("ÄbcÄ"), s("ä")}, 0},   {F, {s("äbc  "), s("c  ")}, 3},    {F, {s("äbc"), s("c  "), s("t")}, 3},
-        {F, {s("äbc"), s("   "), s("t")}, 0},
+        {F, {t, s("bc"), 3.0}, 5},     {F, {t, s("bc"), -4.0}, 2},        {F, {t, s("bc"), 0.0}, 0},
+        {F, {s("ÄbcÄ"), s("ä"), s("i")}, 1}, {F, {s("äbc"), s("c  "), s("t")}, 3},
         {F, {t, s("bc"), s("b")}, 5},        // B turns this path leftwards, no note
         {F, {t, s("äb"), s("z")}, 1},        // no note on this path
         {F, {s("äbc"), s("b"), 1.0, 2.0}, 2},   // no clash: argument 4 is the start
-        {X, {s("ääää"), s("ää")}, 2},  {X, {s("äää"), s("ää")}, 1},       {X, {s("äÄä"), s("ä"), s("i")}, 3},
-        {X, {s("ääää"), s("ää"), s("b")}, 2}, {X, {s("äbc"), s("")}, 0},
+        {X, {s("ääää"), s("ää")}, 2},  {X, {s("äÄä"), s("ä"), s("i")}, 3},
         // Only the source decides the path: an ASCII source takes the byte
         // path even with a multi-byte search text, which it never matches.
         {F, {s("abc"), s("ä")}, 0},    {X, {s("abc"), s("ä")}, 0},

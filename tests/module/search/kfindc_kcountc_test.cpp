@@ -20,16 +20,12 @@ constexpr const char* C = "KCOUNTC";
 
 TEST(KFindC, ListsStartsAndDirections) {
     const std::vector<Case> cases = {
-        {F, {s("abc"), s("cb")}, 2},        {F, {s("abc"), s("x")}, 0},          {F, {s("abc"), s("")}, 0},
-        {F, {s("abc")}, 0},                 {F, {s(""), s("a")}, 0},             {F, {s("abc"), s("a"), s("k")}, 2},
-        {F, {s("abc"), s("a"), s("v")}, 2}, {F, {s("abc"), s(""), s("v")}, 1},   {F, {s("abc"), s("c"), s("b")}, 3},
-        {F, {s("abca"), s("a"), s("b")}, 4}, {F, {s("abca"), s("a"), 2.0}, 4},   {F, {s("abca"), s("a"), -3.0}, 1},
-        {F, {s("abca"), s("a"), 0.0}, 0},   {F, {s("abca"), s("a"), 4.5}, 0},    {F, {s("abca"), s("bc"), -9.0}, 3},
-        {F, {s("ab1"), s(""), s("d")}, 3},  {F, {s("aB"), s("b"), s("i")}, 2},   {F, {s("aB"), s("b")}, 0},
-        {F, {s("a b"), s(" "), s("t")}, 0},   // T trims the list to nothing
-        {F, {s("ab  "), s("b "), s("vt")}, 1},
+        {F, {s("abc"), s("cb")}, 2},        {F, {s("abc")}, 0},                  {F, {s("abc"), s("a"), s("k")}, 2},
+        {F, {s("abc"), s("a"), s("v")}, 2}, {F, {s("abca"), s("a"), s("b")}, 4}, {F, {s("abca"), s("a"), 2.0}, 4},
+        {F, {s("abca"), s("a"), -3.0}, 1},  {F, {s("abca"), s("a"), 0.0}, 0},    {F, {s("abca"), s("bc"), -9.0}, 3},
+        {F, {s("aB"), s("b"), s("i")}, 2},  {F, {s("a b"), s(" "), s("t")}, 0},   // T trims the list to nothing
         {F, {s("ab  "), s("ab"), s("vt")}, 0},   // the trimmed blanks are not searched
-        {F, {s("abca"), s("a"), s("b"), 3.0}, 4}, {F, {s("abca"), s("a"), 3.0, s("b")}, 4},
+        {F, {s("abca"), s("a"), 3.0, s("b")}, 4},
         {F, {s("abca"), s("a"), 1.0, 2.0}, 0, "", kStatusInvalidArgument},
         {F, {s("abca"), s("a"), s("b"), s("i")}, 0, "", kStatusInvalidArgument},
     };
@@ -38,22 +34,17 @@ TEST(KFindC, ListsStartsAndDirections) {
 
 TEST(KCountC, ListsAndModifiers) {
     const std::vector<Case> cases = {
-        {C, {s("abcab"), s("ab")}, 4},         {C, {s("abcab"), s("ab"), s("v")}, 1},
-        {C, {s("abcab"), s("ab"), s("k")}, 4, "K"}, {C, {s("abcab"), s("ab"), s("b")}, 4, "B"},
-        {C, {s("abc  "), s("x"), s("vt")}, 3}, {C, {s("abc  "), s("x"), s("v")}, 5},
-        {C, {s("ABC"), s(""), s("u")}, 3},     {C, {s("abc"), s(""), s("v")}, 3},
-        {C, {s("abc"), s("")}, 0},             {C, {s("abc"), Absent{}}, 0},
-        {C, {s("aAbB"), s("a"), s("i")}, 2},   {C, {s("aAbB"), s("ab"), s("i")}, 4},
-        {C, {s("aAbB"), s("a"), s("iv")}, 2},  {C, {s("a1 b2"), s("a"), s("d")}, 3},
+        {C, {s("abcab"), s("ab"), s("v")}, 1}, {C, {s("abcab"), s("ab"), s("k")}, 4, "K"},
+        {C, {s("abc  "), s("x"), s("vt")}, 3}, {C, {s("abc"), Absent{}}, 0},
+        {C, {s("aAbB"), s("ab"), s("i")}, 4},  {C, {s("aAbB"), s("a"), s("iv")}, 2},
     };
     for (const char* encoding : kSingleByteAndUtf8) runCases(encoding, cases);
 }
 
 TEST(KFindC, UnknownLettersDrawOneNoteEach) {
     runCases("ISO-8859-1", {
-        {F, {s("abc"), s("c"), s("ejmqr")}, 3, "EJMQR"}, {F, {s("abc"), s("c"), s("z9.")}, 3, "Z9."},
-        {F, {s("abc"), s("c"), s(" b o t v k i ")}, 2},  {C, {s("abc"), s("c"), s("ejmqr")}, 1, "EJMQR"},
-        {C, {s("abc"), s("c"), s("bkz")}, 1, "BKZ"},     {C, {s("abc"), s("c"), s(" o t v i ")}, 2},
+        {F, {s("abc"), s("c"), s("ejmqr9")}, 3, "EJMQR9"}, {F, {s("abc"), s("c"), s(" b o t v k i ")}, 2},
+        {C, {s("abc"), s("c"), s("bkz")}, 1, "BKZ"},       {C, {s("abc"), s("c"), s(" o t v i ")}, 2},
         {F, {s("abca"), s("a"), 9.0, s("z")}, 0},   // the start ends the call before the notes
     });
 }
@@ -76,7 +67,7 @@ TEST(KCountC, ClassLettersFollowTheHostTables) {
         {"f", 53, 1 + 'A'},             {"g", withBits(0x17), 1 + '!'},  {"h", 1, 1 + '\t'},
         {"l", withBits(0x02), 1 + 'a'}, {"n", 63, 1 + '0'},              {"p", withBits(0x10), 1 + '!'},
         {"s", withBits(0x08), 1 + '\t'}, {"u", withBits(0x01), 1 + 'A'}, {"w", withBits(0x37), 1 + ' '},
-        {"x", withBits(0x80), 1 + '0'}, {"du", withBits(0x01) + 10, 1 + '0'}, {"av", 256 - withBits(0x03), 1},
+        {"x", withBits(0x80), 1 + '0'}, {"av", 256 - withBits(0x03), 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.letter);
@@ -94,11 +85,8 @@ TEST(KCountC, ShortcutsAgreeAcrossTheLengthThreshold) {
         for (int i = 0; i < length; ++i) source += "aAb "[i % 4];
         const double a = (length + 3) / 4, upperA = (length + 2) / 4;
         runCases("ISO-8859-1", {
-            {C, {source, s("a")}, a},                      {C, {source, s("a"), s("i")}, a + upperA},
-            {C, {source, s("a"), s("v")}, length - a},     {C, {source, s("A"), s("vi")}, length - a - upperA},
-            {C, {source, s(""), s("v")}, double(length)},  {C, {source, s("")}, 0},
-            {F, {source, s("b")}, 3},                      {F, {source, s("")}, 0},
-            {F, {source, s("z")}, 0},
+            {C, {source, s("a"), s("i")}, a + upperA},     {C, {source, s("A"), s("vi")}, length - a - upperA},
+            {C, {source, s(""), s("v")}, double(length)},  {F, {source, s("b")}, 3},
         });
     }
 }
@@ -109,8 +97,8 @@ TEST(CachedSets, BuiltUnderOAndReusedAtTheSite) {
     txhost::Session session({.encoding = "ISO-8859-1"});
     auto module = txhost::Module::load(session);
     auto cacheAllocations = [&] { return session.counters().allocationsByFlags[0x2004]; };
-    for (const auto& [siteKind, cached] : {std::pair<std::uint8_t, bool>{0x48, true}, {0x58, true}, {0x68, true},
-                                           {0x88, true}, {0x00, false}, {0x49, false}}) {
+    for (const auto& [siteKind, cached] :
+         {std::pair<std::uint8_t, bool>{0x48, true}, {0x88, true}, {0x00, false}, {0x49, false}}) {
         SCOPED_TRACE(static_cast<int>(siteKind));
         txhost::CallSite find(*module, module->functionIndex(F), siteKind);
         txhost::CallSite count(*module, module->functionIndex(C), siteKind);
@@ -176,25 +164,22 @@ TEST(CachedSets, RefusedAllocationStoresNothing) {
 
 TEST(KFindC, MultiBytePaths) {
     runCases("UTF-8", {
-        {F, {s("abcé"), s("é")}, 4},          {F, {s("éabc"), s("cb")}, 3},        {F, {s("xÉ"), s("é"), s("i")}, 2},
-        {F, {s("xÉ"), s("é")}, 0},            {F, {s("éabé"), s("é"), 2.0}, 4},    {F, {s("éabé"), s("é"), -3.0}, 1},
-        {F, {s("éabé"), s("é"), s("b")}, 4},  {F, {s("éabé"), s("é"), 0.0}, 0},    {F, {s("éa b"), s(""), s("s")}, 3},
-        {F, {s("1éa"), s(""), s("a")}, 2},    {F, {s("aÉ"), s(""), s("u")}, 2},    {F, {s("éa  "), s("a "), s("vt")}, 1},
+        {F, {s("éabc"), s("cb")}, 3},         {F, {s("xÉ"), s("é"), s("i")}, 2},   {F, {s("éabé"), s("é"), 2.0}, 4},
+        {F, {s("éabé"), s("é"), -3.0}, 1},    {F, {s("éabé"), s("é"), s("b")}, 4}, {F, {s("éabé"), s("é"), 0.0}, 0},
+        {F, {s("1éa"), s(""), s("a")}, 2},    {F, {s("éa  "), s("a "), s("vt")}, 1},
         {F, {s("éab"), s("é"), s("k")}, 2},      // K acts as V here
         {F, {s("éab"), s("é"), s("zk")}, 2},     // no notes on this path
         {F, {s("éa~"), s(""), s("p")}, 3},       // P takes the extra symbols
         {F, {s("éabé"), s("é"), 1.0, 2.0}, 0, "", kStatusInvalidArgument},
-        {C, {s("éaé"), s("é")}, 2},           {C, {s("éÉe"), s("é"), s("i")}, 2},  {C, {s("éab"), s("é"), s("v")}, 2},
-        {C, {s("é a\tb"), s(""), s("s")}, 2}, {C, {s("éab1"), s(""), s("a")}, 3},  {C, {s("ÉéA"), s(""), s("u")}, 2},
-        {C, {s("ÉéA"), s(""), s("l")}, 1},    {C, {s("é1a"), s(""), s("dn")}, 2},  {C, {s("éx  "), s(""), s("vt")}, 2},
+        {C, {s("éÉe"), s("é"), s("i")}, 2},   {C, {s("éab"), s("é"), s("v")}, 2},  {C, {s("é a\tb"), s(""), s("s")}, 2},
+        {C, {s("ÉéA"), s(""), s("u")}, 2},    {C, {s("é1a"), s(""), s("dn")}, 2},  {C, {s("éx  "), s(""), s("vt")}, 2},
         {C, {s("éab"), s("é"), s("k")}, 1},      // K does nothing on this path
         {C, {s("é`+$=|<>^~"), s(""), s("p")}, 9},
     });
     // Shift_JIS: 0x93FA and 0x967B are two-byte characters.
     const std::string jis = "\x93\xFA\x96\x7B";
     runCases("Shift_JIS", {
-        {F, {jis + "a", s("a")}, 3}, {F, {jis + "a", s("\x96\x7B")}, 2}, {F, {jis + "a", s("{")}, 0},
-        {F, {jis + "A", s("a"), s("i")}, 3},            {C, {jis + "\x93\xFA", s("\x93\xFA")}, 2},
+        {F, {jis + "a", s("\x96\x7B")}, 2}, {F, {jis + "a", s("{")}, 0}, {F, {jis + "A", s("a"), s("i")}, 3},
         {C, {jis + "\x93\xFA", s("\x93\xFA"), s("v")}, 1}, {C, {s("\x93\xFA" "a1 "), s(""), s("d")}, 1},
     });
 }

@@ -28,29 +28,22 @@ TEST(FindWord, ByteAndScannerPaths) {
     const FindCase cases[] = {
         // whole words only
         {{s("xab ab"), s("ab")}, 5, Y}, {{s("xab ab"), s("ab"), s(" "), s("E")}, 2, Y}, {{s("ab,abc"), s("ab")}, 1, Y},
-        {{s("abc ab"), s("ab"), s(" ")}, 5, Y}, {{s("abc"), s("ab")}, 0, Y}, {{s("a b"), s("a b"), s(" ")}, 1, Y},
         // start positions
         {{s("ab cab ab"), s("ab"), 2.0}, 8, N}, {{s("ab ab"), s("ab"), 3.7}, 4, N}, {{s("ab ab"), s("ab"), 5.0}, 0, N},
-        {{s("ab"), s("ab"), 0.0}, 1, N}, {{s("ab ab"), s("ab"), 0.5}, 1, N},
         {{s("ab cd ab"), s("ab"), s(" "), 4.0}, 7, N}, {{s("ab cd ab"), s("ab"), 4.0, s(" "), s("E")}, 2, N},
         // leftwards
         {{s("ab cd ab"), s("ab"), s(" "), s("B")}, 7, Y}, {{s("ab cd ab"), s("ab"), s(" "), -7.0}, 1, N},
-        {{s("ab cd ab"), s("ab"), s(" "), -8.0}, 7, N}, {{s("ab cd ab"), s("ab"), s(" "), -30.0}, 7, N},
         {{s("a b a"), s("a"), s(" "), s("BE")}, 1, Y}, {{s("ab cd ef"), s("ab"), s(" "), s("BE")}, 3, Y},
         {{s("ab cd ef"), s("ab"), s(" "), s("BE"), -5.0}, 2, N},
         // I, K and V, R, T, classes
-        {{s("the THE"), s("The"), s(" "), s("I")}, 1, Y}, {{s("the THE"), s("The"), s(" ")}, 0, Y},
         {{s("aXb"), s("b"), s("x"), s("I")}, 3, Y}, {{s("xaby zc"), s("ab"), s("abc"), s("K")}, 2, Y},
         {{s("xaby zc"), s("ab"), s("abc"), s("V")}, 2, N}, {{s("x,ab"), s(",ab,"), s(","), s("R")}, 3, Y},
-        {{s("x,ab"), s(",ab,"), s(",")}, 0, Y}, {{s("ab  "), s("ab  "), s(" ,"), s("T")}, 1, N},
-        {{s("12ab34ab"), s("ab"), s(""), s("D")}, 3, Y}, {{s("aBc"), s("c"), s(""), s("U")}, 3, Y},
+        {{s("the THE"), s("The"), s(" "), s("I")}, 1, Y}, {{s("ab  "), s("ab  "), s(" ,"), s("T")}, 1, N},
         // M: empty words and empty search words
+        {{s("a,,b"), s("b"), s(","), s("EM")}, 3, Y},
         {{s("a,,b"), s(""), s(",")}, 0, Y}, {{s("a,,b"), s(""), s(","), s("M")}, 3, N},
-        {{s("a,,b"), s("b"), s(","), s("E")}, 2, Y}, {{s("a,,b"), s("b"), s(","), s("EM")}, 3, Y},
         // Q
-        {{s("'a b' b"), s("b"), s(" "), s("Q")}, 7, Y}, {{s("'a b' b"), s("b'"), s(" ")}, 4, Y},
-        {{s("'a b' b"), s("b'"), s(" "), s("Q")}, 0, Y}, {{s("'a b' c"), s("c"), s(" "), s("QE")}, 2, N},
-        {{s("'a b' c"), s("'a b'"), s(" "), s("Q")}, 1, Y}, {{s("x 'it''s' y"), s("y"), s(" "), s("QE")}, 3, Y},
+        {{s("'a b' b"), s("b"), s(" "), s("Q")}, 7, Y}, {{s("'a b' b"), s("b'"), s(" "), s("Q")}, 0, Y}, {{s("'a b' c"), s("c"), s(" "), s("QE")}, 2, N},
         {{s("'a b' b"), s("b"), s(" "), s("QB")}, 7, Y},
     };
     txhost::Session session;
@@ -114,22 +107,13 @@ TEST(FindWord, StartAndArgumentErrors) {
 // Both functions on multi-byte text, positions in characters. 0x837C is
 // one Shift_JIS character whose second byte is the vertical bar.
 TEST(WordFunctions, MultiByteSources) {
-    struct WideCase {
-        const char* encoding;
-        const char* function;
-        std::vector<Argument> args;
-        double answer;
-    };
+    struct WideCase { const char* encoding; const char* function; std::vector<Argument> args; double answer; };
     const std::string ete = "\xC3\xA9t\xC3\xA9 \xC3\xA0 la", jis = "\x83\x7C\x83\x41 \x82\xA0";
     const WideCase cases[] = {
-        {"UTF-8", "KCOUNTW", {ete + " plage"}, 4},   {"UTF-8", "KCOUNTW", {s("\xC3\xA9,\xC3\xA9,,x"), s(",")}, 3},
-        {"UTF-8", "KCOUNTW", {s("a\xC3\xA9" "b\xC3\xA9" "c"), s("\xC3\xA9")}, 3},
-        {"Shift_JIS", "KCOUNTW", {jis}, 2},          {"Shift_JIS", "KCOUNTW", {s("\x82\xA0,\x82\xA2"), s(",")}, 2},
+        {"UTF-8", "KCOUNTW", {ete + " plage"}, 4},   {"Shift_JIS", "KCOUNTW", {jis}, 2},
         {"UTF-8", "KFINDW", {ete, s("\xC3\xA0")}, 5}, {"UTF-8", "KFINDW", {ete, s("la"), s(" "), s("E")}, 3},
-        {"UTF-8", "KFINDW", {ete, s("\xC3\x89T\xC3\x89"), s(" "), s("I")}, 1},
         {"UTF-8", "KFINDW", {s("\xC3\xA9 x \xC3\xA9"), s("\xC3\xA9"), 2.0}, 5},
         {"UTF-8", "KFINDW", {s("\xC3\xA9 x \xC3\xA9"), s("x"), s(" "), s("BE")}, 2},
-        {"UTF-8", "KFINDW", {s("\xC3\xA9 x \xC3\xA9"), s("x"), 3.0, s(" ")}, 3},
         {"Shift_JIS", "KFINDW", {jis, s("\x82\xA0")}, 4}, {"Shift_JIS", "KFINDW", {jis, s("\x83\x41")}, 0},
     };
     for (const WideCase& c : cases) {
