@@ -26,7 +26,7 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
     const struct { const char* encoding; std::string text; std::int64_t characters; } cases[] = {
         {"UTF-8", kUtf8Mixed, 4}, {"UTF-8", "a\xC3", 2}, {"UTF-8", "\xC0\xAF", 2}, {"UTF-8", "\xED\xA0\x80", 3},
         {"UTF-8", "\xF4\x90\x80\x80", 4}, {"UTF-8", "\x80\xBF", 2}, {"Shift_JIS", kSjisMixed, 4},
-        {"Shift_JIS", "\x82", 1}, {"Shift_JIS", "\x82\x20", 2}, {"Shift_JIS", "\xF0\x40", 1},
+        {"Shift_JIS", "\x82", 1}, {"Shift_JIS", "\x82\x20", 2}, {"Shift_JIS", "\x82\x7F", 2}, {"Shift_JIS", "\xF0\x40", 1},
         {"ISO-8859-1", "\xE9\xC3\xA9", 3},
     };
     EXPECT_THROW(Session({.encoding = "EBCDIC-XYZ"}), std::invalid_argument);

@@ -136,6 +136,9 @@ TEST(CachedSets, KeepDirectionAndTrimFlag) {
     txhost::CallSite trimmed(*module, module->functionIndex(C), 0x48);
     EXPECT_EQ(1, *trimmed.call({s("ab  "), s("a"), s("otv")}).number);
     EXPECT_EQ(2, *trimmed.call({s("bb  "), s("b")}).number);
+    txhost::CallSite trimmedFind(*module, findc, 0x48);
+    EXPECT_EQ(2, *trimmedFind.call({s("ab  "), s("a"), s("otv")}).number);
+    EXPECT_EQ(0, *trimmedFind.call({s("aa  "), s("b")}).number);
 }
 
 // A refused cache allocation stores nothing, and the next call builds it;
