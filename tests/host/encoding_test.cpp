@@ -37,7 +37,7 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
         Cursor cursor(h, c.text);
         EXPECT_EQ(c.characters, charLength(h, cursor.get()));
         std::int64_t n = -1;
-        EXPECT_EQ(0, countChars(h, c.text, &n));
+        EXPECT_EQ(0, countChars(h, c.text.data(), std::ssize(c.text), &n));
         EXPECT_EQ(c.characters, n);
     }
 }
@@ -65,19 +65,19 @@ TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
         for (std::int64_t i = 0; i <= n; ++i) offsets.push_back(byteOffsetOf(h, cursor.get(), i));
         EXPECT_EQ(static_cast<std::int64_t>(text.size()), offsets.back());
         for (std::int64_t i = 1; i < n; ++i) {
-            ASSERT_EQ(0, next(h, cursor.get())) << i;
+            ASSERT_EQ(0, nextChar(h, cursor.get())) << i;
             ASSERT_EQ(offsets[static_cast<std::size_t>(i)], cursor->offset) << i;
         }
-        EXPECT_EQ(kCursorEmpty, next(h, cursor.get()));
-        ASSERT_EQ(0, seek(h, cursor.get(), kSeekFromStart, 0));
+        EXPECT_EQ(kCursorEmpty, nextChar(h, cursor.get()));
+        ASSERT_EQ(0, seekChars(h, cursor.get(), kSeekFromStart, 0));
         std::uint32_t x = 12345;
         std::int64_t at = 0;
         for (int k = 0; k < 500; ++k) {
             x = x * 1103515245u + 12345u;
             const std::int64_t target = static_cast<std::int64_t>(x >> 8) % (n + 4) - 2;
             const bool relative = (x & 1) != 0;
-            const std::int32_t answer = relative ? seek(h, cursor.get(), kSeekFromCurrent, target - at)
-                                                 : seek(h, cursor.get(), kSeekFromStart, target);
+            const std::int32_t answer = relative ? seekChars(h, cursor.get(), kSeekFromCurrent, target - at)
+                                                 : seekChars(h, cursor.get(), kSeekFromStart, target);
             if (target < 0 || target >= n) {
                 ASSERT_EQ(kSeekOutside, answer);
             } else {
@@ -121,7 +121,7 @@ TEST(EncodingHandle, CompareAtExactAndCaseless) {
         Cursor text(h, c.text);
         Cursor search(h, c.search);
         if (c.at != 0) {
-            ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, c.at));
+            ASSERT_EQ(0, seekChars(h, text.get(), kSeekFromStart, c.at));
         }
         EXPECT_EQ(c.match, compareAt(h, text.get(), search.get(), c.searchLength, c.flags) == 0);
         EXPECT_EQ(c.at, text->state);   // compareAt moves nothing
@@ -154,18 +154,18 @@ TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, c.text);
         if (c.at != 0) {
-            ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, c.at));
+            ASSERT_EQ(0, seekChars(h, text.get(), kSeekFromStart, c.at));
         }
         CharCursor ch(h);
         ASSERT_EQ(0, currentChar(h, text.get(), ch.get()));
         EXPECT_EQ(c.character, ch.held());
         Cursor list(h, c.list);
         EXPECT_EQ(c.indexInList, findChar(h, list.get(), ch.get()));
-        toUpper(h, ch.get());
+        toUpperChar(h, ch.get());
         EXPECT_EQ(c.upper, ch.held());
         CharCursor again(h);
         ASSERT_EQ(0, currentChar(h, text.get(), again.get()));
-        toLower(h, again.get());
+        toLowerChar(h, again.get());
         EXPECT_EQ(c.lower, again.held());
     }
 }
@@ -195,7 +195,7 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
         Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, "." + c.character);
-        ASSERT_EQ(0, seek(h, text.get(), kSeekFromStart, 1));
+        ASSERT_EQ(0, seekChars(h, text.get(), kSeekFromStart, 1));
         for (const auto& [word, mask] : tests) {
             EXPECT_EQ((c.bits & static_cast<std::uint32_t>(mask)) != 0, classTest(h, word, text.get(), mask))
                 << "word " << word << " mask " << mask;
@@ -241,7 +241,8 @@ TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
         EncodingHandle* h = session.encodingHandle();
         std::vector<char> out(static_cast<std::size_t>(c.capacity) + 1, '#');
         std::int64_t copied = -1;
-        const std::int32_t status = copyWholeChars(h, c.source, out.data(), c.capacity, &copied);
+        const std::int32_t status =
+            copyWholeChars(h, c.source.data(), std::ssize(c.source), out.data(), c.capacity, &copied);
         EXPECT_EQ(c.copied, copied);
         EXPECT_EQ(c.copied == static_cast<std::int64_t>(c.source.size()) ? 0 : 1, status);
         EXPECT_EQ(c.source.substr(0, static_cast<std::size_t>(c.copied)),
@@ -261,9 +262,9 @@ TEST(EncodingHandle, TrimmingOffsetsAndModifiers) {
                                          byteOffsetOf(h, text.get(), 0), byteOffsetOf(h, text.get(), 1),
                                          byteOffsetOf(h, text.get(), 2), byteOffsetOf(h, text.get(), 5),
                                          byteOffsetOf(h, text.get(), 6), byteOffsetOf(h, text.get(), -1),
-                                         blankTrimmedBytes(h, "\xC3\xA9t\xC3\xA9  "), blankTrimmedBytes(h, "   "),
-                                         blankTrimmedBytes(h, "")}));
-    EXPECT_FALSE(skipModifierText(h, "it"));
+                                         blankTrimmedBytes(h, "\xC3\xA9t\xC3\xA9  ", 7), blankTrimmedBytes(h, "   ", 3),
+                                         blankTrimmedBytes(h, "", 0)}));
+    EXPECT_FALSE(skipModifierText(h, "it", 2));
 }
 
 TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {

@@ -8,9 +8,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <cctype>
 #include <cmath>
-#include <cstdio>
-#include <ostream>
+#include <iomanip>
+#include <sstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -102,8 +103,8 @@ struct Generator {
         return m;
     }
     // A search text or word: mostly whole characters of the source, so that
-    // matches happen, sometimes with letters swapped for those that fold
-    // onto them or with trailing blanks.
+    // matches happen, sometimes in the other case, with letters swapped for
+    // those that fold onto them, or with trailing blanks.
     std::string piece(const std::string& source, const Chars& alphabet) {
         const Chars chars = charactersOf(source);
         std::string t;
@@ -114,7 +115,10 @@ struct Generator {
             for (std::size_t i = from; i < chars.size() && i <= from + below(4); ++i) t += chars[i];
         }
         if (oneIn(4)) {
-            const std::pair<std::string, std::string> swaps[] = {{"k", "\u212A"}, {"s", "ſ"}, {"K", "k"}, {"ß", "ss"}};
+            for (char& c : t) c = static_cast<char>(std::isalpha(static_cast<unsigned char>(c)) ? c ^ 0x20 : c);
+        }
+        if (oneIn(4)) {
+            const std::pair<std::string, std::string> swaps[] = {{"k", "\u212A"}, {"s", "ſ"}, {"ß", "ss"}};
             for (const auto& [from, to] : swaps) {
                 for (std::size_t at = t.find(from); at != std::string::npos; at = t.find(from, at + to.size())) {
                     t.replace(at, from.size(), to);
@@ -177,13 +181,10 @@ inline std::ostream& operator<<(std::ostream& out, const Outcome& o) {
 
 // A number exactly, missing values by their bits.
 inline std::string shown(double x) {
-    char text[40];
-    if (std::isnan(x)) {
-        std::snprintf(text, sizeof text, "nan:%llx", static_cast<unsigned long long>(std::bit_cast<std::uint64_t>(x)));
-    } else {
-        std::snprintf(text, sizeof text, "%.17g", x);
-    }
-    return text;
+    if (std::isnan(x)) return "nan " + std::to_string(std::bit_cast<std::uint64_t>(x));
+    std::ostringstream out;
+    out << std::setprecision(17) << x;
+    return out.str();
 }
 
 // Runs a worker of the frame and a result on a fresh frame of `args`.
