@@ -149,8 +149,9 @@ Word nextFry(void* state) {
         st.idx = 1;
         return x[0];
     }
-    const Word value = st.out[i];
-    if (i + 1 < N) {
+    // With two words a block, a nonzero index can only be the last word's.
+    const Word value = st.out[N == 2 ? 1 : i];
+    if (N > 2 && i + 1 < N) {
         st.idx = i + 1;
         return value;
     }
