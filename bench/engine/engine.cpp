@@ -3,8 +3,9 @@
 // on a million generated rows of 20 to 120 bytes (names, addresses, free
 // text), ASCII and mixed with accented Latin and CJK. Prints one line per
 // function, set and way of calling: "RESULT set function mode ns_per_row".
-// With --write-ascii FILE it also writes the ASCII rows, one per line, for
-// the peers (compare.py runs them on the same rows).
+// With --write-rows DIR it also writes each set's rows, one per line, to
+// DIR/ascii.txt and DIR/mixed.txt for the peers (compare.py runs them on the
+// same rows).
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -192,11 +193,11 @@ double engineRun(txhost::Session& session, txhost::Module& module, const Functio
 
 int main(int argc, char** argv) {
     std::size_t count = 1'000'000;
-    std::string writeAscii;
+    std::string writeRows;
     bool withCallSite = true;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (arg == "--write-ascii" && i + 1 < argc) writeAscii = argv[++i];
+        if (arg == "--write-rows" && i + 1 < argc) writeRows = argv[++i];
         if (arg == "--rows" && i + 1 < argc) count = std::stoul(argv[++i]);
         if (arg == "--no-callsite") withCallSite = false;
     }
@@ -205,15 +206,21 @@ int main(int argc, char** argv) {
     for (const bool mixed : {false, true}) {
         const Rows rows = generate(mixed, count);
         const char* set = mixed ? "mixed" : "ascii";
-        if (!mixed && !writeAscii.empty()) {
-            std::ofstream out(writeAscii, std::ios::binary);
+        if (!writeRows.empty()) {
+            std::ofstream out(writeRows + "/" + set + ".txt", std::ios::binary);
             for (std::size_t r = 0; r < rows.count(); ++r) {
                 out.write(rows.bytes.data() + rows.offsets[r], rows.offsets[r + 1] - rows.offsets[r]);
                 out.put('\n');
             }
         }
-        std::printf("# %s: %zu rows, %.1f bytes per row\n", set, rows.count(),
-                    static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()));
+        std::size_t multiByteRows = 0;
+        for (std::size_t r = 0; r < rows.count(); ++r) {
+            multiByteRows += std::any_of(rows.bytes.begin() + rows.offsets[r], rows.bytes.begin() + rows.offsets[r + 1],
+                                         [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
+        }
+        std::printf("# %s: %zu rows, %.1f bytes per row, %.0f%% of them holding a multi-byte character\n", set,
+                    rows.count(), static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()),
+                    100.0 * static_cast<double>(multiByteRows) / static_cast<double>(rows.count()));
         for (const Function& call : kFunctions) {
             const txhost::FunctionInfo& f = module->functions()[static_cast<std::size_t>(module->functionIndex(call.name))];
             const double perRow = 1e9 / static_cast<double>(rows.count());
