@@ -50,35 +50,51 @@ const char* pick(std::mt19937& random, const char* const (&list)[N]) {
     return list[random() % N];
 }
 
-Rows generate(bool mixed, std::size_t count) {
-    std::mt19937 random(mixed ? 2 : 1);
+// The row sets: plain ASCII; "mixed", where 30% of the rows hold accented
+// Latin or CJK (the rest ASCII); "wide", where every row may draw from the
+// accented and CJK names and words (about 83% of the rows hold some).
+enum class RowSet { Ascii, Mixed, Wide };
+constexpr RowSet kRowSets[] = {RowSet::Ascii, RowSet::Mixed, RowSet::Wide};
+const char* nameOf(RowSet set) { return set == RowSet::Ascii ? "ascii" : set == RowSet::Mixed ? "mixed" : "wide"; }
+
+bool holdsWide(const std::string& row) {
+    return std::any_of(row.begin(), row.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
+}
+
+Rows generate(RowSet set, std::size_t count) {
+    std::mt19937 random(static_cast<unsigned>(set) + 1);
     Rows rows;
     rows.bytes.reserve(count * 70);
     std::string row;
     for (std::size_t i = 0; i < count; ++i) {
-        row.clear();
-        const unsigned kind = random() % 3;
-        auto given = [&] { return mixed && random() % 2 ? pick(random, kGivenMixed) : pick(random, kGiven); };
-        auto word = [&] { return mixed && random() % 3 == 0 ? pick(random, kWordsMixed) : pick(random, kWords); };
-        if (kind == 0) {
-            row = std::string(given()) + " " + pick(random, kFamily) + ", " + given() + " " + pick(random, kFamily);
-        } else if (kind == 1) {
-            row = std::to_string(1 + random() % 9999) + " " + pick(random, kStreets) + ", " + pick(random, kCities) +
-                  " " + std::to_string(10000 + random() % 89999);
-        }
-        const std::size_t target = 20 + random() % 101;
-        while (row.size() < target) row += (row.empty() ? "" : random() % 6 == 0 ? ", " : " ") + std::string(word());
-        while (row.size() > 120) row.pop_back();
-        // A cut may leave part of a character: drop it.
-        while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0xC0) == 0xC0) row.pop_back();
-        while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0x80) != 0) {
-            std::size_t start = row.size() - 1;
-            while (start > 0 && (static_cast<unsigned char>(row[start]) & 0xC0) == 0x80) --start;
-            const auto lead = static_cast<unsigned char>(row[start]);
-            const std::size_t need = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
-            if (row.size() - start == need) break;
-            row.resize(start);
-        }
+        // A row of the mixed set is wide with probability 0.3, and then is
+        // drawn again until it holds a multi-byte character.
+        const bool mixed = set == RowSet::Wide || (set == RowSet::Mixed && random() % 10 < 3);
+        do {
+            row.clear();
+            const unsigned kind = random() % 3;
+            auto given = [&] { return mixed && random() % 2 ? pick(random, kGivenMixed) : pick(random, kGiven); };
+            auto word = [&] { return mixed && random() % 3 == 0 ? pick(random, kWordsMixed) : pick(random, kWords); };
+            if (kind == 0) {
+                row = std::string(given()) + " " + pick(random, kFamily) + ", " + given() + " " + pick(random, kFamily);
+            } else if (kind == 1) {
+                row = std::to_string(1 + random() % 9999) + " " + pick(random, kStreets) + ", " + pick(random, kCities) +
+                      " " + std::to_string(10000 + random() % 89999);
+            }
+            const std::size_t target = 20 + random() % 101;
+            while (row.size() < target) row += (row.empty() ? "" : random() % 6 == 0 ? ", " : " ") + std::string(word());
+            while (row.size() > 120) row.pop_back();
+            // A cut may leave part of a character: drop it.
+            while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0xC0) == 0xC0) row.pop_back();
+            while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0x80) != 0) {
+                std::size_t start = row.size() - 1;
+                while (start > 0 && (static_cast<unsigned char>(row[start]) & 0xC0) == 0x80) --start;
+                const auto lead = static_cast<unsigned char>(row[start]);
+                const std::size_t need = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+                if (row.size() - start == need) break;
+                row.resize(start);
+            }
+        } while (set == RowSet::Mixed && mixed && !holdsWide(row));
         rows.bytes += row;
         rows.offsets.push_back(static_cast<std::int64_t>(rows.bytes.size()));
     }
@@ -203,9 +219,9 @@ int main(int argc, char** argv) {
     }
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    for (const bool mixed : {false, true}) {
-        const Rows rows = generate(mixed, count);
-        const char* set = mixed ? "mixed" : "ascii";
+    for (const RowSet rowSet : kRowSets) {
+        const Rows rows = generate(rowSet, count);
+        const char* set = nameOf(rowSet);
         if (!writeRows.empty()) {
             std::ofstream out(writeRows + "/" + set + ".txt", std::ios::binary);
             for (std::size_t r = 0; r < rows.count(); ++r) {
@@ -215,8 +231,8 @@ int main(int argc, char** argv) {
         }
         std::size_t multiByteRows = 0;
         for (std::size_t r = 0; r < rows.count(); ++r) {
-            multiByteRows += std::any_of(rows.bytes.begin() + rows.offsets[r], rows.bytes.begin() + rows.offsets[r + 1],
-                                         [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
+            multiByteRows += holdsWide(rows.bytes.substr(static_cast<std::size_t>(rows.offsets[r]),
+                                                         static_cast<std::size_t>(rows.offsets[r + 1] - rows.offsets[r])));
         }
         std::printf("# %s: %zu rows, %.1f bytes per row, %.0f%% of them holding a multi-byte character\n", set,
                     rows.count(), static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()),
