@@ -1,55 +1,76 @@
-"""Runs the engine benchmark and its peers on the same generated rows and
-prints the table of nanoseconds per row and of ratios from that one run.
+"""Runs the engine benchmark and its peers on the same generated rows (the
+ASCII set; the mixed set, where 30% of the rows hold accented Latin or CJK;
+the wide set, where most rows do)
+and prints, per set, nanoseconds per row and the ratios from that one run.
 
-    /usr/bin/python3 bench/engine/compare.py BUILD/bin/bench_engine [--rows N]
+    /usr/bin/python3 bench/engine/compare.py BUILD/bin/bench_engine [--rows N] [--no-callsite]
 """
 import collections
 import os
+import re
 import subprocess
 import sys
 import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 FUNCTIONS = ["KFIND", "KCOUNTX", "KFINDC", "KCOUNTC", "KCOUNTW", "KFINDW", "KSCANX", "KSCANX_LAST"]
+SETS = ("ascii", "mixed", "wide")
 
 
-def results(command):
-    found = collections.defaultdict(dict)
+def results(command, table, bytes_per_row):
     output = subprocess.run(command, check=True, capture_output=True, text=True).stdout
     for line in output.splitlines():
         if line.startswith("#"):
             print(line)
+            found = re.match(r"# (\w+): \d+ rows, ([\d.]+) bytes per row", line)
+            if found:
+                bytes_per_row[found.group(1)] = float(found.group(2))
         parts = line.split()
         if len(parts) == 5 and parts[0] == "RESULT":
-            found[(parts[1], parts[2])][parts[3]] = float(parts[4])
-    return found
+            table[(parts[1], parts[2])][parts[3]] = float(parts[4])
+
+
+def ratio(numerator, denominator):
+    return f"{numerator / denominator:8.2f}" if numerator is not None and denominator else f"{'-':>8}"
+
+
+def print_set(name, table, bytes_per_row):
+    print(f"\n{name} rows: ns per row; engine1/direct; engine rows/s on 2 workers over 1; each peer's time over"
+          " engine1's (>1: the engine is ahead)" + ("; engine1's ns per byte here over the ASCII set's"
+                                                   if name != "ascii" else ""))
+    print(f"{'function':12}{'direct':>8}{'callsite':>9}{'engine1':>8}{'engine2':>8}{'stringi':>8}{'pandas':>8}"
+          f"{'e1/dir':>8}{'2w/1w':>7}{'stri/e1':>8}{'pd/e1':>8}" + (f"{'mix/asc':>8}" if name != "ascii" else ""))
+    for function in FUNCTIONS:
+        m = table.get((name, function), {})
+        if "engine1" not in m:
+            continue
+        cell = lambda k: f"{m[k]:8.1f}" if k in m else f"{'-':>8}"
+        line = (f"{function:12}{cell('direct')}{cell('callsite'):>9}{cell('engine1')}{cell('engine2')}"
+                f"{cell('stringi')}{cell('pandas')}{ratio(m['engine1'], m.get('direct'))}"
+                f"{m['engine1'] / m['engine2']:7.2f}{ratio(m.get('stringi'), m['engine1'])}"
+                f"{ratio(m.get('pandas'), m['engine1'])}")
+        if name != "ascii":
+            ascii_e1 = table.get(("ascii", function), {}).get("engine1")
+            per_byte = m["engine1"] / bytes_per_row[name]
+            line += ratio(per_byte, ascii_e1 / bytes_per_row["ascii"] if ascii_e1 else None)
+        print(line)
 
 
 def main():
     driver = sys.argv[1]
+    table = collections.defaultdict(dict)
+    bytes_per_row = {}
     with tempfile.TemporaryDirectory() as directory:
-        rows = os.path.join(directory, "rows-ascii.txt")
-        table = results([driver, "--write-ascii", rows] + sys.argv[2:])
-        for peer in (["Rscript", os.path.join(HERE, "stringi_peer.R"), rows],
-                     ["/usr/bin/python3", os.path.join(HERE, "pandas_peer.py"), rows]):
-            for key, modes in results(peer).items():
-                table[key].update(modes)
-    for rows in ("ascii", "mixed"):
-        print(f"\n{rows} rows: ns per row; engine1/direct; engine rows/s on 2 workers over 1;"
-              " best peer time over the engine's (>1: the engine is ahead)")
-        print(f"{'function':12}{'direct':>8}{'callsite':>9}{'engine1':>8}{'engine2':>8}{'stringi':>8}{'pandas':>8}"
-              f"{'e1/dir':>8}{'2w/1w':>7}{'peer/e1':>8}{'peer/e2':>8}")
-        for name in FUNCTIONS:
-            m = table.get((rows, name), {})
-            if not m:
-                continue
-            peers = [m[p] for p in ("stringi", "pandas") if p in m]
-            cell = lambda k: f"{m[k]:8.1f}" if k in m else f"{'-':>8}"
-            peer1 = f"{min(peers) / m['engine1']:8.2f}" if peers else f"{'-':>8}"
-            peer2 = f"{min(peers) / m['engine2']:8.2f}" if peers else f"{'-':>8}"
-            print(f"{name:12}{cell('direct')}{cell('callsite')[0:]:>9}{cell('engine1')}{cell('engine2')}"
-                  f"{cell('stringi')}{cell('pandas')}{m['engine1'] / m['direct']:8.2f}"
-                  f"{m['engine1'] / m['engine2']:7.2f}{peer1}{peer2}")
+        results([driver, "--write-rows", directory] + sys.argv[2:], table, bytes_per_row)
+        for name in SETS:
+            rows = os.path.join(directory, name + ".txt")
+            for peer in (["Rscript", os.path.join(HERE, "stringi_peer.R"), rows, name],
+                         ["/usr/bin/python3", os.path.join(HERE, "pandas_peer.py"), rows, name]):
+                results(peer, table, bytes_per_row)
+    for name in SETS:
+        print_set(name, table, bytes_per_row)
+    print("\nTargets: on the mixed set stri/e1 >= 1 and pd/e1 >= 2 for every function; mix/asc <= 3 on both"
+          " the mixed and the wide set.")
 
 
 if __name__ == "__main__":

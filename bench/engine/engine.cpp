@@ -3,8 +3,9 @@
 // on a million generated rows of 20 to 120 bytes (names, addresses, free
 // text), ASCII and mixed with accented Latin and CJK. Prints one line per
 // function, set and way of calling: "RESULT set function mode ns_per_row".
-// With --write-ascii FILE it also writes the ASCII rows, one per line, for
-// the peers (compare.py runs them on the same rows).
+// With --write-rows DIR it also writes each set's rows, one per line, to
+// DIR/ascii.txt and DIR/mixed.txt for the peers (compare.py runs them on the
+// same rows).
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -49,35 +50,51 @@ const char* pick(std::mt19937& random, const char* const (&list)[N]) {
     return list[random() % N];
 }
 
-Rows generate(bool mixed, std::size_t count) {
-    std::mt19937 random(mixed ? 2 : 1);
+// The row sets: plain ASCII; "mixed", where 30% of the rows hold accented
+// Latin or CJK (the rest ASCII); "wide", where every row may draw from the
+// accented and CJK names and words (about 83% of the rows hold some).
+enum class RowSet { Ascii, Mixed, Wide };
+constexpr RowSet kRowSets[] = {RowSet::Ascii, RowSet::Mixed, RowSet::Wide};
+const char* nameOf(RowSet set) { return set == RowSet::Ascii ? "ascii" : set == RowSet::Mixed ? "mixed" : "wide"; }
+
+bool holdsWide(const std::string& row) {
+    return std::any_of(row.begin(), row.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
+}
+
+Rows generate(RowSet set, std::size_t count) {
+    std::mt19937 random(static_cast<unsigned>(set) + 1);
     Rows rows;
     rows.bytes.reserve(count * 70);
     std::string row;
     for (std::size_t i = 0; i < count; ++i) {
-        row.clear();
-        const unsigned kind = random() % 3;
-        auto given = [&] { return mixed && random() % 2 ? pick(random, kGivenMixed) : pick(random, kGiven); };
-        auto word = [&] { return mixed && random() % 3 == 0 ? pick(random, kWordsMixed) : pick(random, kWords); };
-        if (kind == 0) {
-            row = std::string(given()) + " " + pick(random, kFamily) + ", " + given() + " " + pick(random, kFamily);
-        } else if (kind == 1) {
-            row = std::to_string(1 + random() % 9999) + " " + pick(random, kStreets) + ", " + pick(random, kCities) +
-                  " " + std::to_string(10000 + random() % 89999);
-        }
-        const std::size_t target = 20 + random() % 101;
-        while (row.size() < target) row += (row.empty() ? "" : random() % 6 == 0 ? ", " : " ") + std::string(word());
-        while (row.size() > 120) row.pop_back();
-        // A cut may leave part of a character: drop it.
-        while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0xC0) == 0xC0) row.pop_back();
-        while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0x80) != 0) {
-            std::size_t start = row.size() - 1;
-            while (start > 0 && (static_cast<unsigned char>(row[start]) & 0xC0) == 0x80) --start;
-            const auto lead = static_cast<unsigned char>(row[start]);
-            const std::size_t need = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
-            if (row.size() - start == need) break;
-            row.resize(start);
-        }
+        // A row of the mixed set is wide with probability 0.3, and then is
+        // drawn again until it holds a multi-byte character.
+        const bool mixed = set == RowSet::Wide || (set == RowSet::Mixed && random() % 10 < 3);
+        do {
+            row.clear();
+            const unsigned kind = random() % 3;
+            auto given = [&] { return mixed && random() % 2 ? pick(random, kGivenMixed) : pick(random, kGiven); };
+            auto word = [&] { return mixed && random() % 3 == 0 ? pick(random, kWordsMixed) : pick(random, kWords); };
+            if (kind == 0) {
+                row = std::string(given()) + " " + pick(random, kFamily) + ", " + given() + " " + pick(random, kFamily);
+            } else if (kind == 1) {
+                row = std::to_string(1 + random() % 9999) + " " + pick(random, kStreets) + ", " + pick(random, kCities) +
+                      " " + std::to_string(10000 + random() % 89999);
+            }
+            const std::size_t target = 20 + random() % 101;
+            while (row.size() < target) row += (row.empty() ? "" : random() % 6 == 0 ? ", " : " ") + std::string(word());
+            while (row.size() > 120) row.pop_back();
+            // A cut may leave part of a character: drop it.
+            while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0xC0) == 0xC0) row.pop_back();
+            while (!row.empty() && (static_cast<unsigned char>(row.back()) & 0x80) != 0) {
+                std::size_t start = row.size() - 1;
+                while (start > 0 && (static_cast<unsigned char>(row[start]) & 0xC0) == 0x80) --start;
+                const auto lead = static_cast<unsigned char>(row[start]);
+                const std::size_t need = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+                if (row.size() - start == need) break;
+                row.resize(start);
+            }
+        } while (set == RowSet::Mixed && mixed && !holdsWide(row));
         rows.bytes += row;
         rows.offsets.push_back(static_cast<std::int64_t>(rows.bytes.size()));
     }
@@ -192,28 +209,34 @@ double engineRun(txhost::Session& session, txhost::Module& module, const Functio
 
 int main(int argc, char** argv) {
     std::size_t count = 1'000'000;
-    std::string writeAscii;
+    std::string writeRows;
     bool withCallSite = true;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (arg == "--write-ascii" && i + 1 < argc) writeAscii = argv[++i];
+        if (arg == "--write-rows" && i + 1 < argc) writeRows = argv[++i];
         if (arg == "--rows" && i + 1 < argc) count = std::stoul(argv[++i]);
         if (arg == "--no-callsite") withCallSite = false;
     }
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    for (const bool mixed : {false, true}) {
-        const Rows rows = generate(mixed, count);
-        const char* set = mixed ? "mixed" : "ascii";
-        if (!mixed && !writeAscii.empty()) {
-            std::ofstream out(writeAscii, std::ios::binary);
+    for (const RowSet rowSet : kRowSets) {
+        const Rows rows = generate(rowSet, count);
+        const char* set = nameOf(rowSet);
+        if (!writeRows.empty()) {
+            std::ofstream out(writeRows + "/" + set + ".txt", std::ios::binary);
             for (std::size_t r = 0; r < rows.count(); ++r) {
                 out.write(rows.bytes.data() + rows.offsets[r], rows.offsets[r + 1] - rows.offsets[r]);
                 out.put('\n');
             }
         }
-        std::printf("# %s: %zu rows, %.1f bytes per row\n", set, rows.count(),
-                    static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()));
+        std::size_t multiByteRows = 0;
+        for (std::size_t r = 0; r < rows.count(); ++r) {
+            multiByteRows += holdsWide(rows.bytes.substr(static_cast<std::size_t>(rows.offsets[r]),
+                                                         static_cast<std::size_t>(rows.offsets[r + 1] - rows.offsets[r])));
+        }
+        std::printf("# %s: %zu rows, %.1f bytes per row, %.0f%% of them holding a multi-byte character\n", set,
+                    rows.count(), static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()),
+                    100.0 * static_cast<double>(multiByteRows) / static_cast<double>(rows.count()));
         for (const Function& call : kFunctions) {
             const txhost::FunctionInfo& f = module->functions()[static_cast<std::size_t>(module->functionIndex(call.name))];
             const double perRow = 1e9 / static_cast<double>(rows.count());

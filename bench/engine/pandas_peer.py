@@ -1,10 +1,14 @@
 """The pandas peer: Series.str over the rows compare.py hands it, one line
-per function as "RESULT ascii FUNCTION pandas ns_per_row" (best of three)."""
+per function as "RESULT SET FUNCTION pandas ns_per_row" (best of three).
+
+    /usr/bin/python3 pandas_peer.py ROWS_FILE SET
+"""
 import sys
 import time
 
 import pandas as pd
 
+ROW_SET = sys.argv[2]
 with open(sys.argv[1], encoding="utf-8") as source:
     rows = pd.Series(source.read().split("\n")[:-1])
 
@@ -25,4 +29,4 @@ for name, peer in PEERS.items():
         start = time.perf_counter()
         peer()
         best = min(best, time.perf_counter() - start)
-    print(f"RESULT ascii {name} pandas {best * 1e9 / len(rows):.2f}", flush=True)
+    print(f"RESULT {ROW_SET} {name} pandas {best * 1e9 / len(rows):.2f}", flush=True)

@@ -1,7 +1,10 @@
 # The R peer: stringi over the rows compare.py hands it, one line per
-# function as "RESULT ascii FUNCTION stringi ns_per_row" (best of three).
+# function as "RESULT SET FUNCTION stringi ns_per_row" (best of three).
+#   Rscript stringi_peer.R ROWS_FILE SET
 suppressMessages(library(stringi))
-rows <- stri_read_lines(commandArgs(trailingOnly = TRUE)[1], encoding = "UTF-8")
+arguments <- commandArgs(trailingOnly = TRUE)
+rows <- stri_read_lines(arguments[1], encoding = "UTF-8")
+set <- arguments[2]
 best <- function(f) {
   t <- Inf
   for (i in 1:3) {
@@ -22,5 +25,5 @@ peers <- list(
   KSCANX_LAST = function() stri_extract_last_regex(rows, "[^ ,]+")
 )
 for (name in names(peers)) {
-  cat(sprintf("RESULT ascii %s stringi %.2f\n", name, best(peers[[name]]) * 1e9 / length(rows)))
+  cat(sprintf("RESULT %s %s stringi %.2f\n", set, name, best(peers[[name]]) * 1e9 / length(rows)))
 }

@@ -1,6 +1,7 @@
 // Random-number methods: raw 64-bit and 32-bit draws and the stream's
 // uniform, in ns per number, beside the standard engines, the PCG reference
 // implementation and Random123's Threefry as peers.
+#include <Random123/conventional/Engine.hpp>
 #include <Random123/threefry.h>
 #include <benchmark/benchmark.h>
 
@@ -8,6 +9,8 @@
 #include <memory>
 #include <pcg_random.hpp>
 #include <random>
+#include <string>
+#include <string_view>
 
 #include "host/host.h"
 #include "host/rng_services.h"
@@ -84,23 +87,92 @@ void peerUniform(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-// Random123 in counter mode, a block per counter value, all its words used.
-template <typename Ctr, typename Key, Ctr (*Block)(Ctr, Key)>
-void threefryPeer(benchmark::State& state) {
-    Ctr ctr{};
-    Key key{};
-    key.v[0] = 12345;
-    constexpr int words = sizeof(Ctr) / sizeof(ctr.v[0]);
+// The Random123 peers number for number with a FRY stream: Random123's own
+// engine (one word a call from the block of the current counter, every word
+// of a block served before the next is computed), keyed with the stream's
+// key read from its state (counter words, then key words), so both compute
+// the very same blocks. The engine serves a block's words last to first; the
+// first blocks are checked word for word before timing.
+template <typename Block>
+using Word = typename Block::ctr_type::value_type;
+template <typename Block>
+constexpr int kWords = Block::ctr_type::static_size;
+
+template <typename Block>
+r123::Engine<Block> engineLike(RngStream* s) {
+    typename Block::key_type key;
+    const auto* words = static_cast<const Word<Block>*>(s->state);
+    for (int i = 0; i < kWords<Block>; ++i) key.v[i] = words[kWords<Block> + i];
+    return r123::Engine<Block>(key);
+}
+
+template <typename Block>
+bool sameNumbers(RngStream* s, r123::Engine<Block> engine) {
+    for (int block = 0; block < 4; ++block) {
+        Word<Block> ours[kWords<Block>];
+        for (auto& w : ours) w = sizeof(Word<Block>) == 8 ? streamNext64(s) : streamNext32(s);
+        for (int i = kWords<Block> - 1; i >= 0; --i)
+            if (engine() != ours[i]) return false;
+    }
+    return true;
+}
+
+template <typename Block>
+Word<Block> engineNext(void* engine) {
+    return (*static_cast<r123::Engine<Block>*>(engine))();
+}
+
+// Called inline (the engine's state in registers), or through a function
+// pointer as a stream's method is.
+template <typename Block, bool Called>
+void threefryEngine(benchmark::State& state, const Method* method) {
+    RngStream* s = streamFor(*method);
+    r123::Engine<Block> engine = engineLike<Block>(s);
+    if (!sameNumbers(s, engine)) {
+        state.SkipWithError("Random123 and the stream give different numbers");
+        return;
+    }
+    if constexpr (Called) {
+        auto next = &engineNext<Block>;
+        benchmark::DoNotOptimize(next);
+        for (auto _ : state) benchmark::DoNotOptimize(next(&engine));
+    } else {
+        for (auto _ : state) benchmark::DoNotOptimize(engine());
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Random123 in counter mode, a block a call, all its words used: one
+// iteration per block, items count the words.
+template <typename Block>
+void threefryBlocks(benchmark::State& state, const Method* method) {
+    RngStream* s = streamFor(*method);
+    Block block;
+    typename Block::ctr_type ctr{};
+    typename Block::key_type key;
+    const auto* words = static_cast<const Word<Block>*>(s->state);
+    for (int i = 0; i < kWords<Block>; ++i) key.v[i] = words[kWords<Block> + i];
     for (auto _ : state) {
         ++ctr.v[0];
-        Ctr out = Block(ctr, key);
-        for (int i = 0; i < words; ++i) benchmark::DoNotOptimize(out.v[i]);
+        auto out = block(ctr, key);
+        for (int i = 0; i < kWords<Block>; ++i) benchmark::DoNotOptimize(out.v[i]);
     }
-    state.SetItemsProcessed(state.iterations() * words);
+    state.SetItemsProcessed(state.iterations() * kWords<Block>);
 }
-threefry2x64_ctr_t r123_2x64(threefry2x64_ctr_t c, threefry2x64_key_t k) { return threefry2x64_R(20, c, k); }
-threefry4x64_ctr_t r123_4x64(threefry4x64_ctr_t c, threefry4x64_key_t k) { return threefry4x64_R(20, c, k); }
-threefry2x32_ctr_t r123_2x32(threefry2x32_ctr_t c, threefry2x32_key_t k) { return threefry2x32_R(20, c, k); }
+
+template <typename Block>
+void registerThreefryPeers(const char* name, const Method* method) {
+    std::string peer = std::string("peer/Random123 ") + name;
+    benchmark::RegisterBenchmark((peer + " engine").c_str(), threefryEngine<Block, false>, method);
+    benchmark::RegisterBenchmark((peer + " engine called").c_str(), threefryEngine<Block, true>, method);
+    benchmark::RegisterBenchmark((peer + " blocks").c_str(), threefryBlocks<Block>, method);
+}
+
+const Method* methodNamed(std::string_view name) {
+    for (const Method& m : kMethods)
+        if (name == m.name) return &m;
+    return nullptr;
+}
 
 const bool kRegistered = [] {
     for (const Method& m : kMethods) {
@@ -114,12 +186,9 @@ const bool kRegistered = [] {
     benchmark::RegisterBenchmark("peer/uniform std::mt19937", peerUniform<std::mt19937>);
     benchmark::RegisterBenchmark("peer/pcg rxs_m_xs 64/64", peer<pcg_engines::setseq_rxs_m_xs_64_64>);
     benchmark::RegisterBenchmark("peer/pcg rxs_m_xs 32/32", peer<pcg_engines::setseq_rxs_m_xs_32_32>);
-    benchmark::RegisterBenchmark("peer/Random123 threefry2x64-20",
-                                 threefryPeer<threefry2x64_ctr_t, threefry2x64_key_t, &r123_2x64>);
-    benchmark::RegisterBenchmark("peer/Random123 threefry4x64-20",
-                                 threefryPeer<threefry4x64_ctr_t, threefry4x64_key_t, &r123_4x64>);
-    benchmark::RegisterBenchmark("peer/Random123 threefry2x32-20",
-                                 threefryPeer<threefry2x32_ctr_t, threefry2x32_key_t, &r123_2x32>);
+    registerThreefryPeers<r123::Threefry2x64_R<20>>("threefry2x64-20", methodNamed("FRY2X64"));
+    registerThreefryPeers<r123::Threefry2x32_R<20>>("threefry2x32-20", methodNamed("FRY2X32"));
+    registerThreefryPeers<r123::Threefry4x64_R<20>>("threefry4x64-20", methodNamed("FRY4X64"));
     return true;
 }();
 

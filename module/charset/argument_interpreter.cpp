@@ -107,11 +107,12 @@ bool setupList(EncodingHandle* h, const StringValue* text, bool trim, TextCursor
 std::int64_t utf8Characters(const StringValue* text, bool trim) {
     const std::uint8_t* p = bytesOf(text);
     const std::int64_t n = text->length;
-    if (n < 0 || (p == nullptr && n > 0) || !wellFormedUtf8(p, n)) return -1;
-    if (!trim) return leadBytes(p, n);
+    if (n < 0 || (p == nullptr && n > 0)) return -1;
+    const std::int64_t characters = utf8CharsIfWellFormed(p, n);
+    if (characters < 0 || !trim) return characters;
     std::int64_t end = n;
     while (end > 0 && p[end - 1] == ' ') --end;
-    return end == 0 || p[end - 1] < 0x80 ? leadBytes(p, end) : -1;
+    return end == 0 || p[end - 1] < 0x80 ? characters - (n - end) : -1;
 }
 
 std::int64_t setupString(EncodingHandle* h, const StringValue* text, bool trim, TextCursor* cursor) {

@@ -18,79 +18,88 @@ constexpr int kRotation2x64[8] = {16, 42, 12, 31, 16, 32, 24, 21};
 constexpr int kRotation2x32[8] = {13, 15, 26, 6, 17, 29, 16, 24};
 constexpr int kRotation4x64[8][2] = {{14, 16}, {52, 57}, {23, 40}, {5, 37}, {25, 33}, {46, 12}, {58, 22}, {32, 32}};
 
+// The rotation of round R's mix of the given pair (the four-word method mixes two pairs a round).
+template <typename Word, int N>
+constexpr int rotation(std::size_t round, int pair) {
+    if constexpr (N == 4)
+        return kRotation4x64[round % 8][pair];
+    else if constexpr (sizeof(Word) == 4)
+        return kRotation2x32[round % 8];
+    else
+        return kRotation2x64[round % 8];
+}
+
 template <typename Word>
 constexpr Word kParity = sizeof(Word) == 8 ? Word(0x1BD11BDAA9FC1A22ull) : Word(0x1BD11BDAu);
 
+// Everything below is forced inline so that the words of a block live in
+// registers and every rotation and key-schedule index is a constant: the
+// compiler's size limits otherwise leave the rounds in a call working on memory.
 template <int Rotation, typename Word>
-inline void mix(Word& a, Word& b) {
+[[gnu::always_inline]] inline void mix(Word& a, Word& b) {
     a += b;
     b = std::rotl(b, Rotation);
     b ^= a;
 }
 
-// The rounds are unrolled at compile time so that every rotation is a constant.
-template <typename Word, const int (&Rotation)[8], std::size_t... R>
-inline void rounds2(Word& x0, Word& x1, const Word (&ks)[3], std::index_sequence<R...>) {
-    (
-        [&] {
-            mix<Rotation[R % 8]>(x0, x1);
-            if constexpr (R % 4 == 3) {
-                constexpr std::size_t s = R / 4 + 1;   // key injection number
-                x0 += ks[s % 3];
-                x1 += ks[(s + 1) % 3] + static_cast<Word>(s);
-            }
-        }(),
-        ...);
+// Every fourth round injects key words (s + i) mod (N + 1) and the injection number s.
+template <typename Word, int N, std::size_t S, std::size_t... I>
+[[gnu::always_inline]] inline void injectKey(Word (&x)[N], const Word (&ks)[N + 1], std::index_sequence<I...>) {
+    ((x[I] += ks[(S + I) % (N + 1)]), ...);
+    x[N - 1] += static_cast<Word>(S);
 }
 
-template <typename Word, const int (&Rotation)[8]>
-inline void block2(const Word ctr[2], const Word key[2], Word out[2]) {
-    const Word ks[3] = {key[0], key[1], kParity<Word> ^ key[0] ^ key[1]};
-    Word x0 = ctr[0] + ks[0];
-    Word x1 = ctr[1] + ks[1];
-    rounds2<Word, Rotation>(x0, x1, ks, std::make_index_sequence<kThreefryRounds>{});
-    out[0] = x0;
-    out[1] = x1;
+template <typename Word, int N, std::size_t R>
+[[gnu::always_inline]] inline void round(Word (&x)[N], const Word (&ks)[N + 1]) {
+    if constexpr (N == 2) {
+        mix<rotation<Word, N>(R, 0)>(x[0], x[1]);
+    } else if constexpr (R % 2 == 0) {
+        // Even rounds mix the pairs (0,1) and (2,3), odd rounds (0,3) and (2,1).
+        mix<rotation<Word, N>(R, 0)>(x[0], x[1]);
+        mix<rotation<Word, N>(R, 1)>(x[2], x[3]);
+    } else {
+        mix<rotation<Word, N>(R, 0)>(x[0], x[3]);
+        mix<rotation<Word, N>(R, 1)>(x[2], x[1]);
+    }
+    if constexpr (R % 4 == 3) injectKey<Word, N, R / 4 + 1>(x, ks, std::make_index_sequence<N>{});
 }
 
-template <std::size_t... R>
-inline void rounds4(std::uint64_t (&x)[4], const std::uint64_t (&ks)[5], std::index_sequence<R...>) {
-    (
-        [&] {
-            // Even rounds mix the pairs (0,1) and (2,3), odd rounds (0,3) and (2,1).
-            if constexpr (R % 2 == 0) {
-                mix<kRotation4x64[R % 8][0]>(x[0], x[1]);
-                mix<kRotation4x64[R % 8][1]>(x[2], x[3]);
-            } else {
-                mix<kRotation4x64[R % 8][0]>(x[0], x[3]);
-                mix<kRotation4x64[R % 8][1]>(x[2], x[1]);
-            }
-            if constexpr (R % 4 == 3) {
-                constexpr std::size_t s = R / 4 + 1;
-                x[0] += ks[s % 5];
-                x[1] += ks[(s + 1) % 5];
-                x[2] += ks[(s + 2) % 5];
-                x[3] += ks[(s + 3) % 5] + s;
-            }
-        }(),
-        ...);
+template <typename Word, int N, std::size_t... R>
+[[gnu::always_inline]] inline void rounds(Word (&x)[N], const Word (&ks)[N + 1], std::index_sequence<R...>) {
+    (round<Word, N, R>(x, ks), ...);
+}
+
+template <typename Word, int N>
+[[gnu::always_inline]] inline void block(const Word* ctr, const Word* key, Word (&x)[N]) {
+    Word ks[N + 1];
+    ks[N] = kParity<Word>;
+    for (int i = 0; i < N; ++i) {
+        ks[i] = key[i];
+        ks[N] ^= key[i];
+        x[i] = ctr[i] + key[i];
+    }
+    rounds<Word, N>(x, ks, std::make_index_sequence<kThreefryRounds>{});
+}
+
+template <typename Word, int N>
+void blockInto(const Word* ctr, const Word* key, Word* out) {
+    Word x[N];
+    block<Word, N>(ctr, key, x);
+    for (int i = 0; i < N; ++i) out[i] = x[i];
 }
 
 }  // namespace
 
 void threefryBlock2x64(const std::uint64_t ctr[2], const std::uint64_t key[2], std::uint64_t out[2]) {
-    block2<std::uint64_t, kRotation2x64>(ctr, key, out);
+    blockInto<std::uint64_t, 2>(ctr, key, out);
 }
 
 void threefryBlock2x32(const std::uint32_t ctr[2], const std::uint32_t key[2], std::uint32_t out[2]) {
-    block2<std::uint32_t, kRotation2x32>(ctr, key, out);
+    blockInto<std::uint32_t, 2>(ctr, key, out);
 }
 
 void threefryBlock4x64(const std::uint64_t ctr[4], const std::uint64_t key[4], std::uint64_t out[4]) {
-    const std::uint64_t ks[5] = {key[0], key[1], key[2], key[3], kParity<std::uint64_t> ^ key[0] ^ key[1] ^ key[2] ^ key[3]};
-    std::uint64_t x[4] = {ctr[0] + ks[0], ctr[1] + ks[1], ctr[2] + ks[2], ctr[3] + ks[3]};
-    rounds4(x, ks, std::make_index_sequence<kThreefryRounds>{});
-    for (int i = 0; i < 4; ++i) out[i] = x[i];
+    blockInto<std::uint64_t, 4>(ctr, key, out);
 }
 
 namespace {
@@ -105,9 +114,6 @@ struct FryState {
 static_assert(sizeof(FryState<std::uint64_t, 2>) == 56);
 static_assert(sizeof(FryState<std::uint32_t, 2>) == 28);
 static_assert(sizeof(FryState<std::uint64_t, 4>) == 104);
-
-template <typename Word, int N>
-using BlockFn = void (*)(const Word*, const Word*, Word*);
 
 template <typename Word>
 Word spread(Word v) {
@@ -130,15 +136,27 @@ void seedFry(void* state, Word s) {
     st.idx = 0;
 }
 
-template <typename Word, int N, BlockFn<Word, N> Block>
+// The block is computed when its first word is asked for and served from
+// the buffer; the counter moves on after its last word.
+template <typename Word, int N>
 Word nextFry(void* state) {
     auto& st = stateOf<FryState<Word, N>>(state);
-    if (st.idx == 0) Block(st.ctr, st.key, st.out);
-    Word value = st.out[st.idx];
-    if (++st.idx == N) {
-        st.idx = 0;
-        for (int k = 0; k < N && ++st.ctr[k] == 0; ++k) {
-        }
+    const Word i = st.idx;
+    if (i == 0) {
+        Word x[N];
+        block<Word, N>(st.ctr, st.key, x);
+        for (int k = 0; k < N; ++k) st.out[k] = x[k];
+        st.idx = 1;
+        return x[0];
+    }
+    // With two words a block, a nonzero index can only be the last word's.
+    const Word value = st.out[N == 2 ? 1 : i];
+    if (N > 2 && i + 1 < N) {
+        st.idx = i + 1;
+        return value;
+    }
+    st.idx = 0;
+    for (int k = 0; k < N && ++st.ctr[k] == 0; ++k) {
     }
     return value;
 }
@@ -168,12 +186,12 @@ std::int32_t keyFry(void* state, Word k) {
 // the block, and position 0 is where a freshly seeded generator starts. Only
 // the low counter word moves; the others (key or stream material for the
 // two-word methods) are left as they are.
-template <typename Word, int N, BlockFn<Word, N> Block>
+template <typename Word, int N>
 void positionFry(void* state, std::uint64_t p) {
     auto& st = stateOf<FryState<Word, N>>(state);
     st.ctr[0] = static_cast<Word>(1 + p / N);
     st.idx = static_cast<Word>(p % N);
-    if (st.idx != 0) Block(st.ctr, st.key, st.out);
+    if (st.idx != 0) blockInto<Word, N>(st.ctr, st.key, st.out);
 }
 
 constexpr std::uint64_t kAll64 = ~std::uint64_t{0};
@@ -182,30 +200,30 @@ constexpr MethodInfo kFry2x32Info{"FRY2X32", "32-bit Random123 2x32-bit Threefry
                                   0xFFFFFFFFull};
 constexpr MethodInfo kFry4x64Info{"FRY4X64", "64-bit Random123 4x64-bit Threefry", 64, 32, 104, 0x1557, kAll64, kAll64};
 
-template <const MethodInfo& Info, int N, BlockFn<std::uint64_t, N> Block>
+template <const MethodInfo& Info, int N>
 constexpr RngOperations fry64Operations() {
     using W = std::uint64_t;
-    RngOperations ops = plain64Operations<Info, &seedFry<W, N>, &nextFry<W, N, Block>>();
+    RngOperations ops = plain64Operations<Info, &seedFry<W, N>, &nextFry<W, N>>();
     ops.setStream32 = &widened<&streamFry<W, N>>;
     ops.setStream64 = &streamFry<W, N>;
     ops.setStreamFromDouble = &streamFromDouble<W, &streamFry<W, N>>;
     ops.setKey32 = &widened<&keyFry<W, N>>;
     ops.setKey64 = &keyFry<W, N>;
-    ops.setPosition64 = &positionFry<W, N, Block>;
+    ops.setPosition64 = &positionFry<W, N>;
     return ops;
 }
 
-constexpr RngOperations kFry2x64Ops = fry64Operations<kFry2x64Info, 2, &threefryBlock2x64>();
-constexpr RngOperations kFry4x64Ops = fry64Operations<kFry4x64Info, 4, &threefryBlock4x64>();
+constexpr RngOperations kFry2x64Ops = fry64Operations<kFry2x64Info, 2>();
+constexpr RngOperations kFry4x64Ops = fry64Operations<kFry4x64Info, 4>();
 constexpr RngOperations kFry2x32Ops = [] {
     using W = std::uint32_t;
-    RngOperations ops = plain32Operations<kFry2x32Info, &seedFry<W, 2>, &nextFry<W, 2, &threefryBlock2x32>>();
+    RngOperations ops = plain32Operations<kFry2x32Info, &seedFry<W, 2>, &nextFry<W, 2>>();
     ops.setStream32 = &streamFry<W, 2>;
     ops.setStream64 = &low32<&streamFry<W, 2>>;
     ops.setStreamFromDouble = &streamFromDouble<W, &streamFry<W, 2>>;
     ops.setKey32 = &keyFry<W, 2>;
     ops.setKey64 = &low32<&keyFry<W, 2>>;
-    ops.setPosition32 = &positionFry<W, 2, &threefryBlock2x32>;
+    ops.setPosition32 = &positionFry<W, 2>;
     return ops;
 }();
 

@@ -1,6 +1,8 @@
 // The byte paths of KFINDC (findCharBytes) and KCOUNTC (countCharBytes): the
 // character list and the class letters become a 256-entry CharSet, kept per
-// call site under modifier O, and the source is scanned against it.
+// call site under modifier O, and the source is scanned against it. A list of
+// a few bytes with no class letters, negation or caching is scanned for its
+// bytes directly, with no set to build.
 #include <cstring>
 
 #include "module/charset/cached_set.h"
@@ -9,6 +11,7 @@
 #include "module/charset/set_scan.h"
 #include "module/frame/module_state.h"
 #include "module/frame/workers.h"
+#include "module/search/few_bytes.h"
 #include "module/search/search_region.h"
 #include "module/search/trim_blanks.h"
 
@@ -21,8 +24,8 @@ namespace {
 constexpr LetterTable kFindCharLetters = makeLetterTable("FINDC", "BIKOTV", true);
 constexpr LetterTable kCountCharLetters = makeLetterTable("COUNTC", "IOTV", true);
 
-// Sources shorter than this with a list of at most one byte are compared
-// byte by byte, with no table to build.
+// KCOUNTC compares sources shorter than this with a list of one byte byte by
+// byte, with no table to build.
 constexpr std::int64_t kShortSource = 100;
 
 // Cached records: KFINDC keeps direction and trim flag before its set,
@@ -56,11 +59,25 @@ std::int32_t searchRegion(const SearchRegion& region, const std::uint8_t* set) {
     return i < 0 ? 0 : region.base + i;
 }
 
+std::int32_t searchRegion(const SearchRegion& region, const FewBytes& few) {
+    const std::int64_t i = region.leftwards ? lastOfFew(region.data, region.length, few)
+                                            : firstOfFew(region.data, region.length, few);
+    return i < 0 ? 0 : region.base + static_cast<std::int32_t>(i);
+}
+
+// The bytes of a list a set would hold, when they are few (null maps: as given).
+bool fewListBytes(const Bytes& list, bool caseless, FewBytes* few) {
+    const std::uint8_t* upper = caseless ? host().upcaseMap : nullptr;
+    const std::uint8_t* lower = caseless ? host().lowcaseMap : nullptr;
+    return fewBytesOf(list.data, list.length, upper, lower, few);
+}
+
 std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
-    if (list.length <= 1 && source.length < kShortSource) {
-        if (list.length == 0) return 0;
-        const void* at = std::memchr(source.data, list.data[0], static_cast<std::size_t>(source.length));
-        return at == nullptr ? 0 : static_cast<std::int32_t>(static_cast<const char*>(at) - source.data) + 1;
+    if (list.length == 0) return 0;
+    FewBytes few;
+    if (fewListBytes(list, false, &few)) {
+        const std::int64_t i = firstOfFew(unsignedBytes(source.data), source.length, few);
+        return static_cast<std::int32_t>(i + 1);
     }
     CharSet set;
     clearSet(&set);
@@ -120,13 +137,27 @@ std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
         list.length = trimTrailingBlanks(list.data, list.length);
     }
 
+    const bool negated = flags.has(kModK) || flags.has(kModV);
+    const bool caching = flags.has(kModO) && siteMayCache(frame);
+    if (modifiers.classLetters == 0 && !negated && !caching) {
+        FewBytes few;
+        if (list.length == 0) {
+            *result = 0.0;
+            return kStatusOk;
+        }
+        if (fewListBytes(list, flags.has(kModI), &few)) {
+            *result = searchRegion(region, few);
+            return kStatusOk;
+        }
+    }
+
     CharSet set;
     clearSet(&set);
     addByteClasses(&set, modifiers.classLetters);
     addListBytes(&set, list.data, list.length, flags.has(kModI));
-    if (flags.has(kModK) || flags.has(kModV)) negateSet(&set);
+    if (negated) negateSet(&set);
 
-    if (flags.has(kModO) && siteMayCache(frame)) {
+    if (caching) {
         std::uint8_t* record = allocateCachedSet(frame, kFindCharRecordBytes);
         if (record == nullptr) return kStatusNoMemory;
         record[kFindCharDirection] = region.leftwards ? 1 : 0;
@@ -184,6 +215,13 @@ std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
             *result = static_cast<double>(negated ? length - equal : equal);
             return kStatusOk;
         }
+    }
+
+    FewBytes few;
+    if (modifiers.classLetters == 0 && !caching && fewListBytes(list, flags.has(kModI), &few)) {
+        const std::int64_t n = countOfFew(unsignedBytes(source.data), length, few);
+        *result = static_cast<double>(negated ? length - n : n);
+        return kStatusOk;
     }
 
     CharSet set;

@@ -11,36 +11,6 @@
 
 namespace txscan {
 
-// The number of characters of the text when it is well-formed UTF-8, else
-// -1: the check and the count in one pass that jumps from one byte of 0x80
-// or more to the next, eight bytes at a time.
-inline std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n) {
-    std::int64_t chars = n;
-    for (std::int64_t off = 0; off < n;) {
-        if constexpr (std::endian::native == std::endian::little) {
-            if (off + 8 <= n) {
-                std::uint64_t eight = 0;
-                std::memcpy(&eight, p + off, 8);
-                const std::uint64_t high = eight & 0x8080808080808080ull;
-                if (high == 0) {
-                    off += 8;
-                    continue;
-                }
-                off += std::countr_zero(high) / 8;
-            }
-        }
-        if (p[off] < 0x80) {
-            ++off;
-            continue;
-        }
-        const int length = utf8Length(p + off, n - off);
-        if (length == 0) return -1;
-        off += length;
-        chars -= length - 1;
-    }
-    return chars;
-}
-
 inline bool utf8Lead(std::uint8_t b) { return (b & 0xC0) != 0x80; }
 
 // Byte offset of the character with 0-based index `index`; n when `index` is

@@ -300,6 +300,19 @@ std::int64_t countRuns(WordWalk& w) {
     const std::int64_t bound = w.d.mods.has(kModT) ? blankTrimmed(s, w.source.n) : w.source.n;
     std::int64_t words = 0;
     bool previous = true;   // the edge counts as a delimiter
+    if (!w.d.wideAsksHandle && !w.d.listHasWide) {
+        // Every character of more than one byte then gets the same decision
+        // (a delimiter only under K), and bytes of one decision in a row make
+        // one run however many characters they hold: count on the bytes.
+        const bool wide = w.d.mods.has(kModK);
+        for (std::int64_t off = 0; off < bound; ++off) {
+            const std::uint8_t c = s[off];
+            const bool delimiter = c < 0x80 ? decision[c] != 0 : wide;
+            words += previous && !delimiter;
+            previous = delimiter;
+        }
+        return words;
+    }
     for (std::int64_t off = 0; off < bound;) {
         const std::uint8_t c = s[off];
         bool delimiter;
@@ -427,7 +440,7 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
     w->caseless = mods.has(kModI);
     w->quoteState = kOutsideQuotes;
     w->quoteOpenedAt = -1;
-    std::memset(w->foldKey, 0, sizeof w->foldKey);
+    if (w->caseless) std::memset(w->foldKey, 0, sizeof w->foldKey);   // read by caseless compares only
     if (mode == kFindWord && mods.has(kModR) && w->wordSet) trimWord(*w);
     return true;
 }
