@@ -48,6 +48,7 @@ struct Alphabets {
     Chars source;   // rows
     Chars list;     // character and delimiter lists
     bool wellFormed = true;
+    std::size_t longest = 16, longestList = 3;   // characters
 };
 
 // UTF-8 rows: ASCII-heavy, mixed, multi-byte-heavy, and with malformed
@@ -86,7 +87,7 @@ struct Generator {
     // A row, now and then ending in blanks; `wide` puts a wide character
     // somewhere in it, so that it cannot take a byte path.
     std::string row(const Alphabets& a, bool wide) {
-        Chars chars = charactersOf(text(a.source, 16));
+        Chars chars = charactersOf(text(a.source, a.longest));
         if (wide) chars.insert(chars.begin() + static_cast<long>(below(chars.size() + 1)), kWideChars[below(kWideChars.size())]);
         std::string t;
         for (const std::string& c : chars) t += c;
@@ -157,7 +158,7 @@ struct Generator {
                 case 'P': if (oneIn(12)) { args.emplace_back(Absent{}); break; } [[fallthrough]];
                 case 'p': args.emplace_back(piece(source, a.source)); break;
                 case 'L': if (oneIn(10)) { args.emplace_back(Absent{}); break; } [[fallthrough]];
-                case 'l': args.emplace_back(text(a.list, 3)); break;
+                case 'l': args.emplace_back(text(a.list, a.longestList)); break;
                 case 'm': args.emplace_back(modifiers(letters)); break;
                 case '1': args.emplace_back(start(source)); break;
                 case 'n': args.emplace_back(wordNumbers[below(std::size(wordNumbers))]); break;
