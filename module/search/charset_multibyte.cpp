@@ -6,6 +6,7 @@
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/search/search_region.h"
+#include "module/search/search_roles.h"
 
 namespace txscan {
 
@@ -80,17 +81,8 @@ bool hasCharacters(const ArgumentFrame* frame, int k) {
 }  // namespace
 
 std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    if (frame->argCount >= 2 && frame->string(2) != nullptr) roles.list = 2;
-    if (frame->argCount >= 3) {
-        StartAndModifiers found;
-        if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &found)) {
-            return status;
-        }
-        roles.start = static_cast<std::uint32_t>(found.start);
-        roles.modifiers = static_cast<std::uint32_t>(found.modifiers);
-    }
+    ArgumentRoles roles;
+    if (std::int32_t clash = findCharRoles(frame, &roles)) return clash;
     if (h == nullptr) return kStatusInvalidArgument;
     *result = 0.0;
     if (!hasCharacters(frame, 1)) return kStatusOk;
@@ -125,10 +117,7 @@ std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHan
 }
 
 std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.list = 2;
-    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    const ArgumentRoles roles = countRoles(frame, true);
     if (h == nullptr) return kStatusInvalidArgument;
     *result = 0.0;
     if (!hasCharacters(frame, 1)) return kStatusOk;

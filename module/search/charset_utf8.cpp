@@ -18,6 +18,7 @@
 #include "module/search/search_region.h"
 #include "module/search/utf8_call.h"
 #include "module/search/utf8_offsets.h"
+#include "module/search/search_roles.h"
 
 namespace txscan {
 
@@ -241,17 +242,10 @@ std::int64_t sourceEnd(const Utf8Set& s) {
 }  // namespace
 
 bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    if (frame->argCount >= 2 && frame->string(2) != nullptr) roles.list = 2;
-    if (frame->argCount >= 3) {
-        StartAndModifiers found;
-        if (std::int32_t clash = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &found)) {
-            *status = clash;
-            return true;
-        }
-        roles.start = static_cast<std::uint32_t>(found.start);
-        roles.modifiers = static_cast<std::uint32_t>(found.modifiers);
+    ArgumentRoles roles;
+    if (std::int32_t clash = findCharRoles(frame, &roles)) {
+        *status = clash;
+        return true;
     }
     Utf8Set s;
     if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
@@ -291,10 +285,7 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
 }
 
 bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.list = 2;
-    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    const ArgumentRoles roles = countRoles(frame, true);
     Utf8Set s;
     if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
     // K has no effect on this path: only V negates a count.

@@ -6,6 +6,7 @@
 #include "module/charset/argument_interpreter.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/search/search_roles.h"
 
 namespace txscan {
 
@@ -26,20 +27,7 @@ std::int32_t compareFlags(const ModifierSet& modifiers) {
 }  // namespace
 
 std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.second = 2;
-    // Argument 4 is assigned after argument 3, so when both have one type it
-    // holds that role; this path reports no clash.
-    for (int k = 3; k <= frame->argCount && k <= 4; ++k) {
-        const std::uint8_t type = frame->arg(k).typeFlags;
-        if (type == 0) continue;
-        if (type & kTypeNumeric) {
-            roles.start = static_cast<std::uint32_t>(k);
-        } else {
-            roles.modifiers = static_cast<std::uint32_t>(k);
-        }
-    }
+    const ArgumentRoles roles = findRoles(frame);
     if (h == nullptr) return kStatusInvalidArgument;
     *result = 0.0;
     if (!hasCharacters(frame, 1)) return kStatusOk;
@@ -72,10 +60,7 @@ std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle*
 }
 
 std::int32_t countMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.second = 2;
-    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    const ArgumentRoles roles = countRoles(frame, false);
     if (h == nullptr) return kStatusInvalidArgument;
     *result = 0.0;
     if (!hasCharacters(frame, 1)) return kStatusOk;

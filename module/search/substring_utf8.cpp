@@ -14,6 +14,7 @@
 #include "module/search/substring_scan.h"
 #include "module/search/utf8_call.h"
 #include "module/search/utf8_offsets.h"
+#include "module/search/search_roles.h"
 
 namespace txscan {
 
@@ -164,18 +165,7 @@ std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
 }  // namespace
 
 bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.second = 2;
-    for (int k = 3; k <= frame->argCount && k <= 4; ++k) {
-        const std::uint8_t type = frame->arg(k).typeFlags;
-        if (type == 0) continue;
-        if (type & kTypeNumeric) {
-            roles.start = static_cast<std::uint32_t>(k);
-        } else {
-            roles.modifiers = static_cast<std::uint32_t>(k);
-        }
-    }
+    const ArgumentRoles roles = findRoles(frame);
     Utf8Search s;
     if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
     *status = kStatusOk;
@@ -195,10 +185,7 @@ bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int3
 }
 
 bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.second = 2;
-    if (frame->argCount == 3 && frame->string(3) != nullptr) roles.modifiers = 3;
+    const ArgumentRoles roles = countRoles(frame, false);
     Utf8Search s;
     if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
     *status = kStatusOk;
