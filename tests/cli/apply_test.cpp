@@ -128,6 +128,26 @@ TEST(Apply, RefusesBadInputWithTheRecordAtFault) {
     }
 }
 
+// A bare CR ends a line wherever it stands, as LF and CRLF do; inside
+// quotes it is text. The output keeps the first line's end (CRLF or LF).
+TEST(Apply, ReadsEveryKindOfLineEndOnEveryLine) {
+    const struct { const char* input; const char* output; } cases[] = {
+        {"a,b\n1,2\r3,4\r5,6\n", "a,b,n\n1,2,1\n3,4,1\n5,6,1\n"},
+        {"a,b\r\n1,2\r3,\"x\ry\"\r\n5,6\r", "a,b,n\r\n1,2,1\r\n3,\"x\ry\",1\r\n5,6,1\r\n"},
+        {"a,b\r1,2\r\r3,4", "a,b,n\n1,2,1\n3,4,1\n"},
+        {"a,b\n1,2\r\n3,4\n\r5,6\r", "a,b,n\n1,2,1\n3,4,1\n5,6,1\n"},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = apply({writeFile("cr.csv", c.input), "n = KCOUNTW(a)"});
+        EXPECT_EQ(0, run.exitCode) << run.err;
+        EXPECT_EQ(c.output, run.out) << c.input;
+    }
+    // Faults name the line as counted with every kind of line end.
+    const Outcome bad = apply({writeFile("crbad.csv", "a,b\n1,2\r3\r4,5\n"), "n = KCOUNTW(a)"});
+    EXPECT_EQ(2, bad.exitCode);
+    EXPECT_NE(std::string::npos, bad.err.find("record 3 (line 3): 1 field where")) << bad.err;
+}
+
 TEST(Apply, WritesTheOutputFileOnlyWhenTheRunSucceeds) {
     const std::string output = scratch("result.csv");
     std::remove(output.c_str());
