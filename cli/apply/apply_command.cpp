@@ -106,6 +106,10 @@ int runApply(const ApplySettings& settings) {
     txhost::Session session(sessionOptions);
     auto module = txhost::Module::load(session, settings.modulePath);
     txengine::Engine engine(session, *module, {settings.threads, kRowsPerTask});
+    if (settings.threads > 0 && engine.threads() < settings.threads) {
+        std::cerr << "txscan: warning: the system gave " << engine.threads() << " of " << settings.threads
+                  << " worker threads; running on those\n";
+    }
     const TerminalText terminal(settings.encoding);
 
     CsvReader reader(input.file());
