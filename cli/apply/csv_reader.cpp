@@ -4,16 +4,13 @@
 // to its front and parsed again once more input is in.
 #include "cli/apply/csv_reader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 namespace txcli {
 
 namespace {
-
-// A batch's records come from one buffer, so it holds a batch of ordinary
-// rows (the engine's tasks are 16384 rows).
-constexpr std::size_t kReadBlock = std::size_t{8} << 20;
 
 void appendBytes(std::vector<char>& to, const char* begin, const char* end) { to.insert(to.end(), begin, end); }
 
@@ -31,7 +28,8 @@ void CsvBatch::clear(std::size_t columnCount) {
     recordEnd.clear();
 }
 
-CsvReader::CsvReader(std::FILE* input, CsvBytes bytes) : input_(input), bytes_(bytes), scan_(bytes), buffer_(kReadBlock) {}
+CsvReader::CsvReader(std::FILE* input, CsvBytes bytes, std::size_t bufferBytes)
+    : input_(input), bytes_(bytes), scan_(bytes), buffer_(std::max<std::size_t>(bufferBytes, 64)) {}
 
 // Moves the unparsed rest to the front and reads more behind it (the buffer
 // grows only for a record longer than itself); false at the end of input.

@@ -43,7 +43,9 @@ struct CsvError : std::runtime_error {
 
 class CsvReader {
 public:
-    explicit CsvReader(std::FILE* input, CsvBytes bytes = {});
+    // A batch's records come from one read buffer of `bufferBytes` (more
+    // for a longer record).
+    explicit CsvReader(std::FILE* input, CsvBytes bytes = {}, std::size_t bufferBytes = std::size_t{1} << 20);
     CsvReader(const CsvReader&) = delete;
     CsvReader& operator=(const CsvReader&) = delete;
 
