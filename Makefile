@@ -15,7 +15,7 @@ PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev l
 JOBS       ?= $(shell nproc)
 # The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
 # for peak memory).
-BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time
+BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time mawk
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
