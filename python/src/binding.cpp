@@ -157,9 +157,26 @@ py::list messageList(const std::vector<txengine::MessageCount>& messages) {
     return out;
 }
 
-// Rows per batch: enough for every worker to take several tasks, few
-// enough that Ctrl-C is answered within milliseconds.
-std::int64_t batchRows(const Runtime& runtime) { return std::int64_t{1} << 16 << (runtime.engine->threads() > 2 ? 1 : 0); }
+// The end of the batch that starts at `begin`: enough rows for every worker
+// to take several tasks, few enough rows and bytes of argument 1 that
+// Ctrl-C is answered within a fraction of a second. A multiple of 8 rows,
+// so that bitmaps move by whole bytes.
+std::int64_t batchEnd(const Runtime& runtime, const txengine::Input& first, std::int64_t begin, std::int64_t rows) {
+    constexpr std::int64_t kMaxBytes = std::int64_t{1} << 26;
+    const std::int64_t most = std::int64_t{1} << 16 << (runtime.engine->threads() > 2 ? 1 : 0);
+    std::int64_t end = std::min(rows, begin + most);
+    if (first.kind == txengine::Input::Kind::TextViews) {
+        std::int64_t bytes = 0;
+        for (std::int64_t row = begin; row < end; ++row) {
+            bytes += first.views.views[row].length;
+            if (bytes >= kMaxBytes) {
+                end = std::min(rows, (row + 8) / 8 * 8);
+                break;
+            }
+        }
+    }
+    return end;
+}
 
 // Evaluates `function` over `rows` rows. Returns a dict with "status",
 // "messages" and, by result kind, "number", "position" and "length", or
@@ -182,9 +199,9 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
         program.emplace(runtime.engine->prepare(
             txengine::ProgramOptions{.function = function, .callRoutine = callRoutine, .maxLength = maxLength}));
     }
-    const std::int64_t step = batchRows(runtime);
-    for (std::int64_t begin = 0; begin < rows || begin == 0; begin += step) {
-        const std::int64_t count = std::min(step, rows - begin);
+    for (std::int64_t begin = 0, end = 0; begin < rows || begin == 0; begin = end) {
+        end = batchEnd(runtime, prepared.inputs[0], begin, rows);
+        const std::int64_t count = end - begin;
         const std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
         txengine::OutputPlaces places{.status = status.mutable_data() + begin};
         if (!text) places.numbers = numbers.mutable_data() + begin;
