@@ -232,9 +232,9 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
 }
 
 // The engine alone over the same rows, for the benchmark: CPU seconds of
-// the thread for `rounds` runs of one Program on columns already in the
-// engine's layout (offsets and bytes), best of the rounds.
-double engineSeconds(Runtime& runtime, const std::string& function, bool callRoutine, const py::list& arguments,
+// the thread for each of `rounds` runs of one Program on columns already in
+// the engine's layout (offsets and bytes).
+std::vector<double> engineSeconds(Runtime& runtime, const std::string& function, bool callRoutine, const py::list& arguments,
                      std::int64_t rows, int rounds) {
     PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine");
     std::vector<std::int64_t> offsets{0};
@@ -251,15 +251,16 @@ double engineSeconds(Runtime& runtime, const std::string& function, bool callRou
     std::lock_guard<std::mutex> lock(runtime.running);
     txengine::Program program = runtime.engine->prepare(
         txengine::ProgramOptions{.function = function, .callRoutine = callRoutine, .maxLength = 200});
-    double best = 1e300;
+    std::vector<double> seconds;
     for (int round = 0; round < rounds; ++round) {
         timespec start{}, end{};
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
         txengine::Result result = program.run(inputs, rows);
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
-        best = std::min(best, static_cast<double>(end.tv_sec - start.tv_sec) + 1e-9 * static_cast<double>(end.tv_nsec - start.tv_nsec));
+        seconds.push_back(static_cast<double>(end.tv_sec - start.tv_sec) +
+                          1e-9 * static_cast<double>(end.tv_nsec - start.tv_nsec));
     }
-    return best;
+    return seconds;
 }
 
 }  // namespace
