@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -165,6 +166,22 @@ TEST(DuckDb, ExamplesThroughReadCsvAndParquet) {
     EXPECT_EQ(d.one("SELECT count(*) FROM (SELECT * FROM '" + out + "' EXCEPT ALL " + theirs + ")"), "0");
     EXPECT_EQ(d.one("SELECT count(*) FROM '" + out + "'"), "2000");
     run("rm -f " + applied + " " + parquet + " " + out);
+}
+
+// `txscan sql` as the README shows it: a Parquet file written with -o, read
+// back as CSV; a file type COPY is not asked to write is refused.
+TEST(DuckDb, TxscanSqlWritesParquetAndPrintsCsv) {
+    const std::string parquet = scratch("sql.parquet");
+    run(std::string(TXSCAN_CLI) + " sql -o " + parquet + " \"SELECT * FROM read_csv('" TXSCAN_EXAMPLES "/people.csv')\"");
+    FILE* pipe = popen((std::string(TXSCAN_CLI) + " sql --csv \"SELECT id, kscanx(name, -1) AS surname, kcountw(comment) AS words "
+                        "FROM '" + parquet + "' ORDER BY id LIMIT 3\"").c_str(), "r");
+    std::string printed;
+    char buffer[256];
+    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) printed += buffer;
+    EXPECT_EQ(pclose(pipe), 0);
+    EXPECT_EQ(printed, "id,surname,words\n1,Nakamura,4\n2,Søndergaard,5\n3,García,10\n");
+    EXPECT_NE(std::system((std::string(TXSCAN_CLI) + " sql -o out.json 'SELECT 1' 2>/dev/null").c_str()), 0);
+    run("rm -f " + parquet);
 }
 
 }  // namespace
