@@ -124,6 +124,9 @@ bench: deps deps-duckdb
 	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== SQL: the extension against SQLite's instr and Python user functions"
 	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
+	@if [ -x $(BENCH_BUILD)/lib/txscan.duckdb_extension ] || [ -f $(BENCH_BUILD)/lib/txscan.duckdb_extension ]; then \
+	  echo "== DuckDB: the extension against DuckDB's built-ins and txscan apply, CSV and Parquet"; \
+	  ./bench/duckdb/run.sh $(BENCH_BUILD)/bin/txscan; fi
 	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
 	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 
