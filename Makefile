@@ -13,6 +13,11 @@ PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev l
               python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
               python3-pytest
 JOBS       ?= $(shell nproc)
+# DuckDB (for its extension, tests and `txscan sql`): a system libduckdb, or
+# the official build fetched from the npm registry into DUCKDB_DIR, shared by
+# every build directory.
+DUCKDB_DIR ?= $(BUILD)/_deps/duckdb
+CMAKE_DUCKDB := -DTXSCAN_DUCKDB_DIR=$(CURDIR)/$(DUCKDB_DIR)
 # The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
 # for peak memory).
 BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time mawk
@@ -24,7 +29,7 @@ WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-
 # The fuzz leg: clang with libFuzzer and its sanitizer runtimes.
 FUZZ_PACKAGES := $(PACKAGES) libclang-rt-14-dev
 
-.PHONY: all deps deps-windows deps-fuzz configure build demo test test-asan test-tsan test-clang test-windows bench \
+.PHONY: all deps deps-duckdb deps-windows deps-fuzz configure build demo test test-asan test-tsan test-clang test-windows bench \
         fuzz fuzz-ci fuzz-build clean
 
 all: build
@@ -45,6 +50,17 @@ endef
 deps:
 	$(call install_missing,$(PACKAGES))
 
+# DuckDB from the npm registry (npm from Debian when missing), unless the
+# system has libduckdb and its C API headers. Without either the DuckDB
+# parts are skipped (CMake says so) and everything else builds.
+deps-duckdb:
+	@if ldconfig -p | grep -q 'libduckdb\.so ' && [ -f /usr/include/duckdb_extension.h ]; then exit 0; fi; \
+	if ! command -v npm >/dev/null 2>&1; then \
+	  SUDO=""; [ "$$(id -u)" = 0 ] || SUDO=sudo; \
+	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq npm || true; \
+	fi; \
+	./scripts/fetch-duckdb.sh $(DUCKDB_DIR) || echo "DuckDB could not be fetched: the DuckDB parts are skipped"
+
 # The Windows leg's packages.
 deps-windows:
 	$(call install_missing,$(WIN_PACKAGES))
@@ -52,12 +68,12 @@ deps-windows:
 deps-fuzz:
 	$(call install_missing,$(FUZZ_PACKAGES))
 
-$(BUILD)/build.ninja: | deps
-	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+$(BUILD)/build.ninja: | deps deps-duckdb
+	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_DUCKDB)
 
 configure: $(BUILD)/build.ninja
 
-build: deps configure
+build: deps deps-duckdb configure
 	cmake --build $(BUILD) -j $(JOBS)
 
 demo: build
@@ -68,8 +84,8 @@ test: build
 	  | grep -qx 'mcn_main tkvercn1 ' || { echo "module must export exactly mcn_main and tkvercn1"; exit 1; }
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-test-asan: deps
-	cmake -S . -B $(ASAN_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DTXSCAN_SANITIZE=ON
+test-asan: deps deps-duckdb
+	cmake -S . -B $(ASAN_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DTXSCAN_SANITIZE=ON $(CMAKE_DUCKDB)
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS)
 
@@ -81,8 +97,9 @@ test-tsan: deps
 	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/bin/test_host
 	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/bin/test_engine
 
-test-clang: deps
-	cmake -S . -B build-clang $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+test-clang: deps deps-duckdb
+	cmake -S . -B build-clang $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang \
+	  $(CMAKE_DUCKDB)
 	cmake --build build-clang -j $(JOBS)
 	cd build-clang && ctest --output-on-failure -j $(JOBS)
 
@@ -95,9 +112,9 @@ test-windows: deps-windows
 	./scripts/check-dll.sh $(WIN_BUILD)/txscanmd.dll
 	./scripts/run-wine-tests.sh $(WIN_BUILD)
 
-bench: deps
+bench: deps deps-duckdb
 	$(call install_missing,$(BENCH_PACKAGES))
-	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON
+	cmake -S . -B $(BENCH_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DTXSCAN_BENCH=ON $(CMAKE_DUCKDB)
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bin/bench_*; do [ "$$b" = $(BENCH_BUILD)/bin/bench_engine ] && continue; \
 	  echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
@@ -107,6 +124,9 @@ bench: deps
 	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== SQL: the extension against SQLite's instr and Python user functions"
 	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
+	@if [ -x $(BENCH_BUILD)/lib/txscan.duckdb_extension ] || [ -f $(BENCH_BUILD)/lib/txscan.duckdb_extension ]; then \
+	  echo "== DuckDB: the extension against DuckDB's built-ins and txscan apply, CSV and Parquet"; \
+	  ./bench/duckdb/run.sh $(BENCH_BUILD)/bin/txscan; fi
 	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
 	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 

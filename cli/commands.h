@@ -10,6 +10,8 @@ namespace txcli {
 void addInfoCommand(CLI::App& app);
 void addEvalCommand(CLI::App& app);
 void addApplyCommand(CLI::App& app);
+// Built where DuckDB is at hand (TXSCAN_HAVE_DUCKDB).
+void addSqlCommand(CLI::App& app);
 
 // Exit code of a command that was refused (bad syntax, unknown function or
 // encoding, wrong argument count).

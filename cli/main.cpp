@@ -12,6 +12,9 @@ int main(int argc, char** argv) {
     txcli::addInfoCommand(app);
     txcli::addEvalCommand(app);
     txcli::addApplyCommand(app);
+#ifdef TXSCAN_HAVE_DUCKDB
+    txcli::addSqlCommand(app);
+#endif
     txcli::addRngCommand(app);
     try {
         app.parse(argc, argv);

@@ -1,0 +1,134 @@
+// The extension's entry point (txscan_init_c_api, on DuckDB's C extension
+// API v1.2.0): loads the module once per process and registers the
+// functions, one overload per signature the module's descriptors allow,
+// and txscan_messages(), in each database that loads the extension.
+#include "duckdb_extension.h"
+DUCKDB_EXTENSION_EXTERN
+
+#include <array>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+#include "duckdb/duckdb_function.h"
+#include "module/abi/function_table.h"
+#include "sqlite/shared_host.h"
+
+namespace txduckdb {
+
+namespace {
+
+namespace contract = txscan::contract;
+
+constexpr std::array kSqlFunctions{
+    SqlFunction{"kfind", "KFIND", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountx", "KCOUNTX", false, SqlFunction::Output::Result},
+    SqlFunction{"kfindc", "KFINDC", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountc", "KCOUNTC", false, SqlFunction::Output::Result},
+    SqlFunction{"kcountw", "KCOUNTW", false, SqlFunction::Output::Result},
+    SqlFunction{"kfindw", "KFINDW", false, SqlFunction::Output::Result},
+    SqlFunction{"kscanx", "KSCANX", false, SqlFunction::Output::Result},
+    SqlFunction{"kscanx_position", "KSCANX", true, SqlFunction::Output::Position},
+    SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
+};
+
+// The call routine's outputs sit at frame positions 3 and 4 and are no SQL
+// arguments.
+int framePosition(const SqlFunction& f, int sqlArgument) {
+    return f.callRoutine && sqlArgument >= 3 ? sqlArgument + 2 : sqlArgument;
+}
+
+// Every signature of every function, made once per process (the addresses
+// are the registrations' extra info in every database).
+const std::deque<Overload>& overloads(txhost::Module& module) {
+    static std::deque<Overload> all;
+    static std::once_flag once;
+    std::call_once(once, [&module] {
+        for (const SqlFunction& function : kSqlFunctions) {
+            const int index = module.functionIndex(function.moduleName, function.callRoutine);
+            const txhost::FunctionInfo& info = module.functions()[static_cast<std::size_t>(index)];
+            const contract::FunctionDescriptor& d = *info.descriptor;
+            const int outputs = function.callRoutine ? 2 : 0;
+            for (int count = d.minArgs - outputs; count <= d.maxArgs - outputs; ++count) {
+                // Positions that take text or a number get both: DuckDB's
+                // binder then picks the one the argument's type fits.
+                std::vector<std::vector<bool>> signatures{{}};
+                for (int k = 1; k <= count; ++k) {
+                    const std::uint32_t code = contract::argumentTypeAt(d.argTypes, framePosition(function, k));
+                    std::vector<std::vector<bool>> longer;
+                    for (const auto& prefix : signatures) {
+                        for (const bool numeric : {false, true}) {
+                            if ((code & (numeric ? contract::kArgNumeric : contract::kArgCharacter)) == 0) continue;
+                            longer.push_back(prefix);
+                            longer.back().push_back(numeric);
+                        }
+                    }
+                    signatures.swap(longer);
+                }
+                for (auto& numeric : signatures) {
+                    all.push_back(Overload{&function, &info, &module, static_cast<int>(all.size()), std::move(numeric)});
+                }
+            }
+        }
+    });
+    return all;
+}
+
+struct LogicalType {
+    duckdb_logical_type type;
+    explicit LogicalType(duckdb_type id) : type(duckdb_create_logical_type(id)) {}
+    ~LogicalType() { duckdb_destroy_logical_type(&type); }
+};
+
+bool registerFunctions(duckdb_connection connection, std::string& error) {
+    const txsqlite::SharedHost* host = txsqlite::sharedHost(error);
+    if (host == nullptr) return false;
+    const LogicalType text(DUCKDB_TYPE_VARCHAR), number(DUCKDB_TYPE_DOUBLE), integer(DUCKDB_TYPE_BIGINT);
+    const std::deque<Overload>& all = overloads(*host->module);
+    for (const SqlFunction& function : kSqlFunctions) {
+        duckdb_scalar_function_set set = duckdb_create_scalar_function_set(function.sqlName);
+        for (const Overload& o : all) {
+            if (o.function != &function) continue;
+            duckdb_scalar_function f = duckdb_create_scalar_function();
+            duckdb_scalar_function_set_name(f, function.sqlName);
+            for (const bool numeric : o.numeric) duckdb_scalar_function_add_parameter(f, numeric ? number.type : text.type);
+            const bool word = o.info->descriptor->resultKind == contract::kCharacterResult;
+            duckdb_scalar_function_set_return_type(f, word ? text.type : integer.type);
+            // NULLs reach the function: a NULL text is an absent argument,
+            // which the module answers.
+            duckdb_scalar_function_set_special_handling(f);
+            duckdb_scalar_function_set_extra_info(f, const_cast<Overload*>(&o), nullptr);
+            duckdb_scalar_function_set_function(f, evaluateChunk);
+            duckdb_add_scalar_function_to_set(set, f);
+            duckdb_destroy_scalar_function(&f);
+        }
+        const duckdb_state state = duckdb_register_scalar_function_set(connection, set);
+        duckdb_destroy_scalar_function_set(&set);
+        if (state != DuckDBSuccess) {
+            error = std::string("cannot register ") + function.sqlName;
+            return false;
+        }
+    }
+    if (!registerMessagesFunction(connection)) {
+        error = "cannot register txscan_messages";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+}  // namespace txduckdb
+
+DUCKDB_EXTENSION_ENTRYPOINT(duckdb_connection connection, duckdb_extension_info info,
+                            struct duckdb_extension_access* access) {
+    std::string error;
+    try {
+        if (txduckdb::registerFunctions(connection, error)) return true;
+    } catch (const std::exception& e) {
+        error = e.what();
+    }
+    access->set_error(info, ("txscan: " + error).c_str());
+    return false;
+}
