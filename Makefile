@@ -11,7 +11,7 @@ GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev \
               python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
-              python3-pytest
+              python3-pytest postgresql-15 postgresql-server-dev-15
 JOBS       ?= $(shell nproc)
 # The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
 # for peak memory).
@@ -24,7 +24,7 @@ WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-
 # The fuzz leg: clang with libFuzzer and its sanitizer runtimes.
 FUZZ_PACKAGES := $(PACKAGES) libclang-rt-14-dev
 
-.PHONY: all deps deps-windows deps-fuzz configure build demo test test-asan test-tsan test-clang test-windows bench \
+.PHONY: all deps deps-windows deps-fuzz configure build install-postgres demo test test-asan test-tsan test-clang test-windows bench \
         fuzz fuzz-ci fuzz-build clean
 
 all: build
@@ -59,6 +59,10 @@ configure: $(BUILD)/build.ninja
 
 build: deps configure
 	cmake --build $(BUILD) -j $(JOBS)
+
+# The PostgreSQL extension where pg_config says (as root, or through sudo).
+install-postgres: build
+	SUDO=""; [ "$$(id -u)" = 0 ] || SUDO=sudo; $$SUDO cmake --install $(BUILD) --component postgres
 
 demo: build
 	./scripts/demo.sh $(BUILD)/bin/txscan
