@@ -1,45 +1,21 @@
 #!/bin/bash
-# The extension against a real server of its own: a private installation, a
-# throwaway cluster on a Unix socket (no TCP port), pg_regress over sql/ and
-# expected/, then the server stopped and everything removed, also on failure.
+# The extension against a real server of its own (throwaway_server.sh):
+# pg_regress over sql/ and expected/, then the server stopped and everything
+# removed, also on failure.
 #
 #   run_tests.sh BINDIR PKGLIBDIR SHAREDIR EXTENSION MODULE FILES TXSCAN SRCDIR
 #
-# BINDIR, PKGLIBDIR, SHAREDIR: pg_config's; EXTENSION, MODULE: txscan.so and
-# txscanmd.so; FILES: the directory holding txscan.control and the install
-# script; TXSCAN: the command line, whose `txscan apply` gives the answers
-# the SQL functions must equal row for row (TXSCAN_PG_ROWS rows, 20000 by
-# default: enough for every kind of row the generator makes, and seconds).
+# The first six as start_server takes them; TXSCAN: the command line, whose
+# `txscan apply` gives the answers the SQL functions must equal row for row
+# (TXSCAN_PG_ROWS rows, 20000 by default: every kind of row the generator
+# makes, in seconds; the expected files count them).
 # With TXSCAN_PG_RESULTS=DIR the outputs of the run are copied there (to
 # review them as new expected files).
 set -euo pipefail
 bindir=$1 pkglibdir=$2 sharedir=$3 extension=$4 module=$5 files=$6 txscan=$7 src=$8
 rows=${TXSCAN_PG_ROWS:-20000}
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/txscan-pg.XXXXXX")
-# The server refuses to run as root; as root it runs as the postgres system
-# user (as pg_virtualenv does), who then owns the whole scratch directory.
-as_server() { if [ "$(id -u)" = 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi; }
-inst=$work/install
-cleanup() {
-    if [ -f "$work/data/postmaster.pid" ]; then
-        as_server "$inst$bindir/pg_ctl" -D "$work/data" -m immediate -w stop >/dev/null 2>&1 || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-# A private installation: the server finds its share and library directories
-# relative to its own binary, so copies of the binaries beside links to the
-# system's files make an installation that holds the extension without
-# writing into the system's directories (and as any user).
-mkdir -p "$inst$bindir" "$inst$pkglibdir" "$inst$sharedir/extension"
-cp "$bindir/postgres" "$bindir/initdb" "$bindir/pg_ctl" "$inst$bindir/"
-for f in "$pkglibdir"/*; do ln -s "$f" "$inst$pkglibdir/"; done
-for f in "$sharedir"/*; do [ "${f##*/}" = extension ] || ln -s "$f" "$inst$sharedir/"; done
-for f in "$sharedir"/extension/*; do ln -s "$f" "$inst$sharedir/extension/"; done
-cp "$extension" "$module" "$inst$pkglibdir/"
-cp "$files/txscan.control" "$files/txscan--1.0.sql" "$inst$sharedir/extension/"
+. "$src/throwaway_server.sh"
 
 # The rows (UTF-8, and Shift_JIS for the EUC_JP database) and the answers
 # of `txscan apply` over them: UTF-8 and EUC-JP sessions.
@@ -64,15 +40,8 @@ calls=(
 "$txscan" apply --quiet "$work/rows/people.csv" -o "$work/rows/applied.csv" "${calls[@]}"
 "$txscan" apply --quiet --encoding EUC-JP "$work/rows/people-eucjp.csv" -o "$work/rows/applied-eucjp.csv" "${calls[@]}"
 
-[ "$(id -u)" = 0 ] && chown -R postgres: "$work"
-mkdir -p "$work/sock" && [ "$(id -u)" = 0 ] && chown postgres: "$work/sock"
-as_server "$inst$bindir/initdb" -D "$work/data" -E UTF8 --no-locale -A trust -U postgres >"$work/initdb.log" 2>&1 ||
-    { cat "$work/initdb.log"; exit 1; }
-as_server "$inst$bindir/pg_ctl" -D "$work/data" -l "$work/server.log" -w \
-    -o "-c listen_addresses='' -k $work/sock -c fsync=off -c max_worker_processes=8" start >/dev/null ||
-    { cat "$work/server.log"; exit 1; }
-
-export TXSCAN_ROWS="$work/rows" TXSCAN_SQL="$src/sql" PGHOST="$work/sock" PGUSER=postgres
+start_server "$bindir" "$pkglibdir" "$sharedir" "$extension" "$module" "$files"
+export TXSCAN_ROWS="$work/rows" TXSCAN_SQL="$src/sql"
 regress() {   # DATABASE ENCODING TEST...
     local db=$1 encoding=$2 out=$work/regress-$1
     shift 2
