@@ -111,6 +111,8 @@ bench: deps
 	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== SQL: the extension against SQLite's instr and Python user functions"
 	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
+	@echo "== PostgreSQL: the extension against strpos, regexp_split_to_array, split_part and regexp_replace"
+	./bench/postgres/run.sh $(BENCH_BUILD)
 	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
 	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 
