@@ -89,8 +89,18 @@ struct Site {
     std::string word;                          // the KSCANX result of the last call
     bool noteShown = false;
 
-    Site(int f, int index) : function(f), call(*gModule, index) {}
+    Site(int f, int index, std::uint8_t siteKind) : function(f), call(*gModule, index, siteKind) {}
 };
+
+namespace {
+
+// Site kinds: one at which the module keeps a parsed set (modifier O), for a
+// site whose lists and modifiers are the same on every row, and one at which
+// it parses every call.
+constexpr std::uint8_t kCachingSite = 0x48;
+constexpr std::uint8_t kParsingSite = 0;
+
+}  // namespace
 
 bool startBackendHost(const char* encoding, char* error, std::size_t errorSize) noexcept {
     if (gModule != nullptr) return true;
@@ -108,10 +118,14 @@ bool startBackendHost(const char* encoding, char* error, std::size_t errorSize) 
     return false;
 }
 
-Site* newSite(int function, char* error, std::size_t errorSize) noexcept {
+Site* newSite(int function, const bool* stable, int count, char* error, std::size_t errorSize) noexcept {
     try {
         const SqlFunction& f = sqlFunction(function);
-        return new Site(function, gModule->functionIndex(f.moduleName, f.callRoutine));
+        // A set is made from the texts after the first.
+        bool caching = true;
+        for (int k = 2; k <= count; ++k) caching = caching && (stable[k - 1] || !takesText(function, k));
+        return new Site(function, gModule->functionIndex(f.moduleName, f.callRoutine),
+                        caching ? kCachingSite : kParsingSite);
     } catch (const std::exception& e) {
         copyText(error, errorSize, e.what());
     }

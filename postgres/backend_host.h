@@ -52,9 +52,11 @@ struct RowAnswer {
 bool startBackendHost(const char* encoding, char* error, std::size_t errorSize) noexcept;
 
 struct Site;
-// A call site of SQL function `function` (an index of kSqlFunctions); null,
-// and why in `error`, when the host refuses.
-Site* newSite(int function, char* error, std::size_t errorSize) noexcept;
+// A call site of SQL function `function` (an index of kSqlFunctions) with
+// `count` arguments, stable[k - 1] telling whether argument k keeps one value
+// for every row the site serves (a constant or a parameter); null, and why
+// in `error`, when the host refuses.
+Site* newSite(int function, const bool* stable, int count, char* error, std::size_t errorSize) noexcept;
 void deleteSite(Site* site) noexcept;
 // Whether SQL argument `position` (1-based) of the function may be text, a
 // number, or both: what the install script's overloads are made of.

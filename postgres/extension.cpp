@@ -85,8 +85,13 @@ SiteState* siteState(FunctionCallInfo fcinfo, int function) {
         state->isText[i] = proc->proargtypes.values[i] == TEXTOID;
     }
     ReleaseSysCache(tuple);
+    bool stable[txpg::kMaxSqlArguments] = {};
+    const int count = PG_NARGS();
+    for (int i = 0; i < count && i < txpg::kMaxSqlArguments; ++i) {
+        stable[i] = get_fn_expr_arg_stable(fcinfo->flinfo, i);
+    }
     char error[256];
-    state->site = txpg::newSite(function, error, sizeof error);
+    state->site = txpg::newSite(function, stable, count, error, sizeof error);
     if (state->site == nullptr) {
         ereport(ERROR, (errcode(ERRCODE_EXTERNAL_ROUTINE_EXCEPTION), errmsg("%s: %s", txpg::kSqlFunctions[function].sqlName, error)));
     }

@@ -11,6 +11,10 @@ SELECT kfind('Grüße aus Köln', 'köln', 'i') AS kfind, kcountx('aXaxAX', 'ax'
 SELECT kfind('abcabc', 'bc', -4), kfind('abcabc', 'bc', 2.9), kfindc('abc1', '', 'd', 2),
        kfindc('abc1', '', 2, 'd'), kfindw('a b a b', 'b', ' ', 3), kscanx('a;b;c', 2, ';'),
        kscanx_position('a;b;c', -1, ';'), kcountw('a,,b', ',', 'm');
+-- Modifier O keeps the set parsed on the first row only where the list is
+-- the same on every row.
+SELECT kfindc(s, list, 'o') AS varying, kfindc(s, 'c', 'o') AS constant
+FROM (VALUES (1, 'abc', 'c'), (2, 'abc', 'a'), (3, 'cab', 'b')) AS v(i, s, list) ORDER BY i;
 -- NULL: an absent text, or the missing value where only a number goes.
 SELECT kfind(NULL, 'a') AS absent_text, kfind('abc', 'b', NULL) AS absent_start,
        quote_literal(kscanx(NULL, 1)) AS absent_word, kcountw(NULL) AS no_words,
