@@ -21,9 +21,6 @@ namespace {
 using txhost::Argument;
 using txhost::CallResult;
 
-// The result variable is a buffer of this many bytes, allocated up front.
-constexpr std::int64_t kMaxResultLength = std::int64_t{1} << 24;
-
 struct EvalSettings {
     std::string encoding = "UTF-8";
     std::vector<std::string> options;

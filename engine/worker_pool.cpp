@@ -5,9 +5,17 @@
 
 namespace txengine {
 
-WorkerPool::WorkerPool(int workers) : workers_(workers < 1 ? 1 : workers) {
-    threads_.reserve(static_cast<std::size_t>(workers_ - 1));
-    for (int w = 1; w < workers_; ++w) threads_.emplace_back([this, w] { serve(w); });
+// A system short of threads or memory (a pids limit, an address-space limit)
+// may refuse a thread: the pool then runs on the threads it got. Throwing
+// instead would leave the started workers waiting on members being unwound.
+WorkerPool::WorkerPool(int workers) {
+    const int wanted = workers < 1 ? 1 : workers;
+    try {
+        threads_.reserve(static_cast<std::size_t>(wanted - 1));
+        for (int w = 1; w < wanted; ++w) threads_.emplace_back([this, w] { serve(w); });
+    } catch (...) {
+    }
+    workers_ = static_cast<int>(threads_.size()) + 1;
 }
 
 WorkerPool::~WorkerPool() {

@@ -20,6 +20,8 @@ public:
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
 
+    // The workers that run, the calling thread included: fewer than asked
+    // for when the system refused a thread.
     int workers() const { return workers_; }
     // Calls work(worker, task) once for every task in [0, tasks), tasks taken
     // in increasing order by whichever worker is free, and returns when all
@@ -31,7 +33,7 @@ private:
     void serve(int worker);
     void work(int worker);
 
-    int workers_;
+    int workers_ = 1;
     std::vector<std::thread> threads_;
     std::mutex runMutex_;   // one run at a time
 

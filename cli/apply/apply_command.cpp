@@ -21,6 +21,7 @@
 #include "cli/apply/plan.h"
 #include "cli/apply/progress.h"
 #include "cli/commands.h"
+#include "cli/number_option.h"
 #include "cli/terminal_text.h"
 #include "engine/engine.h"
 #include "host/host.h"
@@ -83,8 +84,16 @@ void checkSettings(const ApplySettings& settings) {
         for (const auto& name : encodings) known += " " + name;
         throw Refusal("unknown encoding " + settings.encoding + " (known:" + known + ")");
     }
-    if (settings.length < 0) throw Refusal("--length must not be negative");
-    if (settings.threads < 0) throw Refusal("--threads must not be negative");
+}
+
+// Threads beyond a few per core only cost memory (a stack and a result
+// buffer each), so a larger count is lowered with a warning.
+int workerThreads(int asked) {
+    const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    const int most = 4 * cores;
+    if (asked <= most) return asked;
+    std::cerr << "txscan: warning: --threads " << asked << " is more than 4 per core; using " << most << "\n";
+    return most;
 }
 
 std::string headerName(const TerminalText& terminal, const std::string& bytes) {
@@ -105,7 +114,12 @@ int runApply(const ApplySettings& settings) {
     sessionOptions.encoding = settings.encoding;
     txhost::Session session(sessionOptions);
     auto module = txhost::Module::load(session, settings.modulePath);
-    txengine::Engine engine(session, *module, {settings.threads, kRowsPerTask});
+    const int threads = workerThreads(settings.threads);
+    txengine::Engine engine(session, *module, {threads, kRowsPerTask});
+    if (threads > 0 && engine.threads() < threads) {
+        std::cerr << "txscan: warning: the system gave " << engine.threads() << " of " << threads
+                  << " worker threads; running on those\n";
+    }
     const TerminalText terminal(settings.encoding);
 
     CsvReader reader(input.file());
@@ -155,11 +169,15 @@ void addApplyCommand(CLI::App& app) {
     command->add_option("-o,--output", settings->output, "Output CSV file, or - for standard output (the default)");
     command->add_option("--encoding", settings->encoding,
                         "Session encoding, also the file's (UTF-8, ISO-8859-1, windows-1252, ISO-8859-15, Shift_JIS)");
-    command->add_option("--threads", settings->threads, "Worker threads (default: one per core)");
+    addNumberOption<int>(command, "--threads", settings->threads,
+                         "Worker threads (default: one per core; at most 4 per core)", 0);
     command->add_flag("--quiet", settings->quiet, "No progress line and no summary");
     command->add_option("--on-error", settings->onError, "A malformed record stops the run (fail) or is left out (skip)")
         ->check(CLI::IsMember({"fail", "skip"}));
-    command->add_option("--length", settings->length, "Length of the variable that receives a KSCANX result");
+    addNumberOption<std::int64_t>(command, "--length", settings->length,
+                                  "Length of the variable that receives a KSCANX result (at most " +
+                                      std::to_string(kMaxResultLength) + " bytes)",
+                                  0, kMaxResultLength);
     command->add_option("--module", settings->modulePath, "Path of the module file");
     command->add_option("input", settings->input, "Input CSV file, or - for standard input")->required();
     command->add_option("assignments", settings->assignments, "NAME = CALL, or (POS, LEN) = CALL KSCANX(...)")

@@ -5,9 +5,16 @@
 namespace txcli {
 
 BatchPipe::BatchPipe(CsvReader& reader, std::int64_t maxRows, std::int64_t maxBytes, bool skipBad)
-    : thread_([this, &reader, maxRows, maxBytes, skipBad] { readAhead(reader, maxRows, maxBytes, skipBad); }) {}
+    : reader_(reader), maxRows_(maxRows), maxBytes_(maxBytes), skipBad_(skipBad) {
+    // A system that refuses the thread gets the same batches read in turn.
+    try {
+        thread_ = std::thread([this] { readAhead(reader_, maxRows_, maxBytes_, skipBad_); });
+    } catch (const std::system_error&) {
+    }
+}
 
 BatchPipe::~BatchPipe() {
+    if (!thread_.joinable()) return;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         stopping_ = true;
@@ -47,6 +54,15 @@ void BatchPipe::readAhead(CsvReader& reader, std::int64_t maxRows, std::int64_t 
 }
 
 const CsvBatch* BatchPipe::next() {
+    if (!thread_.joinable()) {
+        Slot& slot = slots_[0];
+        if (readerDone_ || !reader_.read(slot.batch, maxRows_, maxBytes_, skipBad_)) {
+            readerDone_ = true;
+            return nullptr;
+        }
+        bytesRead_ = reader_.bytesRead();
+        return &slot.batch;
+    }
     std::unique_lock<std::mutex> lock(mutex_);
     if (heldSlot_ >= 0) {
         slots_[static_cast<std::size_t>(heldSlot_)].full = false;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "cli/apply/csv_reader.h"
@@ -34,6 +35,10 @@ private:
     };
     void readAhead(CsvReader& reader, std::int64_t maxRows, std::int64_t maxBytes, bool skipBad);
 
+    CsvReader& reader_;
+    std::int64_t maxRows_;
+    std::int64_t maxBytes_;
+    bool skipBad_;
     std::array<Slot, 2> slots_;
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -43,7 +48,7 @@ private:
     int nextSlot_ = 0;
     int heldSlot_ = -1;
     std::int64_t bytesRead_ = 0;
-    std::thread thread_;
+    std::thread thread_;   // not joinable: no thread could be had, next() reads in turn
 };
 
 }  // namespace txcli

@@ -77,15 +77,12 @@ void CsvReader::onRecordEnd(int terminator, void* selfPointer) {
     auto& self = *static_cast<CsvReader*>(selfPointer);
     if (!self.sawFirstRecord_) {
         self.sawFirstRecord_ = true;
-        self.crlf_ = terminator == '\r';
+        self.crlf_ = terminator == '\r' && self.lineEndsCrlf_;
     }
     ++self.recordNumber_;
     if (self.readingHeader_) {
         self.readingHeader_ = false;
         self.columnCount_ = self.header_.size();
-    } else if (self.batch_ == nullptr) {
-        self.fatal_ = true;
-        self.fault("records end with a lone carriage return; lines must end with LF or CRLF");
     } else if (self.fieldCount_ != self.columnCount_) {
         self.fault(std::to_string(self.fieldCount_) + (self.fieldCount_ == 1 ? " field" : " fields") +
                    " where the header has " + std::to_string(self.columnCount_));
@@ -127,10 +124,32 @@ bool CsvReader::feedLine() {
     }
     const char* begin = buffer_.data() + bufferPos_;
     const std::size_t available = bufferLength_ - bufferPos_;
-    const auto* newline = static_cast<const char*>(std::memchr(begin, '\n', available));
+    // The LF of a CRLF whose CR ended the previous block ends no line of its own.
+    const bool restOfCrlf = afterCr_ && begin[0] == '\n';
+    afterCr_ = false;
+    // A line ends at LF, CRLF or a bare CR, on every line alike: files from
+    // old Macs end lines with CR, and Python's csv module and libcsv read
+    // them so; taking CR as a line end only on some lines changes data.
+    const char* newline = restOfCrlf ? begin : nullptr;
+    for (std::size_t i = 0; newline == nullptr && i < available; ++i) {
+        if (begin[i] == '\n' || begin[i] == '\r') newline = begin + i;
+    }
+    lineEndsCrlf_ = false;
+    if (newline != nullptr && *newline == '\r') {
+        if (newline + 1 < begin + available) {
+            lineEndsCrlf_ = newline[1] == '\n';
+            newline += lineEndsCrlf_ ? 1 : 0;
+        } else {
+            afterCr_ = true;
+        }
+    }
     const std::size_t length = newline != nullptr ? static_cast<std::size_t>(newline - begin) + 1 : available;
     bufferPos_ += length;
     bytesRead_ += static_cast<std::int64_t>(length);
+    if (restOfCrlf) {
+        csv_parse(parser_, begin, length, onField, onRecordEnd, this);
+        return true;
+    }
     if (skipToLineEnd_) {
         skipToLineEnd_ = newline == nullptr;
         if (newline != nullptr) ++line_;
@@ -175,7 +194,7 @@ void CsvReader::finishInput() {
 
 void CsvReader::settleFault(bool skipBad) {
     if (pendingFault_.empty()) return;
-    if (!skipBad || fatal_ || readingHeader_) throw CsvError(pendingFault_);
+    if (!skipBad || readingHeader_) throw CsvError(pendingFault_);
     if (skipped_++ == 0) {
         firstSkipped_ = recordNumber_;
         firstSkipReason_ = pendingFault_;

@@ -1,6 +1,7 @@
 // CSV input of `txscan apply`: RFC 4180 records (a header row, quoted fields
-// with embedded commas, quotes and newlines, CRLF or LF) read through libcsv
-// into column batches, the bytes of every field kept as they are in the file.
+// with embedded commas, quotes and newlines; lines end with LF, CRLF or a
+// bare CR) read through libcsv into column batches, the bytes of every field
+// kept as they are in the file.
 #pragma once
 
 #include <cstdint>
@@ -88,7 +89,8 @@ private:
     bool recordOpen_ = false;
     std::size_t fieldCount_ = 0;       // fields of the record being read
     bool crlf_ = false;
-    bool fatal_ = false;               // a fault no --on-error skip can step over
+    bool lineEndsCrlf_ = false;        // the line being fed ends with CRLF
+    bool afterCr_ = false;             // the last block ended with a CR
     std::int64_t batchBytes_ = 0;
     bool sawFirstRecord_ = false;
 

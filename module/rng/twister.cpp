@@ -23,23 +23,23 @@ struct Mt64State {
 };
 static_assert(sizeof(Mt64State) == 2504);
 
-void twist64(Mt64State& st) {
-    constexpr std::uint64_t upper = 0xFFFFFFFF80000000ull;
-    constexpr std::uint64_t lower = 0x7FFFFFFFull;
-    constexpr std::uint64_t matrix = 0xB5026F5AA96619E9ull;
-    std::uint64_t* mt = st.mt;
+// One twist of the recurrence over the whole array; the two word sizes
+// differ only in their constants.
+template <typename Word, int N, int M, Word Upper, Word Lower, Word Matrix>
+void twist(Word (&mt)[N], std::uint32_t& mti) {
+    const auto step = [&](int i, int next, int far) {
+        const Word x = (mt[i] & Upper) | (mt[next] & Lower);
+        mt[i] = mt[far] ^ (x >> 1) ^ ((Word{0} - (x & 1)) & Matrix);
+    };
     int i = 0;
-    for (; i < kN64 - kM64; ++i) {
-        std::uint64_t x = (mt[i] & upper) | (mt[i + 1] & lower);
-        mt[i] = mt[i + kM64] ^ (x >> 1) ^ ((0 - (x & 1)) & matrix);
-    }
-    for (; i < kN64 - 1; ++i) {
-        std::uint64_t x = (mt[i] & upper) | (mt[i + 1] & lower);
-        mt[i] = mt[i + kM64 - kN64] ^ (x >> 1) ^ ((0 - (x & 1)) & matrix);
-    }
-    std::uint64_t x = (mt[kN64 - 1] & upper) | (mt[0] & lower);
-    mt[kN64 - 1] = mt[kM64 - 1] ^ (x >> 1) ^ ((0 - (x & 1)) & matrix);
-    st.mti = 0;
+    for (; i < N - M; ++i) step(i, i + 1, i + M);
+    for (; i < N - 1; ++i) step(i, i + 1, i + M - N);
+    step(N - 1, 0, M - 1);
+    mti = 0;
+}
+
+void twist64(Mt64State& st) {
+    twist<std::uint64_t, kN64, kM64, 0xFFFFFFFF80000000ull, 0x7FFFFFFFull, 0xB5026F5AA96619E9ull>(st.mt, st.mti);
 }
 
 void seedMt64(void* state, std::uint64_t s) {
@@ -84,24 +84,7 @@ struct Mt32State {
 };
 static_assert(sizeof(Mt32State) == 2500);
 
-void twist32(Mt32State& st) {
-    constexpr std::uint32_t upper = 0x80000000u;
-    constexpr std::uint32_t lower = 0x7FFFFFFFu;
-    constexpr std::uint32_t matrix = 0x9908B0DFu;
-    std::uint32_t* mt = st.mt;
-    int i = 0;
-    for (; i < kN32 - kM32; ++i) {
-        std::uint32_t y = (mt[i] & upper) | (mt[i + 1] & lower);
-        mt[i] = mt[i + kM32] ^ (y >> 1) ^ ((0u - (y & 1u)) & matrix);
-    }
-    for (; i < kN32 - 1; ++i) {
-        std::uint32_t y = (mt[i] & upper) | (mt[i + 1] & lower);
-        mt[i] = mt[i + kM32 - kN32] ^ (y >> 1) ^ ((0u - (y & 1u)) & matrix);
-    }
-    std::uint32_t y = (mt[kN32 - 1] & upper) | (mt[0] & lower);
-    mt[kN32 - 1] = mt[kM32 - 1] ^ (y >> 1) ^ ((0u - (y & 1u)) & matrix);
-    st.mti = 0;
-}
+void twist32(Mt32State& st) { twist<std::uint32_t, kN32, kM32, 0x80000000u, 0x7FFFFFFFu, 0x9908B0DFu>(st.mt, st.mti); }
 
 inline std::uint32_t tempered32(Mt32State& st) {
     if (st.mti >= kN32) twist32(st);

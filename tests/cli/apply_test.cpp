@@ -42,13 +42,16 @@ std::string shellQuoted(const std::string& word) {
     return quoted + "'";
 }
 
-Outcome apply(const std::vector<std::string>& arguments) {
-    std::string command = TXSCAN_PROGRAM " apply --quiet";
+// `environment` goes before the program: variables, or a wrapper such as timeout.
+Outcome applyWith(const std::string& environment, const std::vector<std::string>& arguments) {
+    std::string command = environment + " " TXSCAN_PROGRAM " apply --quiet";
     for (const auto& a : arguments) command += " " + shellQuoted(a);
     command += " >" + scratch("stdout") + " 2>" + scratch("stderr");
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(scratch("stdout")), slurp(scratch("stderr"))};
 }
+
+Outcome apply(const std::vector<std::string>& arguments) { return applyWith("", arguments); }
 
 TEST(Apply, ReadsAndWritesCsvAsItIs) {
     const struct { const char* input; const char* assignment; const char* output; } cases[] = {
@@ -125,6 +128,47 @@ TEST(Apply, RefusesBadInputWithTheRecordAtFault) {
             EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << run.err;
         }
         EXPECT_EQ(c.output, run.out) << c.input;
+    }
+}
+
+// A bare CR ends a line wherever it stands, as LF and CRLF do; inside
+// quotes it is text. The output keeps the first line's end (CRLF or LF).
+TEST(Apply, ReadsEveryKindOfLineEndOnEveryLine) {
+    const struct { const char* input; const char* output; } cases[] = {
+        {"a,b\n1,2\r3,4\r5,6\n", "a,b,n\n1,2,1\n3,4,1\n5,6,1\n"},
+        {"a,b\r\n1,2\r3,\"x\ry\"\r\n5,6\r", "a,b,n\r\n1,2,1\r\n3,\"x\ry\",1\r\n5,6,1\r\n"},
+        {"a,b\r1,2\r\r3,4", "a,b,n\n1,2,1\n3,4,1\n"},
+        {"a,b\n1,2\r\n3,4\n\r5,6\r", "a,b,n\n1,2,1\n3,4,1\n5,6,1\n"},
+    };
+    for (const auto& c : cases) {
+        const Outcome run = apply({writeFile("cr.csv", c.input), "n = KCOUNTW(a)"});
+        EXPECT_EQ(0, run.exitCode) << run.err;
+        EXPECT_EQ(c.output, run.out) << c.input;
+    }
+    // Faults name the line as counted with every kind of line end.
+    const Outcome bad = apply({writeFile("crbad.csv", "a,b\n1,2\r3\r4,5\n"), "n = KCOUNTW(a)"});
+    EXPECT_EQ(2, bad.exitCode);
+    EXPECT_NE(std::string::npos, bad.err.find("record 3 (line 3): 1 field where")) << bad.err;
+}
+
+// A system that refuses threads (a pids or memory limit) gets the same
+// output from the workers that did start, or from the calling thread alone,
+// and a warning; never a hang. `timeout` turns a hang into a failure.
+TEST(Apply, RunsOnTheThreadsTheSystemGives) {
+    const std::string input = std::string(TXSCAN_EXAMPLES "/people.csv");
+    const std::vector<std::string> arguments = {"--threads", "8", input, "last = KSCANX(name, -1)",
+                                                "n = KCOUNTW(comment)"};
+    const Outcome expected = apply(arguments);
+    ASSERT_EQ(0, expected.exitCode) << expected.err;
+    // The third thread; every thread from the second on, the reader's too.
+    for (const char* refused : {"3", "2+", "1+"}) {
+        const Outcome run = applyWith(std::string("ASAN_OPTIONS=\"$ASAN_OPTIONS:verify_asan_link_order=0\" ") +
+                                          "LD_PRELOAD=" TXSCAN_REFUSE_THREAD_SHIM " TXSCAN_REFUSE_THREAD=" + refused +
+                                          " timeout 120",
+                                      arguments);
+        EXPECT_EQ(0, run.exitCode) << refused << ": " << run.err;
+        EXPECT_EQ(expected.out, run.out) << refused;
+        EXPECT_NE(std::string::npos, run.err.find("worker threads; running on those")) << refused << ": " << run.err;
     }
 }
 
