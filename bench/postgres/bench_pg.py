@@ -36,18 +36,24 @@ if mode == "serial":
 else:
     setup += ["SET max_parallel_workers_per_gather = 2;", "SET parallel_setup_cost = 0;",
               "SET parallel_tuple_cost = 0;", "SET min_parallel_table_scan_size = 0;"]
+# The backend's resident memory after every round: flat from the first
+# round on (which maps the table's pages and loads the module) when nothing
+# is kept per row.
+RSS = "SELECT 'rss', (regexp_match(pg_read_file('/proc/self/status'), 'VmRSS:\\s*(\\d+)'))[1], 0;"
 script = setup[:]
 for _ in range(ROUNDS):
     for name, query, _peer in QUERIES:
         script += ["SELECT pg_temp.cpu_ms() AS c0, extract(epoch FROM clock_timestamp()) AS t0 \\gset",
                    "\\o /dev/null", query + ";", "\\o",
                    f"SELECT '{name}', pg_temp.cpu_ms() - :c0, (extract(epoch FROM clock_timestamp()) - :t0) * 1000;"]
+script.append(RSS)
 out = subprocess.run(["psql", "-X", "-q", "-A", "-t", "-F", "|", "-v", "ON_ERROR_STOP=1", "-d", "postgres"],
                      input="\n".join(script), capture_output=True, text=True, check=True).stdout
 times = {}
 for line in out.splitlines():
     name, cpu, wall = line.split("|")
-    times.setdefault(name, []).append(float(cpu) if mode == "serial" else float(wall))
+    times.setdefault(name, []).append(float(cpu) if mode == "serial" or name == "rss" else float(wall))
+rss = times.pop("rss")
 median = {name: statistics.median(values) for name, values in times.items()}
 
 what = "backend CPU ms, one core" if mode == "serial" else "wall ms, 2 parallel workers on 2 cores"
@@ -55,3 +61,5 @@ print(f"== PostgreSQL, {what} (median of {ROUNDS})")
 for name, _query, peers in QUERIES:
     ratios = ", ".join(f"{median[peer] / median[name]:5.2f}x the speed of {peer}" for peer in peers)
     print(f"{name:24s} {median[name]:9.1f}   {ratios}")
+print(f"backend resident memory: {rss[0] / 1024:.1f} MiB after the first round of {len(QUERIES)} queries, "
+      f"{rss[-1] / 1024:.1f} MiB after round {ROUNDS}")
