@@ -115,11 +115,12 @@ char* shownArgument(const txpg::RowArgument& a) {
 
 void reportFailure(int function, const txpg::RowAnswer& answer, const txpg::RowArgument* arguments) {
     const char* name = txpg::kSqlFunctions[function].sqlName;
-    if (answer.outcome == txpg::RowAnswer::Outcome::HostError) {
-        ereport(ERROR, (errcode(ERRCODE_EXTERNAL_ROUTINE_EXCEPTION), errmsg("%s: %s", name, answer.words)));
-    }
     const int code = answer.outcome == txpg::RowAnswer::Outcome::NoMemory ? ERRCODE_OUT_OF_MEMORY
-                                                                         : ERRCODE_INVALID_PARAMETER_VALUE;
+                     : answer.outcome == txpg::RowAnswer::Outcome::Refused ? ERRCODE_INVALID_PARAMETER_VALUE
+                                                                          : ERRCODE_EXTERNAL_ROUTINE_EXCEPTION;
+    if (answer.status == 0) {   // the host failed, not the module
+        ereport(ERROR, (errcode(code), errmsg("%s: %s", name, answer.words)));
+    }
     const auto status = static_cast<unsigned>(answer.status);
     if (answer.blamedArgument > 0) {
         ereport(ERROR, (errcode(code), errmsg("%s: %s (status %d = 0x%X) in argument %d (%s)", name, answer.words,
