@@ -14,6 +14,7 @@
 #include <pybind11/stl.h>
 
 #include "engine/engine.h"
+#include "host/binder.h"
 #include "host/host.h"
 #include "python/src/result_arrays.h"
 #include "python/src/text_column.h"
@@ -153,5 +154,7 @@ PYBIND11_MODULE(_core, m) {
     m.def("run", &run, py::arg("runtime"), py::arg("label"), py::arg("function"), py::arg("call_routine"),
           py::arg("arguments"), py::arg("rows"), py::arg("max_length"), py::arg("bytes_out"), py::arg("na"));
     m.def("status_name", &txhost::statusName);
+    m.def("status_text", &txhost::statusText);
+    m.attr("STATUS_MISSING_START") = txscan::contract::kStatusMissingStart;
     m.def("available_encodings", &txhost::availableEncodings);
 }
