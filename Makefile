@@ -127,7 +127,7 @@ bench: deps deps-duckdb
 	@echo "== txscan apply end to end against R (data.table, stringi), pandas and awk"
 	./bench/apply/run.sh $(BENCH_BUILD)/bin/txscan
 	@echo "== SQL: the extension against SQLite's instr and Python user functions"
-	/usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
+	taskset -c 0 /usr/bin/python3 bench/sqlite/bench_sql.py $(BENCH_BUILD)/lib/txscan_sqlite
 	@if [ -x $(BENCH_BUILD)/lib/txscan.duckdb_extension ] || [ -f $(BENCH_BUILD)/lib/txscan.duckdb_extension ]; then \
 	  echo "== DuckDB: the extension against DuckDB's built-ins and txscan apply, CSV and Parquet"; \
 	  ./bench/duckdb/run.sh $(BENCH_BUILD)/bin/txscan; fi

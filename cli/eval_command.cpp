@@ -11,6 +11,7 @@
 #include "cli/commands.h"
 #include "cli/expression.h"
 #include "cli/number_option.h"
+#include "host/binder.h"
 #include "host/host.h"
 #include "cli/terminal_text.h"
 
@@ -100,8 +101,7 @@ private:
         CallResult inner = run(nested);
         for (const auto& m : inner.messages) nestedMessages_.push_back(m);
         if (inner.status != 0) {
-            throw UsageError(nested.source + " failed: " + txhost::statusName(inner.status) + " (" +
-                             std::to_string(inner.status) + ")");
+            throw UsageError(nested.source + " failed: " + txhost::statusText(inner.status));
         }
         if (inner.text) return *inner.text;
         if (inner.number) return *inner.number;
@@ -133,7 +133,7 @@ void printMessages(const std::vector<txhost::Message>& messages) {
 void printResult(const Call& call, const CallResult& r, const TerminalText& terminal) {
     std::printf("%s = ", call.source.c_str());
     if (r.status != 0 && !r.number && !r.text) {
-        std::printf("status %s (%d)\n", txhost::statusName(r.status).c_str(), r.status);
+        std::printf("%s\n", txhost::statusText(r.status).c_str());
         return;
     }
     if (call.callRoutine) {
@@ -150,7 +150,7 @@ void printResult(const Call& call, const CallResult& r, const TerminalText& term
     } else if (r.number) {
         std::printf("%s\n", formatNumber(*r.number).c_str());
     }
-    if (r.status != 0) std::printf("  status %s (%d)\n", txhost::statusName(r.status).c_str(), r.status);
+    if (r.status != 0) std::printf("  %s\n", txhost::statusText(r.status).c_str());
 }
 
 int runEval(const EvalSettings& settings) {

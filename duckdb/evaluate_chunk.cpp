@@ -26,6 +26,7 @@ DUCKDB_EXTENSION_EXTERN
 
 #include "duckdb/duckdb_function.h"
 #include "engine/engine.h"
+#include "host/binder.h"
 #include "module/abi/argument_frame.h"
 #include "module/abi/function_table.h"
 

@@ -68,19 +68,14 @@ Engine::~Engine() = default;
 int Engine::threads() const { return impl_->pool->workers(); }
 
 Program Engine::prepare(const ProgramOptions& options) {
-    const int index = impl_->module->functionIndex(options.function, options.callRoutine);
-    const txhost::FunctionInfo& function = impl_->module->functions()[static_cast<std::size_t>(index)];
-    if (function.descriptor->resultKind == kCharacterResult && options.maxLength < 0) {
-        throw std::invalid_argument(function.name + ": maxLength must not be negative");
+    const txhost::Binding binding(*impl_->module, options.function, options.callRoutine);
+    if (binding.resultKind() == kCharacterResult && options.maxLength < 0) {
+        throw std::invalid_argument(binding.name() + ": maxLength must not be negative");
     }
-    auto impl = std::make_unique<Program::Impl>();
-    impl->engine = impl_.get();
-    impl->function = &function;
-    impl->options = options;
+    auto impl = std::make_unique<Program::Impl>(Program::Impl{impl_.get(), binding, options, {}, 0});
     for (int w = 0; w < threads(); ++w) {
-        auto lane = std::make_unique<CallLane>();
-        lane->frame.callContext = impl_->contexts[static_cast<std::size_t>(w)];
-        if (function.descriptor->resultKind == kCharacterResult) {
+        auto lane = std::make_unique<CallLane>(impl->binding, impl_->contexts[static_cast<std::size_t>(w)]);
+        if (binding.resultKind() == kCharacterResult) {
             lane->resultBuffer.resize(static_cast<std::size_t>(options.maxLength));
         }
         impl->lanes.push_back(std::move(lane));

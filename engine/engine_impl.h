@@ -8,6 +8,7 @@
 #include "engine/call_lane.h"
 #include "engine/engine.h"
 #include "engine/worker_pool.h"
+#include "host/binder.h"
 #include "host/host.h"
 
 namespace txengine {
@@ -24,7 +25,7 @@ struct Engine::Impl {
 
 struct Program::Impl {
     Engine::Impl* engine = nullptr;
-    const txhost::FunctionInfo* function = nullptr;
+    txhost::Binding binding;
     ProgramOptions options;
     std::vector<std::unique_ptr<CallLane>> lanes;   // one per worker
     std::int64_t rowsBefore = 0;                    // rows of earlier runs, for MessageCount::firstRow

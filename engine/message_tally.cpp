@@ -5,7 +5,7 @@
 #include <cstring>
 #include <tuple>
 
-#include "host/session_impl.h"
+#include "host/binder.h"
 
 namespace txengine {
 
@@ -36,9 +36,7 @@ void MessageTally::receive(void* context, const txhost::MessageEvent& event) {
     c.code = event.code;
     c.functionName = name;
     c.character = event.character;
-    c.text = event.text != nullptr ? *event.text
-             : error               ? txhost::formatError(event.code, event.detail)
-                                   : txhost::formatNote(event.code, name, event.character);
+    c.text = txhost::messageText(event);
     c.count = 1;
     c.firstRow = tally.currentRow;
     tally.counts.push_back(std::move(c));

@@ -7,10 +7,12 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "engine/engine_impl.h"
+#include "host/binder.h"
 #include "module/abi/function_table.h"
 
 namespace txengine {
@@ -19,113 +21,90 @@ using namespace txscan::contract;
 
 namespace {
 
-// Marks a result place the module did not store into; a NaN no module stores.
-constexpr std::uint64_t kNotStoredBits = txhost::kResultSentinelBits;
-constexpr std::int64_t kTextNotStored = -1;
 char gNoBytes[1] = {0};   // the bytes of a column that has none (every row empty); never written
 
-// One argument of the frame resolved for a run: an input, or an output of
-// the call routine (frame positions 3 and 4).
+// One input resolved for a run: where its values are.
 struct ArgumentPlan {
     Input::Kind kind = Input::Kind::Absent;
-    bool output = false;
     const std::int64_t* offsets = nullptr;
-    char* bytes = nullptr;
+    const char* bytes = nullptr;
     const TextView* views = nullptr;
     const std::uint8_t* validity = nullptr;
     const double* values = nullptr;
-    StringValue constantText{};
+    const char* constantText = nullptr;
+    std::int64_t constantLength = 0;
     double constantNumber = 0;
-    std::uint8_t textFlags = kTypeCharacter;
-    int input = 0;   // the caller's argument number (from 1)
 };
 
 struct RunPlan {
-    int argCount = 0;             // as the frame says, the call routine's outputs included
-    std::array<ArgumentPlan, kMaxArguments> arguments{};   // by frame position - 1
-    std::uint8_t siteKind = 0;
+    int inputs = 0;
+    std::array<ArgumentPlan, kMaxArguments> arguments{};   // by input - 1
+    std::uint8_t siteKind = txhost::kParsingSiteKind;
     std::int64_t rowsBefore = 0;
-    std::array<int, kMaxArguments> varying{};   // frame positions bound on every row
+    std::array<int, kMaxArguments> varying{};   // inputs bound on every row
     int varyingCount = 0;
 };
 
-// The call routine's outputs sit at frame positions 3 and 4, between its
-// inputs: input k is frame position k, or k + 2 from the third on.
-constexpr int kFirstOutput = 3;
-constexpr int kOutputs = 2;
-int framePosition(bool callRoutine, int input) { return callRoutine && input >= kFirstOutput ? input + kOutputs : input; }
-
-bool varies(const ArgumentPlan& a);
-
-// Site kind of a call site that may keep a parsed set (modifier O).
-constexpr std::uint8_t kCachingSite = 0x48;
-static_assert(siteAllowsCaching(kCachingSite));
-
-std::string argumentName(const txhost::FunctionInfo& f, int k) { return f.name + ": argument " + std::to_string(k); }
-
-RunPlan planRun(const txhost::FunctionInfo& f, const std::vector<Input>& inputs, std::int64_t rows) {
-    const FunctionDescriptor& d = *f.descriptor;
-    const bool callRoutine = d.resultKind == kCallRoutine;
-    const int outputs = callRoutine ? kOutputs : 0;
-    RunPlan plan;
-    const auto inputCount = static_cast<int>(inputs.size());
-    plan.argCount = inputCount + outputs;
-    if (plan.argCount < d.minArgs || plan.argCount > d.maxArgs || plan.argCount > kMaxArguments) {
-        throw std::invalid_argument(f.name + " takes " + std::to_string(d.minArgs - outputs) + " to " +
-                                    std::to_string(d.maxArgs - outputs) + " inputs, not " +
-                                    std::to_string(inputCount));
+txhost::ValueKind valueKind(Input::Kind kind) {
+    switch (kind) {
+    case Input::Kind::Text:
+    case Input::Kind::TextViews:
+    case Input::Kind::ConstantText: return txhost::ValueKind::Text;
+    case Input::Kind::Number:
+    case Input::Kind::ConstantNumber: return txhost::ValueKind::Number;
+    case Input::Kind::Absent: break;
     }
-    if (rows < 0) throw std::invalid_argument(f.name + ": a negative number of rows");
-    for (int k = kFirstOutput; k < kFirstOutput + outputs; ++k) plan.arguments[static_cast<std::size_t>(k - 1)].output = true;
-    // Cached sets come from the text arguments after the first; a worker
-    // keeps the first set it parses, so caching is safe only when they are
-    // the same on every row. Otherwise the answer would depend on how rows
-    // were split between workers.
+    return txhost::ValueKind::Absent;
+}
+
+bool isTextColumn(Input::Kind kind) { return kind == Input::Kind::Text || kind == Input::Kind::TextViews; }
+
+bool varies(const ArgumentPlan& a) { return isTextColumn(a.kind) || a.kind == Input::Kind::Number; }
+
+std::string argumentName(const txhost::Binding& b, int k) { return b.name() + ": argument " + std::to_string(k); }
+
+RunPlan planRun(const txhost::Binding& b, const std::vector<Input>& inputs, std::int64_t rows) {
+    RunPlan plan;
+    plan.inputs = static_cast<int>(inputs.size());
+    b.requireCount(plan.inputs);
+    if (rows < 0) throw std::invalid_argument(b.name() + ": a negative number of rows");
+    // A worker keeps the first set it parses, so caching is safe only when
+    // what the set is made from is the same on every row. Otherwise the
+    // answer would depend on how rows were split between workers.
     bool setsConstant = true;
-    for (int i = 1; i <= inputCount; ++i) {
+    for (int i = 1; i <= plan.inputs; ++i) {
         const Input& in = inputs[static_cast<std::size_t>(i - 1)];
-        const int k = framePosition(callRoutine, i);
-        ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(k - 1)];
+        ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(i - 1)];
         a.kind = in.kind;
-        a.input = i;
-        const std::uint32_t allowed = argumentTypeAt(d.argTypes, k);
-        const bool column = in.kind == Input::Kind::Text || in.kind == Input::Kind::TextViews;
-        const bool text = column || in.kind == Input::Kind::ConstantText;
-        const bool number = in.kind == Input::Kind::Number || in.kind == Input::Kind::ConstantNumber;
-        if (text && (allowed & kArgCharacter) == 0) throw std::invalid_argument(argumentName(f, i) + " must be numeric");
-        if (number && (allowed & kArgNumeric) == 0) throw std::invalid_argument(argumentName(f, i) + " must be character");
-        if (k > 1 && column) setsConstant = false;
-        a.textFlags = static_cast<std::uint8_t>(kTypeCharacter | (k == 1 ? kTypeRecheck : 0));
+        b.requireKind(i, valueKind(in.kind));
+        if (isTextColumn(in.kind) && b.setDependsOn(i)) setsConstant = false;
         switch (in.kind) {
         case Input::Kind::Text:
-            if (in.text.offsets == nullptr && rows > 0) throw std::invalid_argument(argumentName(f, i) + ": no offsets");
+            if (in.text.offsets == nullptr && rows > 0) throw std::invalid_argument(argumentName(b, i) + ": no offsets");
             a.offsets = in.text.offsets;
-            a.bytes = in.text.bytes != nullptr ? const_cast<char*>(in.text.bytes) : gNoBytes;
+            a.bytes = in.text.bytes != nullptr ? in.text.bytes : gNoBytes;
             a.validity = in.text.validity;
             break;
         case Input::Kind::TextViews:
-            if (in.views.views == nullptr && rows > 0) throw std::invalid_argument(argumentName(f, i) + ": no views");
+            if (in.views.views == nullptr && rows > 0) throw std::invalid_argument(argumentName(b, i) + ": no views");
             a.views = in.views.views;
             a.validity = in.views.validity;
             break;
         case Input::Kind::Number:
-            if (in.number.values == nullptr && rows > 0) throw std::invalid_argument(argumentName(f, i) + ": no values");
+            if (in.number.values == nullptr && rows > 0) throw std::invalid_argument(argumentName(b, i) + ": no values");
             a.values = in.number.values;
             a.validity = in.number.validity;
             break;
-        case Input::Kind::ConstantText: {
-            const auto length = static_cast<std::int64_t>(in.constantText.size());
-            a.constantText = StringValue{length, length, const_cast<char*>(in.constantText.data()), nullptr, length};
+        case Input::Kind::ConstantText:
+            a.constantText = in.constantText.data();
+            a.constantLength = static_cast<std::int64_t>(in.constantText.size());
             break;
-        }
         case Input::Kind::ConstantNumber: a.constantNumber = in.constantNumber; break;
         case Input::Kind::Absent: break;
         }
+        if (varies(a)) plan.varying[static_cast<std::size_t>(plan.varyingCount++)] = i;
     }
-    plan.siteKind = setsConstant ? kCachingSite : 0;
-    for (int k = 1; k <= plan.argCount; ++k) {
-        if (varies(plan.arguments[static_cast<std::size_t>(k - 1)])) plan.varying[static_cast<std::size_t>(plan.varyingCount++)] = k;
-    }
+    plan.siteKind = setsConstant ? txhost::kCachingSiteKind : txhost::kParsingSiteKind;
     return plan;
 }
 
@@ -133,12 +112,12 @@ RunPlan planRun(const txhost::FunctionInfo& f, const std::vector<Input>& inputs,
 // before its start, or a negative view), or -1. Offsets past the bytes
 // cannot be told from here.
 std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t end, int& argument) {
-    for (int k = 1; k <= plan.argCount; ++k) {
-        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(k - 1)];
+    for (int i = 1; i <= plan.inputs; ++i) {
+        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(i - 1)];
         if (a.kind == Input::Kind::TextViews) {
             for (std::int64_t row = begin; row < end; ++row) {
                 if (a.views[row].length < 0 && rowValid(a.validity, row)) {
-                    argument = a.input;
+                    argument = i;
                     return row;
                 }
             }
@@ -148,7 +127,7 @@ std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t e
             const std::int64_t start = a.offsets[row];
             const std::int64_t stop = a.offsets[row + 1];
             if (start < 0 || stop < start || (a.bytes == gNoBytes && stop != start)) {
-                argument = a.input;
+                argument = i;
                 return row;
             }
         }
@@ -156,91 +135,44 @@ std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t e
     return -1;
 }
 
-// Binds frame position k for `row`; constants and absent arguments do not
-// depend on the row, so bindConstants binds them once per task.
-inline void bindArgument(CallLane& lane, const ArgumentPlan& a, int k, std::int64_t row) {
-    ArgumentSlot& slot = lane.frame.args[k - 1];
-    StringValue& s = lane.strings[static_cast<std::size_t>(k - 1)];
-    double& n = lane.numbers[static_cast<std::size_t>(k - 1)];
-    slot.errorMarks = 0;
-    if (a.output) {
-        n = std::bit_cast<double>(kNotStoredBits);
-        slot.typeFlags = kTypeNumeric;
-        slot.value = &n;
-        return;
-    }
+// Binds input i for `row`; constants and absent arguments do not depend on
+// the row, so bindConstants binds them once per task.
+inline void bindInput(txhost::BoundFrame& call, const ArgumentPlan& a, int i, std::int64_t row) {
     switch (a.kind) {
     case Input::Kind::Text:
         if (rowValid(a.validity, row)) {
             const std::int64_t start = a.offsets[row];
-            const std::int64_t length = a.offsets[row + 1] - start;
-            s = StringValue{length, length, a.bytes + start, nullptr, length};
-            slot.typeFlags = a.textFlags;
-            slot.value = &s;
+            call.text(i, a.bytes + start, a.offsets[row + 1] - start);
         } else {
-            slot.typeFlags = 0;
-            slot.value = nullptr;
+            call.absent(i);
         }
         break;
     case Input::Kind::TextViews:
         if (rowValid(a.validity, row)) {
             const TextView& v = a.views[row];
-            s = StringValue{v.length, v.length, v.data != nullptr ? const_cast<char*>(v.data) : gNoBytes, nullptr, v.length};
-            slot.typeFlags = a.textFlags;
-            slot.value = &s;
+            call.text(i, v.data != nullptr ? v.data : gNoBytes, v.length);
         } else {
-            slot.typeFlags = 0;
-            slot.value = nullptr;
+            call.absent(i);
         }
         break;
-    case Input::Kind::Number:
-        n = rowValid(a.validity, row) ? a.values[row] : missingValue();
-        slot.typeFlags = kTypeNumeric;
-        slot.value = &n;
-        break;
-    case Input::Kind::ConstantText:
-        s = a.constantText;
-        slot.typeFlags = a.textFlags;
-        slot.value = &s;
-        break;
-    case Input::Kind::ConstantNumber:
-        n = a.constantNumber;
-        slot.typeFlags = kTypeNumeric;
-        slot.value = &n;
-        break;
-    case Input::Kind::Absent:
-        slot.typeFlags = 0;
-        slot.value = nullptr;
-        break;
+    case Input::Kind::Number: call.number(i, rowValid(a.validity, row) ? a.values[row] : missingValue()); break;
+    case Input::Kind::ConstantText: call.text(i, a.constantText, a.constantLength); break;
+    case Input::Kind::ConstantNumber: call.number(i, a.constantNumber); break;
+    case Input::Kind::Absent: call.absent(i); break;
     }
 }
 
-bool varies(const ArgumentPlan& a) {
-    return a.output || a.kind == Input::Kind::Text || a.kind == Input::Kind::TextViews || a.kind == Input::Kind::Number;
-}
-
-void bindConstants(CallLane& lane, const RunPlan& plan) {
-    for (int k = 1; k <= plan.argCount; ++k) {
-        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(k - 1)];
-        if (!varies(a)) bindArgument(lane, a, k, 0);
+void bindConstants(txhost::BoundFrame& call, const RunPlan& plan) {
+    for (int i = 1; i <= plan.inputs; ++i) {
+        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(i - 1)];
+        if (!varies(a)) bindInput(call, a, i, 0);
     }
 }
 
-inline void bindRow(CallLane& lane, const RunPlan& plan, std::int64_t row) {
-    for (int i = 0; i < plan.varyingCount; ++i) {
-        const int k = plan.varying[static_cast<std::size_t>(i)];
-        bindArgument(lane, plan.arguments[static_cast<std::size_t>(k - 1)], k, row);
-    }
-}
-
-void prepareFrame(CallLane& lane, const RunPlan& plan) {
-    ArgumentFrame& frame = lane.frame;
-    frame.argCount = plan.argCount;
-    frame.siteKind = plan.siteKind;
-    for (int k = 1; k <= kMaxArguments; ++k) {
-        frame.args[k - 1].typeFlags = 0;
-        frame.args[k - 1].errorMarks = 0;
-        frame.args[k - 1].value = nullptr;
+inline void bindRow(txhost::BoundFrame& call, const RunPlan& plan, std::int64_t row) {
+    for (int v = 0; v < plan.varyingCount; ++v) {
+        const int i = plan.varying[static_cast<std::size_t>(v)];
+        bindInput(call, plan.arguments[static_cast<std::size_t>(i - 1)], i, row);
     }
 }
 
@@ -259,13 +191,12 @@ struct Outputs {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // A stored number, or the missing value for a row the module left alone.
-inline void storeNumber(const Outputs& o, std::int64_t row, double value) {
-    const bool stored = std::bit_cast<std::uint64_t>(value) != kNotStoredBits;
-    const bool valid = stored && !std::isnan(value);
+inline void storeNumber(const Outputs& o, std::int64_t row, std::optional<double> value) {
+    const bool valid = value && !std::isnan(*value);
     if (o.plainNaN) {
-        o.numbers[row] = valid ? value : kNaN;
+        o.numbers[row] = valid ? *value : kNaN;
     } else {
-        o.numbers[row] = stored ? value : missingValue();
+        o.numbers[row] = value ? *value : missingValue();
     }
     if (o.numberValid != nullptr) o.numberValid[row] = valid ? 1 : 0;
     if (o.validity != nullptr) {
@@ -276,47 +207,41 @@ inline void storeNumber(const Outputs& o, std::int64_t row, double value) {
     }
 }
 
-inline void storeLength(const Outputs& o, std::int64_t row, double length) {
-    const bool stored = std::bit_cast<std::uint64_t>(length) != kNotStoredBits;
+inline void storeLength(const Outputs& o, std::int64_t row, std::optional<double> length) {
     if (o.plainNaNLengths) {
-        o.lengths[row] = stored && !std::isnan(length) ? length : kNaN;
+        o.lengths[row] = length && !std::isnan(*length) ? *length : kNaN;
     } else {
-        o.lengths[row] = stored ? length : missingValue();
+        o.lengths[row] = length.value_or(missingValue());
     }
 }
 
 // Evaluates rows [begin, end) on one lane; `Kind` is the function's result kind.
 template <int Kind>
-void evaluate(CallLane& lane, const RunPlan& plan, EntryRoutine entry, const Outputs& o, Result& r,
-              std::int64_t begin, std::int64_t end) {
-    StringValue result{};
+void evaluate(CallLane& lane, const RunPlan& plan, const Outputs& o, Result& r, std::int64_t begin,
+              std::int64_t end) {
+    txhost::BoundFrame& call = lane.call;
     if constexpr (Kind == kCharacterResult) {
-        const auto capacity = static_cast<std::int64_t>(lane.resultBuffer.size());
-        result = StringValue{capacity, 0, lane.resultBuffer.data(), nullptr, capacity};
+        call.useTextResult(lane.resultBuffer.data(), static_cast<std::int64_t>(lane.resultBuffer.size()));
         lane.textBytes.clear();
     }
-    bindConstants(lane, plan);
+    bindConstants(call, plan);
     for (std::int64_t row = begin; row < end; ++row) {
         lane.tally.currentRow = plan.rowsBefore + row;
-        bindRow(lane, plan, row);
-        std::int32_t status = 0;
+        bindRow(call, plan, row);
+        if constexpr (Kind == kCallRoutine) call.primeOutputs();
+        const std::int32_t status = call.call();
         if constexpr (Kind == kNumericResult) {
-            double number = std::bit_cast<double>(kNotStoredBits);
-            status = entry(&lane.frame, &number);
-            storeNumber(o, row, number);
+            storeNumber(o, row, call.number());
         } else if constexpr (Kind == kCharacterResult) {
-            result.length = kTextNotStored;
-            status = entry(&lane.frame, &result);
             // A length the buffer cannot hold is no result: the row stays null.
-            if (result.length >= 0 && result.length <= result.capacity) {
-                lane.textBytes.insert(lane.textBytes.end(), result.data, result.data + result.length);
+            if (const StringValue* text = call.text()) {
+                lane.textBytes.insert(lane.textBytes.end(), text->data, text->data + text->length);
                 r.text.validity[static_cast<std::size_t>(row >> 3)] |= static_cast<std::uint8_t>(1u << (row & 7));
             }
             r.text.offsets[static_cast<std::size_t>(row + 1)] = static_cast<std::int64_t>(lane.textBytes.size());
         } else {
-            status = entry(&lane.frame, nullptr);
-            storeNumber(o, row, lane.numbers[2]);
-            storeLength(o, row, lane.numbers[3]);
+            storeNumber(o, row, call.number());
+            storeLength(o, row, call.length());
         }
         o.status[row] = status;
     }
@@ -356,10 +281,10 @@ Result Program::run(const std::vector<Input>& arguments, std::int64_t rows, cons
     Impl& program = *impl_;
     Engine::Impl& engine = *program.engine;
     engine.module->requireItsSession();
-    const txhost::FunctionInfo& f = *program.function;
-    RunPlan plan = planRun(f, arguments, rows);
+    const txhost::Binding& binding = program.binding;
+    RunPlan plan = planRun(binding, arguments, rows);
     plan.rowsBefore = program.rowsBefore;
-    const std::int32_t kind = f.descriptor->resultKind;
+    const std::int32_t kind = binding.resultKind();
 
     Result r;
     r.rows = rows;
@@ -399,11 +324,11 @@ Result Program::run(const std::vector<Input>& arguments, std::int64_t rows, cons
     std::int64_t badRow = -1;
     int badArgument = 0;
     for (auto& lane : program.lanes) {
-        prepareFrame(*lane, plan);
+        lane->call.start(plan.inputs);
+        lane->call.setSiteKind(plan.siteKind);
         lane->tally.counts.clear();
     }
 
-    const EntryRoutine entry = f.entry;
     engine.pool->run(tasks, [&](int worker, std::int64_t task) {
         CallLane& lane = *program.lanes[static_cast<std::size_t>(worker)];
         const std::int64_t begin = task * rowsPerTask;
@@ -419,11 +344,11 @@ Result Program::run(const std::vector<Input>& arguments, std::int64_t rows, cons
         } else {
             txhost::TaskScope scope(*engine.session, &lane.tally.sink);
             if (kind == kNumericResult) {
-                evaluate<kNumericResult>(lane, plan, entry, o, r, begin, end);
+                evaluate<kNumericResult>(lane, plan, o, r, begin, end);
             } else if (kind == kCharacterResult) {
-                evaluate<kCharacterResult>(lane, plan, entry, o, r, begin, end);
+                evaluate<kCharacterResult>(lane, plan, o, r, begin, end);
             } else {
-                evaluate<kCallRoutine>(lane, plan, entry, o, r, begin, end);
+                evaluate<kCallRoutine>(lane, plan, o, r, begin, end);
             }
         }
         if (kind == kCharacterResult) assembly.finish(r, task, lane.textBytes, rowsPerTask);
@@ -431,11 +356,11 @@ Result Program::run(const std::vector<Input>& arguments, std::int64_t rows, cons
     if (badRow >= 0) {
         const Input& bad = arguments[static_cast<std::size_t>(badArgument - 1)];
         if (bad.kind == Input::Kind::TextViews) {
-            throw std::invalid_argument(argumentName(f, badArgument) + ": row " + std::to_string(badRow) +
+            throw std::invalid_argument(argumentName(binding, badArgument) + ": row " + std::to_string(badRow) +
                                         " has a negative length (" + std::to_string(bad.views.views[badRow].length) + ")");
         }
         const std::int64_t* offsets = bad.text.offsets;
-        throw std::invalid_argument(argumentName(f, badArgument) + ": row " + std::to_string(badRow) +
+        throw std::invalid_argument(argumentName(binding, badArgument) + ": row " + std::to_string(badRow) +
                                     " has offsets out of order (" + std::to_string(offsets[badRow]) + " to " +
                                     std::to_string(offsets[badRow + 1]) + ")");
     }

@@ -110,6 +110,14 @@ public:
     // with its own pool and empty slots, owned by the session.
     contract::CallContext* defaultCallContext();
     contract::CallContext* newCallContext();
+    // Gives a context of newCallContext back once no call uses it. The
+    // module frees nothing, and a context's function environment holds a
+    // random stream in the host pool, so the context is kept as it is (pool,
+    // slots, environment) and the next newCallContext takes it up again: a
+    // program that opens and closes tasks all day holds no more contexts than
+    // it had at once. Throws std::invalid_argument for the default context
+    // or one the session did not make or already has back.
+    void releaseCallContext(contract::CallContext* context);
     // The session's pools (HostVector words 5 and 10) and the pool of
     // growable results.
     contract::MemoryPool* hostPool();
@@ -271,8 +279,10 @@ public:
     const contract::ImageInformation& image() const;      // the address mcn_main returned
     contract::VersionRecord version() const;              // through tkvercn1
     const std::vector<FunctionInfo>& functions() const;
-    // Index of the function by name; KSCANX gives the function form unless
-    // callRoutine is true.
+    // The function by name, found without regard to case; KSCANX gives the
+    // function form unless callRoutine is true. Throws std::invalid_argument
+    // naming what is missing.
+    const FunctionInfo& function(std::string_view name, bool callRoutine = false) const;
     int functionIndex(std::string_view name, bool callRoutine = false) const;
     contract::FunctionTableRoutine tableRoutine() const;
     McnMain mcnMain() const;
@@ -286,8 +296,5 @@ private:
     explicit Module(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> impl_;
 };
-
-// Names of statuses for people: "ok", "missing start", "invalid argument", "no memory".
-std::string statusName(std::int32_t status);
 
 }  // namespace txhost

@@ -20,6 +20,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "host/binder.h"
 #include "host/guarded_memory.h"
 #include "host/session_impl.h"
 
@@ -343,15 +344,17 @@ const std::vector<FunctionInfo>& Module::functions() const { return impl_->funct
 
 // The KSCANX name stands for two entries: the call routine (resultKind 1)
 // only when callRoutine is true; every other name only without it.
-int Module::functionIndex(std::string_view name, bool callRoutine) const {
+const FunctionInfo& Module::function(std::string_view name, bool callRoutine) const {
     const std::string wanted = upper(name);
     for (const FunctionInfo& f : impl_->functions) {
         if (f.name != wanted) continue;
-        if ((f.descriptor->resultKind == kCallRoutine) == callRoutine) return f.index;
+        if ((f.descriptor->resultKind == kCallRoutine) == callRoutine) return f;
     }
     throw std::invalid_argument("the module has no " + std::string(callRoutine ? "call routine" : "function") +
                                 " named " + std::string(name));
 }
+
+int Module::functionIndex(std::string_view name, bool callRoutine) const { return function(name, callRoutine).index; }
 
 FunctionTableRoutine Module::tableRoutine() const { return impl_->tableRoutine; }
 Module::McnMain Module::mcnMain() const { return impl_->mcnMain; }
@@ -366,45 +369,40 @@ CallResult Module::call(std::string_view name, const std::vector<Argument>& argu
 
 namespace {
 inline constexpr std::int64_t kDefaultResultLength = 200;   // the language's default variable length
-inline constexpr std::int64_t kResultNotStored = -1;
 }  // namespace
 
 struct CallSite::Impl {
     Module* module = nullptr;
     Session* session = nullptr;
-    const FunctionInfo* function = nullptr;
-    ArgumentFrame frame{};
-    bool recheck = true;
+    Binding binding;
+    BoundFrame bound;
     bool typeChecking = true;
 
     // Argument storage of the last call (kept until the next one).
-    std::array<double, kMaxArguments> numbers{};
-    std::array<StringValue, kMaxArguments> strings{};
     std::array<std::unique_ptr<char[]>, kMaxArguments> texts;
     // Guarded mode: each argument's bytes (text or f64) end where an
     // unreadable page begins.
     bool guarded = false;
     std::array<GuardedBuffer, kMaxArguments> guardedBytes;
+    std::array<double, kMaxArguments> numbers{};
     std::array<double*, kMaxArguments> numberPlaces{};
 
     // Character result.
-    StringValue result{};
     std::unique_ptr<char[]> fixedBuffer;
-    bool growable = false;
+
+    Impl(Module& m, const FunctionInfo& function, std::uint8_t siteKind)
+        : module(&m), session(&m.session()), binding(function),
+          bound(binding, m.session().defaultCallContext(), siteKind) {}
 };
 
-CallSite::CallSite(Module& module, int functionIndex, std::uint8_t siteKind) : impl_(std::make_unique<Impl>()) {
+CallSite::CallSite(Module& module, int functionIndex, std::uint8_t siteKind) {
     const auto& functions = module.functions();
     if (functionIndex < 0 || static_cast<std::size_t>(functionIndex) >= functions.size()) {
         throw std::invalid_argument("no function with index " + std::to_string(functionIndex));
     }
-    impl_->module = &module;
-    impl_->session = &module.session();
-    impl_->function = &functions[static_cast<std::size_t>(functionIndex)];
-    impl_->frame.siteKind = siteKind;
-    impl_->frame.callContext = impl_->session->defaultCallContext();
+    impl_ = std::make_unique<Impl>(module, functions[static_cast<std::size_t>(functionIndex)], siteKind);
     impl_->guarded = impl_->session->options().guardedArguments;
-    if (impl_->function->descriptor->resultKind == kCharacterResult) useFixedResult(kDefaultResultLength);
+    if (impl_->binding.resultKind() == kCharacterResult) useFixedResult(kDefaultResultLength);
 }
 
 CallSite::~CallSite() = default;
@@ -412,8 +410,7 @@ CallSite::~CallSite() = default;
 void CallSite::useFixedResult(std::int64_t capacity) {
     if (capacity < 0) throw std::invalid_argument("result capacity must not be negative");
     impl_->fixedBuffer.reset(new char[static_cast<std::size_t>(capacity)]);
-    impl_->growable = false;
-    impl_->result = StringValue{capacity, 0, impl_->fixedBuffer.get(), nullptr, capacity};
+    impl_->bound.useTextResult(impl_->fixedBuffer.get(), capacity);
 }
 
 void CallSite::useGrowableResult(std::int64_t maxLength, std::int64_t initialCapacity) {
@@ -425,67 +422,60 @@ void CallSite::useGrowableResult(std::int64_t maxLength, std::int64_t initialCap
     void* data = pool->allocate(pool, initialCapacity, kPoolGrowResult);
     if (data == nullptr) throw std::runtime_error("growable result: the result pool refused the first buffer");
     impl_->fixedBuffer.reset();
-    impl_->growable = true;
-    impl_->result = StringValue{maxLength, 0, static_cast<char*>(data), pool, initialCapacity};
+    impl_->bound.useTextResult(static_cast<char*>(data), initialCapacity, pool, maxLength);
 }
 
 void CallSite::useNullCallContext(bool null) {
-    impl_->frame.callContext = null ? nullptr : impl_->session->defaultCallContext();
+    impl_->bound.setCallContext(null ? nullptr : impl_->session->defaultCallContext());
 }
 
-void CallSite::useCallContext(CallContext* context) { impl_->frame.callContext = context; }
-void CallSite::setSiteKind(std::uint8_t siteKind) { impl_->frame.siteKind = siteKind; }
-void CallSite::setRecheckFlag(bool on) { impl_->recheck = on; }
+void CallSite::useCallContext(CallContext* context) { impl_->bound.setCallContext(context); }
+void CallSite::setSiteKind(std::uint8_t siteKind) { impl_->bound.setSiteKind(siteKind); }
+void CallSite::setRecheckFlag(bool on) { impl_->bound.setRecheck(on); }
 void CallSite::setTypeChecking(bool on) { impl_->typeChecking = on; }
 void CallSite::setGuardedArguments(bool on) { impl_->guarded = on; }
-ArgumentFrame& CallSite::frame() { return impl_->frame; }
+ArgumentFrame& CallSite::frame() { return impl_->bound.frame(); }
 
 CallResult CallSite::call(const std::vector<Argument>& arguments) {
     Impl& site = *impl_;
-    const FunctionDescriptor& d = *site.function->descriptor;
+    const Binding& b = site.binding;
+    const FunctionDescriptor& d = *b.function().descriptor;
+    // A CallSite's arguments are the frame's, the call routine's outputs
+    // (numeric variables) among them.
     const auto n = static_cast<int>(arguments.size());
-    if (n < d.minArgs || n > d.maxArgs || n > kMaxArguments) {
-        throw std::invalid_argument(site.function->name + " takes " + std::to_string(d.minArgs) + " to " +
+    if (n < b.outputs() || !b.countProblem(n - b.outputs()).empty()) {
+        throw std::invalid_argument(b.name() + " takes " + std::to_string(d.minArgs) + " to " +
                                     std::to_string(d.maxArgs) + " arguments, not " + std::to_string(n));
     }
-    const bool callRoutine = d.resultKind == kCallRoutine;
     for (int k = 1; k <= n; ++k) {
         const Argument& a = arguments[static_cast<std::size_t>(k - 1)];
-        const std::uint32_t allowed = argumentTypeAt(d.argTypes, k);
-        if (site.typeChecking) {
-            if (std::holds_alternative<double>(a) && (allowed & kArgNumeric) == 0) {
-                throw std::invalid_argument(site.function->name + ": argument " + std::to_string(k) +
-                                            " must be character");
+        if (b.isOutput(k)) {
+            if (!std::holds_alternative<double>(a)) {
+                throw std::invalid_argument(b.name() + ": output argument " + std::to_string(k) +
+                                            " must be a numeric variable");
             }
-            if (std::holds_alternative<std::string>(a) && (allowed & kArgCharacter) == 0) {
-                throw std::invalid_argument(site.function->name + ": argument " + std::to_string(k) +
-                                            " must be numeric");
-            }
+            continue;
         }
-        if (callRoutine && (k == 3 || k == 4) && !std::holds_alternative<double>(a)) {
-            throw std::invalid_argument(site.function->name + ": output argument " + std::to_string(k) +
-                                        " must be a numeric variable");
-        }
+        if (!site.typeChecking) continue;
+        const int input = b.callRoutine() && k > Binding::kFirstOutput ? k - b.outputs() : k;
+        const ValueKind kind = std::holds_alternative<double>(a)        ? ValueKind::Number
+                               : std::holds_alternative<std::string>(a) ? ValueKind::Text
+                                                                        : ValueKind::Absent;
+        b.requireKind(input, kind);
     }
 
-    ArgumentFrame& frame = site.frame;
-    frame.argCount = n;
-    for (int k = 1; k <= kMaxArguments; ++k) {
-        ArgumentSlot& slot = frame.arg(k);
-        slot.typeFlags = 0;
-        slot.errorMarks = 0;
-        slot.value = nullptr;
-        site.texts[static_cast<std::size_t>(k - 1)].reset();
-        if (k > n) continue;
+    BoundFrame& bound = site.bound;
+    bound.start(n - b.outputs());
+    for (int k = 1; k <= n; ++k) {
         const Argument& a = arguments[static_cast<std::size_t>(k - 1)];
         const auto i = static_cast<std::size_t>(k - 1);
+        site.texts[i].reset();
         if (const double* number = std::get_if<double>(&a)) {
             site.numbers[i] = *number;
             site.numberPlaces[i] = site.guarded
                                        ? static_cast<double*>(site.guardedBytes[i].place(number, sizeof(double)))
                                        : &site.numbers[i];
-            slot.typeFlags = kTypeNumeric;
-            slot.value = site.numberPlaces[i];
+            bound.numberPlace(k, site.numberPlaces[i]);
         } else if (const std::string* text = std::get_if<std::string>(&a)) {
             // Exactly the text's bytes, no terminator: a read past them is an
             // AddressSanitizer report, or in guarded mode a fault.
@@ -498,21 +488,8 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
                 if (!text->empty()) std::memcpy(bytes.get(), text->data(), text->size());
                 data = bytes.get();
             }
-            const auto length = static_cast<std::int64_t>(text->size());
-            site.strings[i] = StringValue{length, length, data, nullptr, length};
-            slot.typeFlags = kTypeCharacter;
-            if (k == 1 && site.recheck) slot.typeFlags |= kTypeRecheck;
-            slot.value = &site.strings[i];
+            bound.textAt(k, data, static_cast<std::int64_t>(text->size()));
         }
-    }
-
-    double number = std::bit_cast<double>(kResultSentinelBits);
-    void* resultPlace = nullptr;
-    if (d.resultKind == kNumericResult) {
-        resultPlace = &number;
-    } else if (d.resultKind == kCharacterResult) {
-        site.result.length = kResultNotStored;
-        resultPlace = &site.result;
     }
 
     site.module->requireItsSession();
@@ -530,14 +507,11 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
                              m.functionName = e.functionName;
                              m.character = e.character;
                              m.detail = e.detail;
-                             m.text = e.text != nullptr ? *e.text
-                                      : e.source == Message::Source::Note
-                                          ? formatNote(e.code, e.functionName, e.character)
-                                          : formatError(e.code, e.detail);
+                             m.text = messageText(e);
                              static_cast<std::vector<Message>*>(context)->push_back(std::move(m));
                          }};
         TaskScope task(s, &sink);
-        r.status = site.function->entry(&frame, resultPlace);
+        r.status = bound.call();
     }
     {
         std::lock_guard<std::mutex> lock(s.mutex);
@@ -547,37 +521,22 @@ CallResult CallSite::call(const std::vector<Argument>& arguments) {
         r.messages.assign(s.messages.begin() + static_cast<std::ptrdiff_t>(before), s.messages.end());
     }
 
-    if (d.resultKind == kNumericResult && std::bit_cast<std::uint64_t>(number) != kResultSentinelBits) {
-        r.number = number;
-    }
-    if (d.resultKind == kCharacterResult && site.result.length != kResultNotStored) {
-        if (site.result.length < 0 || (site.result.data == nullptr && site.result.length > 0)) {
-            throw std::runtime_error(site.function->name + ": the module stored an impossible result length");
+    if (b.callRoutine()) {
+        r.position = *site.numberPlaces[Binding::kFirstOutput - 1];
+        r.length = *site.numberPlaces[Binding::kFirstOutput];
+    } else if (b.resultKind() == kNumericResult) {
+        r.number = bound.number();
+    } else if (b.resultKind() == kCharacterResult) {
+        if (bound.textImpossible()) {
+            throw std::runtime_error(b.name() + ": the module stored an impossible result length");
         }
-        r.text = std::string(site.result.data, static_cast<std::size_t>(site.result.length));
-    }
-    if (callRoutine) {
-        r.position = *site.numberPlaces[2];
-        r.length = *site.numberPlaces[3];
+        if (const StringValue* text = bound.text()) {
+            r.text = std::string(text->data, static_cast<std::size_t>(text->length));
+        }
     }
     r.errorMarks.resize(static_cast<std::size_t>(n));
-    for (int k = 1; k <= n; ++k) r.errorMarks[static_cast<std::size_t>(k - 1)] = frame.arg(k).errorMarks;
+    for (int k = 1; k <= n; ++k) r.errorMarks[static_cast<std::size_t>(k - 1)] = bound.frame().arg(k).errorMarks;
     return r;
-}
-
-// ---------------------------------------------------------------- statuses
-
-std::string statusName(std::int32_t status) {
-    switch (status) {
-    case kStatusOk: return "ok";
-    case kStatusMissingStart: return "missing start";
-    case kStatusInvalidArgument: return "invalid argument";
-    case kStatusNoMemory: return "no memory";
-    default: break;
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "status 0x%X", static_cast<unsigned>(status));
-    return text;
 }
 
 }  // namespace txhost

@@ -1,6 +1,7 @@
 // The Session: HostVector, service directory and numbered services, records,
 // pools, call contexts, the kernel object with the EncodingService, options,
 // messages and the host's message catalogue.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cctype>
@@ -451,6 +452,11 @@ void Session::Impl::recordServiceCall(int table, int function, std::vector<std::
 
 ContextObject& Session::Impl::newContext() {
     std::lock_guard<std::mutex> lock(mutex);
+    if (!spareContexts.empty()) {
+        ContextObject* spare = spareContexts.back();
+        spareContexts.pop_back();
+        return *spare;
+    }
     auto context = std::make_unique<ContextObject>();
     context->pool = std::make_unique<Pool>(*this, "context " + std::to_string(contexts.size()));
     context->record.pool = context->pool->contractPool();
@@ -525,6 +531,18 @@ CallContext* Session::defaultCallContext() {
     return &impl_->contexts.front()->record;
 }
 CallContext* Session::newCallContext() { return &impl_->newContext().record; }
+
+void Session::releaseCallContext(CallContext* context) {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    auto& contexts = impl_->contexts;
+    const auto made = std::find_if(contexts.begin() + 1, contexts.end(),
+                                   [&](const auto& c) { return &c->record == context; });
+    auto& spare = impl_->spareContexts;
+    if (made == contexts.end() || std::find(spare.begin(), spare.end(), made->get()) != spare.end()) {
+        throw std::invalid_argument("releaseCallContext: not a context of newCallContext in use");
+    }
+    spare.push_back(made->get());
+}
 MemoryPool* Session::hostPool() { return impl_->hostPool->contractPool(); }
 MemoryPool* Session::modulePool() { return impl_->modulePool->contractPool(); }
 MemoryPool* Session::resultPool() { return impl_->resultPool->contractPool(); }

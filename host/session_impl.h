@@ -109,6 +109,7 @@ struct Session::Impl {
     std::unique_ptr<Pool> modulePool;
     std::unique_ptr<Pool> resultPool;
     std::vector<std::unique_ptr<ContextObject>> contexts;   // [0] is the task's default context
+    std::vector<ContextObject*> spareContexts;              // given back, taken up by newContext first
 
     std::unique_ptr<HandleObject> handle;
     struct ServiceObject;

@@ -16,6 +16,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/binder.h"
 #include "host/host.h"
 #include "module/abi/argument_frame.h"
 #include "module/abi/function_table.h"

@@ -12,9 +12,9 @@ SQLITE_EXTENSION_INIT3
 #include <cstdlib>
 #include <string>
 #include <memory>
+#include <optional>
 
-#include "host/host.h"
-#include "host/session_impl.h"
+#include "host/binder.h"
 #include "sqlite/sql_call_site.h"
 #include "sqlite/sql_function.h"
 
@@ -38,11 +38,28 @@ void releaseSite(void* site) {
     delete s;
 }
 
+// Constants are most often the later arguments, so they are asked first.
 SqlCallSite* siteOfThisCall(sqlite3_context* context, int argc) {
-    for (int i = 0; i < argc; ++i) {
+    for (int i = argc - 1; i >= 0; --i) {
         if (void* found = sqlite3_get_auxdata(context, i)) return static_cast<SqlCallSite*>(found);
     }
     return nullptr;
+}
+
+// SQLite keeps a function's auxiliary data on an argument from one row to
+// the next only when the argument is constant in the statement (a literal,
+// a bound parameter, or an expression of those), and drops it from every
+// other argument after the row that set it. So on a site's second call each
+// argument still holding it is a constant one, and the site may keep a
+// parsed set only when every argument the set depends on is: a set parsed
+// from a column would otherwise answer for the next rows, and the answers
+// would depend on the order of the scan.
+void settleSiteKind(SqlCallSite& site, sqlite3_context* context, const txhost::Binding& binding, int argc) {
+    site.kindSettled = true;
+    for (int k = 1; k <= argc; ++k) {
+        if (binding.setDependsOn(k) && sqlite3_get_auxdata(context, k - 1) != &site) return;
+    }
+    site.call.setSiteKind(txhost::kCachingSiteKind);
 }
 
 // Text of an argument for an error message, cut to whole UTF-8 characters.
@@ -82,46 +99,42 @@ bool parseNumber(sqlite3_value* value, double& number) {
     return *end == '\0';
 }
 
-// Points the frame's slot at SQLite's value as an argument of type `code`;
-// false and a reason when the value cannot be one.
-bool fillSlot(sqlite3_value* value, std::uint32_t code, contract::ArgumentSlot& slot, double& number,
-              contract::StringValue& string, std::string& reason) {
-    const bool takesNumber = (code & contract::kArgNumeric) != 0;
-    const bool takesText = (code & contract::kArgCharacter) != 0;
-    const int type = sqlite3_value_type(value);
-    if (type == SQLITE_BLOB) {
+// Binds SQLite's value as input k; false and a reason when it cannot be one.
+inline bool bindValue(sqlite3_value* value, const txhost::Binding& binding, int k, txhost::BoundFrame& call,
+                      const char*& reason) {
+    switch (sqlite3_value_type(value)) {
+    case SQLITE_TEXT:
+        if (binding.takesText(k)) break;
+        if (double number = 0; parseNumber(value, number)) {
+            call.number(k, number);
+            return true;
+        }
+        reason = "is not a number";
+        return false;
+    case SQLITE_INTEGER:
+    case SQLITE_FLOAT:
+        if (!binding.takesNumber(k)) break;   // a number where text goes reads as SQLite prints it
+        call.number(k, sqlite3_value_double(value));
+        return true;
+    case SQLITE_NULL:
+        // Absent where text may go; else the missing value.
+        if (binding.takesText(k)) {
+            call.absent(k);
+        } else {
+            call.number(k, contract::missingValue());
+        }
+        return true;
+    default:
         reason = "is a blob; text or a number is expected";   // its bytes need not be text at all
         return false;
     }
-    if (type == SQLITE_NULL && takesText) return true;   // absent: the slot's value stays null
-    if (type == SQLITE_NULL) {
-        number = contract::missingValue();
-    } else if ((type == SQLITE_INTEGER || type == SQLITE_FLOAT) && takesNumber) {
-        number = sqlite3_value_double(value);
-    } else if (takesText) {
-        // A number where text is expected reads as SQLite prints it.
-        const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
-        const std::int64_t length = sqlite3_value_bytes(value);
-        string = contract::StringValue{length, length, const_cast<char*>(text), nullptr, length};
-        slot.typeFlags = contract::kTypeCharacter;
-        slot.value = &string;
-        return true;
-    } else if (!parseNumber(value, number)) {
-        reason = "is not a number";
-        return false;
-    }
-    slot.typeFlags = contract::kTypeNumeric;
-    slot.value = &number;
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    call.text(k, text, sqlite3_value_bytes(value));
     return true;
 }
 
-// The module's position of SQL argument k: the call routine's two outputs
-// sit at 3 and 4 and are no SQL arguments.
-int modulePosition(const Registration& r, int sqlArgument) {
-    return r.function->callRoutine && sqlArgument >= 3 ? sqlArgument + 2 : sqlArgument;
-}
-
-void resultNumber(sqlite3_context* context, double number) {
+void resultNumber(sqlite3_context* context, std::optional<double> stored) {
+    const double number = stored.value_or(contract::missingValue());
     if (contract::exponentAllOnes(number)) {   // the missing value, or nothing stored
         sqlite3_result_null(context);
     } else if (number == std::trunc(number) && std::fabs(number) < 9.0e15) {
@@ -133,24 +146,21 @@ void resultNumber(sqlite3_context* context, double number) {
 
 // The argument a failed call blames: the one the module marked, else the
 // first number that is missing (a missing start or count).
-int blamedArgument(const Registration& r, const contract::ArgumentFrame& frame, int argc, sqlite3_value** argv) {
+int blamedArgument(const txhost::BoundFrame& call, int argc, sqlite3_value** argv) {
     for (int k = 1; k <= argc; ++k) {
-        if (frame.arg(modulePosition(r, k)).errorMarks != 0) return k;
+        if (call.errorMarks(k) != 0) return k;
     }
+    const txhost::Binding& binding = call.binding();
     for (int k = 1; k <= argc; ++k) {
-        const std::uint32_t code = contract::argumentTypeAt(r.descriptor->argTypes, modulePosition(r, k));
-        if (sqlite3_value_type(argv[k - 1]) == SQLITE_NULL && code == contract::kArgNumeric) return k;
+        if (sqlite3_value_type(argv[k - 1]) == SQLITE_NULL && !binding.takesText(k)) return k;
     }
     return 0;
 }
 
 void reportStatus(sqlite3_context* context, const Registration& r, std::int32_t status,
-                  const contract::ArgumentFrame& frame, int argc, sqlite3_value** argv) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%s (status %d = 0x%X)", txhost::statusName(status).c_str(), status,
-                  static_cast<unsigned>(status));
-    std::string message = std::string(r.function->sqlName) + ": " + text;
-    if (const int k = blamedArgument(r, frame, argc, argv); k > 0) {
+                  const txhost::BoundFrame& call, int argc, sqlite3_value** argv) {
+    std::string message = std::string(r.function->sqlName) + ": " + txhost::statusText(status);
+    if (const int k = blamedArgument(call, argc, argv); k > 0) {
         message += " in argument " + std::to_string(k) + shownValue(argv[k - 1]);
     }
     sqlite3_result_error(context, message.c_str(), -1);
@@ -160,15 +170,12 @@ void reportStatus(sqlite3_context* context, const Registration& r, std::int32_t 
 void logMessage(void* registration, const txhost::MessageEvent& e) {
     const auto& r = *static_cast<const Registration*>(registration);
     const bool note = e.source == txhost::Message::Source::Note;
-    const std::string text = e.text != nullptr ? *e.text
-                             : note            ? txhost::formatNote(e.code, e.functionName, e.character)
-                                               : txhost::formatError(e.code, e.detail);
     sqlite3_log(note ? SQLITE_NOTICE : SQLITE_WARNING, "%s: %s %d: %s", r.function->sqlName, note ? "note" : "error",
-                e.code, text.c_str());
+                e.code, txhost::messageText(e).c_str());
 }
 
 void argumentError(sqlite3_context* context, const Registration& r, int k, sqlite3_value* value,
-                   const std::string& reason) {
+                   const char* reason) {
     const std::string message =
         std::string(r.function->sqlName) + ": argument " + std::to_string(k) + shownValue(value) + " " + reason;
     sqlite3_result_error(context, message.c_str(), -1);
@@ -183,10 +190,12 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
                          (r.shortLivedSites < kShortLivedLimit || ++r.spareCalls % kRetryAfter == 0);
     try {
         if (newSite) {
-            site = new SqlCallSite(r, SqlCallSite::kCaching);
+            site = new SqlCallSite(r);
         } else if (site == nullptr) {
-            if (!r.spare) r.spare = std::make_unique<SqlCallSite>(r, SqlCallSite::kParsingEachCall);
+            if (!r.spare) r.spare = std::make_unique<SqlCallSite>(r);
             site = r.spare.get();
+        } else if (!site->kindSettled) {
+            settleSiteKind(*site, context, r.binding, argc);
         }
     } catch (const std::exception& e) {
         sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
@@ -210,74 +219,54 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
         }
     } handover{context, site, argc, newSite};
 
-    contract::ArgumentFrame& frame = site->site.frame();
-    const int count = argc + (r.function->callRoutine ? 2 : 0);
-    frame.argCount = count;
-    for (int position = 1; position <= contract::kMaxArguments; ++position) {
-        frame.arg(position) = contract::ArgumentSlot{};
-    }
+    // One registration serves one argument count, so the frame's shape was
+    // set once (SqlCallSite) and every argument is bound anew on each row.
+    txhost::BoundFrame& call = site->call;
     for (int k = 1; k <= argc; ++k) {
-        const int position = modulePosition(r, k);
-        const auto i = static_cast<std::size_t>(position - 1);
-        std::string reason;
-        if (!fillSlot(argv[k - 1], contract::argumentTypeAt(r.descriptor->argTypes, position), frame.arg(position),
-                      site->numbers[i], site->strings[i], reason)) {
+        const char* reason = nullptr;
+        if (!bindValue(argv[k - 1], r.binding, k, call, reason)) {
             argumentError(context, r, k, argv[k - 1], reason);
             return;
         }
     }
-    if (frame.arg(1).value != nullptr) frame.arg(1).typeFlags |= contract::kTypeRecheck;
-    if (r.function->callRoutine) {
-        for (const int output : {3, 4}) {
-            double& place = site->numbers[static_cast<std::size_t>(output - 1)];
-            place = 0;
-            frame.arg(output) = contract::ArgumentSlot{contract::kTypeNumeric, 0, {}, &place};
-        }
-    }
-
-    double number = std::bit_cast<double>(txhost::kResultSentinelBits);
-    contract::StringValue word{};
-    void* resultPlace = &number;
-    if (r.descriptor->resultKind == contract::kCharacterResult) {
+    if (r.binding.callRoutine()) call.primeOutputs();
+    if (r.binding.resultKind() == contract::kCharacterResult) {
         // A word is never longer than the text it comes from, so the
         // result is never cut (an absent text gives one blank).
         const std::int64_t needed = std::max<std::int64_t>(sqlite3_value_bytes(argv[0]), 1);
         if (needed > site->resultCapacity) {
             site->resultCapacity = std::max(needed, 2 * site->resultCapacity);
             site->result.reset(new char[static_cast<std::size_t>(site->resultCapacity)]);
+            call.useTextResult(site->result.get(), site->resultCapacity);
         }
-        word = contract::StringValue{site->resultCapacity, -1, site->result.get(), nullptr, site->resultCapacity};
-        resultPlace = &word;
     }
 
     std::int32_t status = 0;
     {
         const txhost::MessageSink sink{&r, logMessage};
         txhost::TaskScope task(r.task->module->session(), &sink);
-        status = r.entry(&frame, resultPlace);
+        status = call.call();
     }
 
     if (status != contract::kStatusOk) {
-        reportStatus(context, r, status, frame, argc, argv);
-    } else if (r.function->output == SqlFunction::Output::Position) {
-        resultNumber(context, site->numbers[2]);
+        reportStatus(context, r, status, call, argc, argv);
     } else if (r.function->output == SqlFunction::Output::Length) {
-        resultNumber(context, site->numbers[3]);
-    } else if (r.descriptor->resultKind == contract::kCharacterResult) {
-        if (word.length >= 0) {
-            sqlite3_result_text64(context, word.data, static_cast<sqlite3_uint64>(word.length), SQLITE_TRANSIENT,
-                                  SQLITE_UTF8);
-        } else {
-            sqlite3_result_null(context);
-        }
+        resultNumber(context, call.length());
+    } else if (r.binding.resultKind() != contract::kCharacterResult) {
+        resultNumber(context, call.number());   // the call routine's position among them
+    } else if (const contract::StringValue* word = call.text()) {
+        sqlite3_result_text64(context, word->data, static_cast<sqlite3_uint64>(word->length), SQLITE_TRANSIENT,
+                              SQLITE_UTF8);
     } else {
-        resultNumber(context, number);
+        sqlite3_result_null(context);
     }
 }
 
 }  // namespace txsqlite
 
-txsqlite::SqlCallSite::SqlCallSite(Registration& registration, std::uint8_t siteKind)
-    : site(*registration.task->module, registration.functionIndex, siteKind), owner(&registration) {
-    site.useCallContext(registration.task->callContext);
+// Sites start parsing on every call, until their second call shows whether
+// what a parsed set depends on is constant.
+txsqlite::SqlCallSite::SqlCallSite(Registration& registration)
+    : call(registration.binding, registration.task->callContext, txhost::kParsingSiteKind), owner(&registration) {
+    call.start(registration.inputs);
 }

@@ -27,17 +27,6 @@ constexpr std::array kSqlFunctions{
     SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
 };
 
-Registration* newRegistration(const std::shared_ptr<ConnectionTask>& task, const SqlFunction& function, int index,
-                              const txhost::FunctionInfo& info) {
-    auto* registration = new Registration();
-    registration->task = task;
-    registration->function = &function;
-    registration->functionIndex = index;
-    registration->descriptor = info.descriptor;
-    registration->entry = info.entry;
-    return registration;
-}
-
 // The host's random-number services serve one task at a time, and a call
 // context builds its function environment (which makes a random stream) on
 // its first word count; so each connection's is built here, one at a time,
@@ -63,9 +52,7 @@ int registerFunctions(sqlite3* db, char** errorMessage) {
         *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", error.c_str());
         return SQLITE_ERROR;
     }
-    auto task = std::make_shared<ConnectionTask>();
-    task->module = host->module;
-    task->callContext = host->session->newCallContext();
+    auto task = std::make_shared<ConnectionTask>(*host->module, host->session->newCallContext());
     try {
         buildFunctionEnvironment(*host->module, task->callContext);
     } catch (const std::exception& e) {
@@ -73,16 +60,15 @@ int registerFunctions(sqlite3* db, char** errorMessage) {
         return SQLITE_ERROR;
     }
     for (const SqlFunction& function : kSqlFunctions) {
-        const int index = host->module->functionIndex(function.moduleName, function.callRoutine);
-        const txhost::FunctionInfo& info = host->module->functions()[static_cast<std::size_t>(index)];
+        const txhost::Binding binding(*host->module, function.moduleName, function.callRoutine);
         // One registration per argument count: SQLite itself refuses the
         // others with its usual message. The call routine's two outputs are
         // no SQL arguments.
-        const int outputs = function.callRoutine ? 2 : 0;
-        for (int argc = info.descriptor->minArgs - outputs; argc <= info.descriptor->maxArgs - outputs; ++argc) {
+        for (int argc = binding.minInputs(); argc <= binding.maxInputs(); ++argc) {
+            // SQLite destroys the registration itself, also when this fails.
             const int rc = sqlite3_create_function_v2(db, function.sqlName, argc, kFunctionFlags,
-                                                      newRegistration(task, function, index, info), evaluateRow, nullptr, nullptr,
-                                                      destroyRegistration);
+                                                      new Registration(task, function, binding, argc), evaluateRow,
+                                                      nullptr, nullptr, destroyRegistration);
             if (rc != SQLITE_OK) {
                 *errorMessage = sqlite3_mprintf("txscan_sqlite: cannot register %s: %s", function.sqlName,
                                                 sqlite3_errmsg(db));

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "engine/message_tally.h"
+
 namespace txcli {
 
 namespace {
@@ -133,18 +135,7 @@ void BatchEvaluator::count(int stepIndex) {
     const Step& step = plan_.steps[static_cast<std::size_t>(stepIndex)];
     const txengine::Result& result = outcomes_[static_cast<std::size_t>(stepIndex)].result;
     AssignmentTally& tally = tally_.assignments[static_cast<std::size_t>(step.assignment)];
-    for (const auto& m : result.messages) {
-        MessageTally* same = nullptr;
-        for (auto& t : tally.messages) {
-            if (t.error == m.error && t.code == m.code && t.functionName == m.functionName && t.character == m.character) same = &t;
-        }
-        if (same == nullptr) {
-            tally.messages.push_back({m.error, m.code, m.functionName, m.character, m.text, 0, m.firstRow});
-            same = &tally.messages.back();
-        }
-        same->count += m.count;
-        same->firstRow = std::min(same->firstRow, m.firstRow);
-    }
+    txengine::mergeTallies(tally.messages, result.messages);
 }
 
 void BatchEvaluator::evaluate(const CsvBatch& batch) {

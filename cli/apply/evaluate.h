@@ -9,23 +9,13 @@
 
 #include "cli/apply/csv_reader.h"
 #include "cli/apply/plan.h"
+#include "engine/engine.h"
 
 namespace txcli {
 
-// One kind of message of one assignment, over the whole run.
-struct MessageTally {
-    bool error = false;
-    std::int32_t code = 0;
-    std::string functionName;
-    std::int32_t character = 0;
-    std::string text;
-    std::int64_t count = 0;
-    std::int64_t firstRow = 0;   // 0-based data row
-};
-
 struct AssignmentTally {
     std::map<std::int32_t, std::int64_t> statuses;   // non-zero statuses by row count
-    std::vector<MessageTally> messages;
+    std::vector<txengine::MessageCount> messages;    // per kind, over the whole run (0-based data rows)
 };
 
 struct Tally {

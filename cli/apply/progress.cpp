@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "host/binder.h"
 #include "host/host.h"
 
 namespace txcli {
@@ -72,7 +73,7 @@ void printSummary(std::FILE* to, const Plan& plan, const Tally& tally, const Ski
         }
         const AssignmentTally& counts = tally.assignments[a];
         for (const auto& [status, rows] : counts.statuses) {
-            line += "; status " + txhost::statusName(status) + " (" + std::to_string(status) + ") in " +
+            line += "; " + txhost::statusText(status) + " in " +
                     std::to_string(rows) + (rows == 1 ? " row" : " rows");
         }
         std::fprintf(to, "  %s\n", line.c_str());

@@ -18,6 +18,7 @@
 #include <pybind11/stl.h>
 
 #include "engine/engine.h"
+#include "host/binder.h"
 #include "host/host.h"
 #include "python/src/result_arrays.h"
 #include "python/src/text_column.h"
@@ -279,5 +280,7 @@ PYBIND11_MODULE(_core, m) {
     m.def("engine_seconds", &engineSeconds, py::arg("runtime"), py::arg("function"), py::arg("call_routine"),
           py::arg("arguments"), py::arg("rows"), py::arg("rounds"));
     m.def("status_name", &txhost::statusName);
+    m.def("status_text", &txhost::statusText);
+    m.attr("STATUS_MISSING_START") = txscan::contract::kStatusMissingStart;
     m.def("available_encodings", &txhost::availableEncodings);
 }

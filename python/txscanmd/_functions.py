@@ -14,7 +14,7 @@ from txscanmd._runtime import runtime
 
 # A missing start position gives a missing result, as NaN does anywhere in
 # pandas; every other status is a refused argument or exhausted memory.
-_STATUS_MISSING_START = 0x1D801
+_STATUS_MISSING_START = _core.STATUS_MISSING_START
 _last = threading.local()
 
 
@@ -136,7 +136,7 @@ def _call(label, function, x, args, *, call_routine=False, length=200, encoding=
         if errors == "raise":
             row = int(np.flatnonzero(bad)[0])
             code = int(status[row])
-            raise ValueError(f"{label}: {_core.status_name(code)} (status 0x{code & 0xFFFFFFFF:X}) at "
+            raise ValueError(f"{label}: {_core.status_text(code)} at "
                              f"{_row_name(index, row)}")
         for key in ("number", "position", "length"):
             if key in out:
