@@ -96,6 +96,11 @@ private:
             return Missing{};
         }
         if (std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.') return readNumber();
+        if (c == '`') {
+            std::optional<std::string> name = readQuotedName(text_, pos_);
+            if (!name) fail("a name in backticks left open or empty");
+            return Name{*name};
+        }
         if (atNameStart()) {
             const std::size_t save = pos_;
             std::string name = readName();
@@ -157,5 +162,21 @@ private:
 }  // namespace
 
 Call parseCall(std::string_view text) { return Reader(text).wholeCall(); }
+
+std::optional<std::string> readQuotedName(std::string_view text, std::size_t& pos) {
+    std::string name;
+    for (std::size_t at = pos + 1; at < text.size(); ++at) {
+        if (text[at] != '`') {
+            name += text[at];
+        } else if (at + 1 < text.size() && text[at + 1] == '`') {
+            name += text[++at];
+        } else {
+            if (name.empty()) return std::nullopt;
+            pos = at + 1;
+            return name;
+        }
+    }
+    return std::nullopt;
+}
 
 }  // namespace txcli

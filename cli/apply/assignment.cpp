@@ -48,6 +48,11 @@ private:
     bool peek(char c) const { return pos_ < text_.size() && text_[pos_] == c; }
     std::string name() {
         skipBlanks();
+        if (peek('`')) {
+            std::optional<std::string> quoted = readQuotedName(text_, pos_);
+            if (!quoted) fail("a name in backticks left open or empty");
+            return *quoted;
+        }
         if (pos_ >= text_.size() || !isNameStart(text_[pos_])) fail("expected a column name");
         const std::size_t begin = pos_;
         while (pos_ < text_.size() && isNamePart(text_[pos_])) ++pos_;

@@ -1,6 +1,7 @@
 // One assignment of `txscan apply` as a person writes it:
 //   surname = KSCANX(name, -1)
 //   (pos, len) = CALL KSCANX(name, 2)
+//   `word count` = KCOUNTW(`first name`)
 // The right side is a call of the `eval` language whose bare names stand for
 // columns of the input or new columns made by earlier assignments.
 #pragma once

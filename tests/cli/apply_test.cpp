@@ -64,6 +64,9 @@ TEST(Apply, ReadsAndWritesCsvAsItIs) {
         // a result that needs quotes gets them
         {"a\n\"x,\"\"y z\"\n", "w = KSCANX(a, 1, ' ')", "a,w\n\"x,\"\"y z\",\"x,\"\"y\"\n"},
         {"a,b\n", "n = KCOUNTW(a)", "a,b,n\n"},
+        // names in backticks reach any column, and name new ones
+        {"first name,Adj. Close*\nAnn Lee,Lee\n", "`n, w` = KFIND(`FIRST name`, `Adj. Close*`)",
+         "first name,Adj. Close*,\"n, w\"\nAnn Lee,Lee,5\n"},
         // a byte-order mark is not part of the first name, nor written out
         {"\xEF\xBB\xBF" "a,b\nx y,1\n", "n = KCOUNTW(a)", "a,b,n\nx y,1,2\n"},
         // fields are written as they came, quotes and all
@@ -126,6 +129,7 @@ TEST(Apply, RefusesBadInputWithTheRecordAtFault) {
         {good, {}, "a = KCOUNTW(b)", "a column named a exists already", ""},
         {good, {}, "n = KSCANX(a, 'x')", "argument 2 of KSCANX takes a number", ""},
         {good, {}, "n = CALL KSCANX(a, 1)", "(POSITION, LENGTH)", ""},
+        {good, {}, "n = KCOUNTW(`a)", "a name in backticks left open or empty at column 13", ""},
         {writeFile("short.csv", "a,b\n\"1\n2\",3\n4\n5,6\n"), {}, "n = KCOUNTW(a)", "record 3 (line 4): 1 field where", ""},
         {writeFile("open.csv", "a,b\n1,2\n3,\"y\n"), {}, "n = KCOUNTW(a)", "record 3 (line 3): a quoted field is still open", ""},
         {writeFile("empty.csv", ""), {}, "n = KCOUNTW(a)", "no header row", ""},
