@@ -120,11 +120,23 @@ bool sameIgnoringCase(WordWalk& w, const std::uint8_t* a, int la, const std::uin
     return same;
 }
 
-// The handle's compare of the search word at byte `off` of the source: the
-// source bytes the match covers, or -1 for no match (an empty word never
-// matches).
-std::int64_t matchAt(WordWalk& w, std::int64_t off) {
-    if (!w.wordSet || w.wordChars <= 0) return -1;
+// What the handle's compare over no characters answers at character `pos`
+// is the host's to say, so it is asked as the scanner asks it.
+bool emptyWordMatches(WordWalk& w, std::int64_t pos) {
+    EncodingHandle* h = w.d.h;
+    TextCursor source;
+    TextCursor word;
+    setupCursor(h, &source, reinterpret_cast<const char*>(w.source.p), w.source.n);
+    if (pos > 0) enc::seekChars(h, &source, kSeekFromStart, pos);
+    setupCursor(h, &word, reinterpret_cast<const char*>(w.word.p), 0);
+    return enc::compareAt(h, &source, &word, 0, w.caseless ? kCompareCaseless : kCompareExact) == 0;
+}
+
+// The handle's compare of the search word at character `pos` (byte `off`)
+// of the source: the source bytes the match covers, or -1 for no match.
+std::int64_t matchAt(WordWalk& w, std::int64_t pos, std::int64_t off) {
+    if (!w.wordSet) return -1;
+    if (w.wordChars == 0) return emptyWordMatches(w, pos) ? 0 : -1;
     const std::uint8_t* s = w.source.p;
     if (!w.caseless) {
         if (w.word.n > w.source.n - off || s[off] != w.word.p[0]) return -1;
@@ -237,7 +249,7 @@ Outcome walk(WordWalk& w, std::int64_t start) {
 
     for (;;) {
         if (finding) {
-            const std::int64_t matched = matchAt(w, off);
+            const std::int64_t matched = matchAt(w, pos, off);
             if (matched >= 0) {
                 const bool insideQuotes = w.d.mods.has(kModQ) && step > 0 && w.quoteState != kOutsideQuotes &&
                                           w.quoteOpenedAt >= 0 && pos > w.quoteOpenedAt;
@@ -334,7 +346,7 @@ std::int64_t countRuns(WordWalk& w) {
 // `pos`): the characters on either side are delimiters or the ends of the
 // scanned text.
 bool wholeWordAt(WordWalk& w, std::int64_t pos, std::int64_t off, std::int64_t bound) {
-    const std::int64_t matched = matchAt(w, off);
+    const std::int64_t matched = matchAt(w, pos, off);
     if (matched < 0) return false;
     const std::uint8_t* s = w.source.p;
     if (pos > 0) {
@@ -471,11 +483,15 @@ bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     std::int64_t start = 0;
     if (!readCall(frame, h, roles, kFindWord, &w, &start)) return false;
     if (!w.d.mods.has(kModQ) && !w.d.mods.has(kModE)) {
-        const bool searchable = start >= 1 && w.wordSet && w.wordChars > 0;
-        const std::int64_t at = searchable ? firstWholeWord(w, start) : -1;
-        *result = at >= 0 ? static_cast<double>(at + 1) : 0.0;
-        *status = kStatusOk;
-        return true;
+        // An empty word is left to the walk, which asks the handle at every
+        // position it reaches.
+        const bool emptyWord = w.wordSet && w.wordChars == 0;
+        if (!emptyWord) {
+            const std::int64_t at = start >= 1 && w.wordSet ? firstWholeWord(w, start) : -1;
+            *result = at >= 0 ? static_cast<double>(at + 1) : 0.0;
+            *status = kStatusOk;
+            return true;
+        }
     }
     const Outcome o = walk(w, start);
     double answer = 0.0;
