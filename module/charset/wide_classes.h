@@ -8,12 +8,14 @@
 
 namespace txscan {
 
-// The fixed lists of modifiers F, N and P in the session encoding's byte
-// form; every encoding the host offers keeps these ASCII characters as
-// single bytes, so the multi-byte paths and the KSCANX byte path share them.
+// The default delimiters and the fixed lists of modifiers F, N and P in the
+// session encoding's byte form; every encoding the host offers keeps these
+// ASCII characters as single bytes, so every path shares them.
+inline constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
 inline constexpr char kNameStartText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
 inline constexpr char kNameCharsText[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_0123456789";
 inline constexpr char kExtraPunctText[] = "`+$=|<>^~";
+static_assert(sizeof kDefaultDelimiterText - 1 == 17);
 static_assert(sizeof kNameStartText - 1 == 53 && sizeof kNameCharsText - 1 == 63);
 
 // Cursors over the fixed lists a call's class letters need; a list is laid

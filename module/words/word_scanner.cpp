@@ -4,7 +4,7 @@
 // count, a position or a word range.
 #include "module/words/word_scanner.h"
 
-#include "module/charset/wide_classes.h"
+#include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/words/word_range.h"
@@ -15,16 +15,8 @@ using namespace contract;
 
 namespace {
 
-// The default delimiters, in the session encoding's byte form (every
-// encoding the host offers keeps them as single ASCII bytes).
-constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
-static_assert(sizeof kDefaultDelimiterText - 1 == 17);
 constexpr char kDoubleQuoteText[] = "\"";
 constexpr char kApostropheText[] = "'";
-
-// Class letters tested after the default list, in the order they are tried.
-constexpr ModifierFlag kClassOrder[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
-                                        kModF, kModN, kModH};
 
 enum QuoteState : char {
     kOutsideQuotes = ' ',
@@ -38,12 +30,9 @@ struct ScanContext {
     std::int32_t mode;
     ParsedArguments parsed;
     ModifierSet mods;
-    WideClassLists classLists;
-    TextCursor defaultList;
+    HandleQuestions q;
     TextCursor doubleQuote;
     TextCursor apostrophe;
-    CharBufferCursor held;
-    bool anyClass;
     char quoteState;
     std::int64_t quoteOpenedAt;
 };
@@ -53,45 +42,11 @@ void setupFixed(EncodingHandle* h, TextCursor* cursor, const char (&text)[N]) {
     setupCursor(h, cursor, text, N - 1);
 }
 
-bool inList(ScanContext& s, TextCursor* list) { return enc::findChar(s.h, list, &s.held.cursor) >= 0; }
-
-// Tests a to f of the delimiter decision on the character copied into
-// s.held from `at`; the first that holds decides.
-bool listedOrClassed(ScanContext& s, TextCursor* at) {
-    EncodingHandle* h = s.h;
-    const bool hasList = s.parsed.delimitersSet != 0;
-    if (hasList && inList(s, &s.parsed.delimiters)) return true;
-
-    const bool caselessList = hasList && s.mods.has(kModI);
-    const bool wantUpper = caselessList || s.mods.has(kModU);
-    const bool wantLower = caselessList || s.mods.has(kModL);
-    // The case is taken before any folding, since U and L ask about the
-    // character as it stands in the source.
-    const bool upper = wantUpper && enc::caseTest(h, &s.held.cursor, kIsUpper);
-    const bool lower = !upper && wantLower && enc::caseTest(h, &s.held.cursor, kIsLower);
-    if (caselessList && (upper || lower)) {
-        if (upper) {
-            enc::toLowerChar(h, &s.held.cursor);
-        } else {
-            enc::toUpperChar(h, &s.held.cursor);
-        }
-        if (inList(s, &s.parsed.delimiters)) return true;
-    }
-    if ((upper && s.mods.has(kModU)) || (lower && s.mods.has(kModL))) return true;
-
-    if (s.mods.has(kModDefaultDelimiters) && inList(s, &s.defaultList)) return true;
-    if (!s.anyClass) return false;
-    for (ModifierFlag letter : kClassOrder) {
-        if (s.mods.has(letter) && wideClassHolds(h, letter, &s.classLists, at, &s.held.cursor)) return true;
-    }
-    return false;
-}
-
 // The delimiter decision for the character at `at` (whose index is `pos`),
 // K applied; with `quotes`, the Q bookkeeping of quoted parts too.
 bool isDelimiter(ScanContext& s, TextCursor* at, std::int64_t pos, bool quotes) {
-    enc::currentChar(s.h, at, &s.held.cursor);
-    bool delimiter = listedOrClassed(s, at);
+    enc::currentChar(s.h, at, &s.q.held.cursor);
+    bool delimiter = delimiterFromHandle(s.q, at);
     if (s.mods.has(kModK)) delimiter = !delimiter;
     if (!quotes || !s.mods.has(kModQ)) return delimiter;
 
@@ -104,11 +59,11 @@ bool isDelimiter(ScanContext& s, TextCursor* at, std::int64_t pos, bool quotes) 
             s.quoteOpenedAt = -1;
         }
     };
-    if (enc::compareAt(s.h, &s.held.cursor, &s.doubleQuote, 1, kCompareExact) == 0) {
+    if (enc::compareAt(s.h, &s.q.held.cursor, &s.doubleQuote, 1, kCompareExact) == 0) {
         toggle(kInDoubleQuotes);
         return false;
     }
-    if (enc::compareAt(s.h, &s.held.cursor, &s.apostrophe, 1, kCompareExact) == 0) {
+    if (enc::compareAt(s.h, &s.q.held.cursor, &s.apostrophe, 1, kCompareExact) == 0) {
         toggle(kInApostrophes);
         return false;
     }
@@ -388,14 +343,11 @@ std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHand
     s.quoteState = kOutsideQuotes;
     s.quoteOpenedAt = -1;
     interpretArguments(frame, h, *roles, &s.parsed, &s.mods, textWidth, mode);
-    setupWideClassLists(h, s.mods, &s.classLists);
-    if (s.mods.has(kModDefaultDelimiters)) setupFixed(h, &s.defaultList, kDefaultDelimiterText);
+    setupHandleQuestions(&s.q, h, s.mods, s.parsed.delimitersSet ? &s.parsed.delimiters : nullptr);
     if (s.mods.has(kModQ)) {
         setupFixed(h, &s.doubleQuote, kDoubleQuoteText);
         setupFixed(h, &s.apostrophe, kApostropheText);
     }
-    setupCharCursor(h, &s.held);
-    for (ModifierFlag letter : kClassOrder) s.anyClass = s.anyClass || s.mods.has(letter);
 
     if (mode == kFindWord && s.mods.has(kModR) && s.parsed.secondSet) trimSearchWord(s);
 

@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "module/charset/argument_interpreter.h"
+#include "module/charset/byte_classes.h"
+#include "module/charset/char_decision.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/module_state.h"
@@ -67,8 +69,7 @@ struct WordWalk {
     bool caseless;
     char quoteState;
     std::int64_t quoteOpenedAt;
-    std::uint64_t foldKey[16];  // caseless compares involving a wide character
-    std::uint8_t foldSame[16];
+    CaselessPairs pairs;        // caseless compares involving a wide character
 };
 
 // The scanner's delimiter test of the character at `pos` (byte `off`),
@@ -78,7 +79,7 @@ bool examine(WordWalk& w, std::int64_t pos, std::int64_t off) {
     const int length = charBytes(*p);
     const bool delimiter = delimiterAt(w.d, p, length);
     if (!w.d.mods.has(kModQ)) return delimiter;
-    if (length == 1 && (*p == '"' || *p == '\'')) {
+    if (length == 1 && isQuoteByte(*p)) {
         const char inside = *p == '"' ? kInDoubleQuotes : kInApostrophes;
         if (w.quoteState == kOutsideQuotes) {
             w.quoteState = inside;
@@ -94,30 +95,13 @@ bool examine(WordWalk& w, std::int64_t pos, std::int64_t off) {
     return delimiter;
 }
 
-std::uint32_t keyOf(const std::uint8_t* p, int length) {
-    std::uint32_t key = 0;
-    for (int i = 0; i < length; ++i) key = key << 8 | p[i];
-    return key;
-}
-
 // Whether two characters are the same ignoring case, as the handle's
 // caseless compare decides: characters of one byte by the session's case
 // table, any pair with a wider character by the handle (a Kelvin sign
-// matches k), remembered per pair.
+// matches k).
 bool sameIgnoringCase(WordWalk& w, const std::uint8_t* a, int la, const std::uint8_t* b, int lb) {
     if (la == 1 && lb == 1) return host().upcaseMap[*a] == host().upcaseMap[*b];
-    if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
-    const std::uint64_t key = static_cast<std::uint64_t>(keyOf(a, la)) << 32 | keyOf(b, lb);
-    const std::uint32_t slot = static_cast<std::uint32_t>(key ^ key >> 29 ^ key >> 41) & 15;
-    if (w.foldKey[slot] == key) return w.foldSame[slot] != 0;
-    TextCursor left;
-    TextCursor right;
-    setupCursor(w.d.h, &left, reinterpret_cast<const char*>(a), la);
-    setupCursor(w.d.h, &right, reinterpret_cast<const char*>(b), lb);
-    const bool same = enc::compareAt(w.d.h, &left, &right, 1, kCompareCaseless) == 0;
-    w.foldKey[slot] = key;
-    w.foldSame[slot] = same;
-    return same;
+    return w.pairs.sameChar(w.d.h, a, la, b, lb);
 }
 
 // What the handle's compare over no characters answers at character `pos`
@@ -452,7 +436,7 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
     w->caseless = mods.has(kModI);
     w->quoteState = kOutsideQuotes;
     w->quoteOpenedAt = -1;
-    if (w->caseless) std::memset(w->foldKey, 0, sizeof w->foldKey);   // read by caseless compares only
+    if (w->caseless) w->pairs.clear();   // read by caseless compares only
     if (mode == kFindWord && mods.has(kModR) && w->wordSet) trimWord(*w);
     return true;
 }
