@@ -29,14 +29,6 @@ namespace {
 struct AsciiTable {
     std::uint8_t has[128];
 };
-constexpr AsciiTable asciiTableOf(const char* text) {
-    AsciiTable t{};
-    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p) & 0x7F] = 1;
-    return t;
-}
-constexpr AsciiTable kNameStart = asciiTableOf(kNameStartText);
-constexpr AsciiTable kNameChars = asciiTableOf(kNameCharsText);
-constexpr AsciiTable kExtraPunct = asciiTableOf(kExtraPunctText);
 
 // The classes asked of the source character itself (the others look at the
 // held character, which a caseless list may have folded).
@@ -91,9 +83,9 @@ bool asciiMember(const Utf8Set& s, unsigned c) {
     const bool heldAscii = held < 0x80;
     const bool inClass = (classes[c] & s.sourceMask) != 0 || (m.has(kModU) && upper) || (m.has(kModL) && lower) ||
                          (m.has(kModP) && ((classes[held] & byteClassMask(kModP)) != 0 ||
-                                           (heldAscii && kExtraPunct.has[held]))) ||
-                         (m.has(kModF) && heldAscii && kNameStart.has[held]) ||
-                         (m.has(kModN) && heldAscii && kNameChars.has[held]) || (m.has(kModH) && held == '\t');
+                                           (heldAscii && kExtraPunctBytes.has[held]))) ||
+                         (m.has(kModF) && heldAscii && kNameStartBytes.has[held]) ||
+                         (m.has(kModN) && heldAscii && kNameCharBytes.has[held]) || (m.has(kModH) && held == '\t');
     return inClass != negated;
 }
 
@@ -119,13 +111,6 @@ void buildByteTable(Utf8Set* s) {
     std::memset(s->table + 0xC0, wideAlike ? (s->modifiers.has(kModV) ? 1 : 0) : kAskWide, 0x40);
 }
 
-bool listHoldsSequence(const Utf8Set& s, const std::uint8_t* p, int length) {
-    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
-        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
-    }
-    return false;
-}
-
 // The handle path's steps after the list lookup, asked of the handle for a
 // character of more than one byte; V not applied. The character's own bytes
 // serve as the held character until a fold needs the buffer.
@@ -142,7 +127,7 @@ bool wideInSetFromHandle(Utf8Set* s, const std::uint8_t* p, int length) {
 
 bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
     const bool negated = s->modifiers.has(kModV);
-    if (s->listHasWide && listHoldsSequence(*s, p, length)) return !negated;
+    if (s->listHasWide && listHoldsChar(s->list, s->listBytes, p, length)) return !negated;
     // The fixed lists of F, N and H are ASCII: without a case or class
     // question nothing but the list can hold a wide character.
     if (!s->wideAsksHandle) return negated;

@@ -15,19 +15,6 @@ using namespace contract;
 
 namespace {
 
-// Membership of a byte in a constant text, as a 256-entry table.
-struct ByteTable {
-    std::uint8_t has[256];
-};
-constexpr ByteTable tableOf(const char* text) {
-    ByteTable t{};
-    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p)] = 1;
-    return t;
-}
-constexpr ByteTable kDefaultDelimiters = tableOf(kDefaultDelimiterText);
-constexpr ByteTable kNameStart = tableOf(kNameStartText);
-constexpr ByteTable kNameChars = tableOf(kNameCharsText);
-constexpr ByteTable kExtraPunct = tableOf(kExtraPunctText);
 constexpr ByteTable kNoDelimiters{};
 
 // Class letters whose byte test looks at the character itself (P, F, N and
@@ -75,7 +62,7 @@ ByteQuestions questionsOf(const ModifierSet& m, bool hasList) {
 // nothing: each is a plain question, and the first that holds decides.
 bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned c) {
     const std::uint8_t* classes = q.classes;
-    if (listHas[c] || (q.defaults && kDefaultDelimiters.has[c]) || (classes[c] & q.classMask) != 0) return true;
+    if (listHas[c] || (q.defaults && kDefaultDelimiterBytes.has[c]) || (classes[c] & q.classMask) != 0) return true;
     unsigned held = c;
     if (q.askUpper || q.askLower) {
         const bool upper = q.askUpper && (classes[c] & kClassUpper) != 0;
@@ -87,8 +74,8 @@ bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned 
         if ((upper && q.upperCounts) || (lower && q.lowerCounts)) return true;
     }
     if (!q.heldTests) return false;
-    return (q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunct.has[held])) ||
-           (q.nameStart && kNameStart.has[held]) || (q.nameChars && kNameChars.has[held]) ||
+    return (q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunctBytes.has[held])) ||
+           (q.nameStart && kNameStartBytes.has[held]) || (q.nameChars && kNameCharBytes.has[held]) ||
            (q.tab && held == '\t');
 }
 
@@ -103,14 +90,14 @@ void buildByteDecisions(DelimiterDecision& s) {
     const bool hasList = s.list != nullptr;
     if (!anyCaseOrClass(m, hasList) && !hasList && !m.has(kModK)) {
         // The commonest call of all needs no table of its own.
-        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has : kNoDelimiters.has;
+        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has : kNoDelimiters.has;
         return;
     }
     std::uint8_t listHas[256] = {};
     for (std::int64_t i = 0; i < s.listBytes; ++i) listHas[s.list[i]] = 1;
     if (!anyCaseOrClass(m, hasList)) {
         for (int c = 0; c < 256; ++c) {
-            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has[c] : 0);
+            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has[c] : 0);
         }
     } else {
         const ByteQuestions q = questionsOf(m, hasList);
@@ -120,14 +107,6 @@ void buildByteDecisions(DelimiterDecision& s) {
         for (int c = 0; c < singles; ++c) s.built[c] ^= 1;
     }
     s.decision = s.built;
-}
-
-bool listHoldsSequence(const DelimiterDecision& s, const std::uint8_t* p, int length) {
-    if (!s.listHasWide) return false;
-    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
-        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
-    }
-    return false;
 }
 
 // The scanner's tests a to f for a character of more than one byte, asked
@@ -165,7 +144,7 @@ bool prepareDelimiterDecision(DelimiterDecision& s) {
 bool wideDelimiter(DelimiterDecision& s, const std::uint8_t* p, int length) {
     bool delimiter = false;
     if (!s.wideAsksHandle) {
-        delimiter = listHoldsSequence(s, p, length);
+        delimiter = s.listHasWide && listHoldsChar(s.list, s.listBytes, p, length);
     } else {
         delimiter = s.memo.remember(charKey(p, length), [&] { return wideDecisionFromHandle(s, p, length); });
     }

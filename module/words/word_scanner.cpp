@@ -7,6 +7,7 @@
 #include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/words/quote_parts.h"
 #include "module/words/word_range.h"
 
 namespace txscan {
@@ -18,12 +19,6 @@ namespace {
 constexpr char kDoubleQuoteText[] = "\"";
 constexpr char kApostropheText[] = "'";
 
-enum QuoteState : char {
-    kOutsideQuotes = ' ',
-    kInDoubleQuotes = 'D',
-    kInApostrophes = 'S',
-};
-
 // Everything one run needs besides its counters; lives on the run's stack.
 struct ScanContext {
     EncodingHandle* h;
@@ -33,8 +28,7 @@ struct ScanContext {
     HandleQuestions q;
     TextCursor doubleQuote;
     TextCursor apostrophe;
-    char quoteState;
-    std::int64_t quoteOpenedAt;
+    QuoteParts quotes;
 };
 
 template <std::size_t N>
@@ -50,26 +44,11 @@ bool isDelimiter(ScanContext& s, TextCursor* at, std::int64_t pos, bool quotes) 
     if (s.mods.has(kModK)) delimiter = !delimiter;
     if (!quotes || !s.mods.has(kModQ)) return delimiter;
 
-    const auto toggle = [&s, pos](char inside) {
-        if (s.quoteState == kOutsideQuotes) {
-            s.quoteState = inside;
-            s.quoteOpenedAt = pos;
-        } else if (s.quoteState == inside) {
-            s.quoteState = kOutsideQuotes;
-            s.quoteOpenedAt = -1;
-        }
-    };
-    if (enc::compareAt(s.h, &s.q.held.cursor, &s.doubleQuote, 1, kCompareExact) == 0) {
-        toggle(kInDoubleQuotes);
-        return false;
-    }
-    if (enc::compareAt(s.h, &s.q.held.cursor, &s.apostrophe, 1, kCompareExact) == 0) {
-        toggle(kInApostrophes);
-        return false;
-    }
-    // A search keeps delimiters inside quotes: only matches there are ignored.
-    if (s.quoteState != kOutsideQuotes && s.mode != kFindWord) return false;
-    return delimiter;
+    const QuoteKind quote =
+        enc::compareAt(s.h, &s.q.held.cursor, &s.doubleQuote, 1, kCompareExact) == 0   ? kDoubleQuoted
+        : enc::compareAt(s.h, &s.q.held.cursor, &s.apostrophe, 1, kCompareExact) == 0 ? kApostrophed
+                                                                                        : kNoQuote;
+    return s.quotes.decide(quote, pos, delimiter, s.mode == kFindWord);
 }
 
 // R on the search word: drop delimiters (by tests a to f and K, no quote
@@ -177,10 +156,7 @@ ScanOutcome runScan(ScanContext& s) {
                 const bool match = s.parsed.secondSet != 0 &&
                                    enc::compareAt(s.h, source, &s.parsed.second, secondChars, compareFlags) == 0;
                 if (match) {
-                    const bool insideQuotes = s.mods.has(kModQ) && step > 0 &&
-                                              s.quoteState != kOutsideQuotes && s.quoteOpenedAt >= 0 &&
-                                              pos > s.quoteOpenedAt;
-                    if (insideQuotes) {
+                    if (s.mods.has(kModQ) && step > 0 && s.quotes.holds(pos)) {
                         pos += step;
                         if (!moveTo(s, pos)) break;
                         continue;
@@ -340,8 +316,6 @@ std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHand
     ScanContext s{};
     s.h = h;
     s.mode = mode;
-    s.quoteState = kOutsideQuotes;
-    s.quoteOpenedAt = -1;
     interpretArguments(frame, h, *roles, &s.parsed, &s.mods, textWidth, mode);
     setupHandleQuestions(&s.q, h, s.mods, s.parsed.delimitersSet ? &s.parsed.delimiters : nullptr);
     if (s.mods.has(kModQ)) {

@@ -11,13 +11,13 @@
 #include <cstring>
 
 #include "module/charset/argument_interpreter.h"
-#include "module/charset/byte_classes.h"
 #include "module/charset/char_decision.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/module_state.h"
 #include "module/frame/workers.h"
 #include "module/words/delimiter_decision.h"
+#include "module/words/quote_parts.h"
 #include "module/words/word_roles.h"
 #include "module/words/word_scanner.h"
 
@@ -55,8 +55,6 @@ bool readText(const StringValue* value, Text* text) {
     return text->n == 0 || wellFormedUtf8(text->p, text->n);
 }
 
-enum QuoteState : char { kOutsideQuotes = ' ', kInDoubleQuotes = 'D', kInApostrophes = 'S' };
-
 // One call's reading and its walk state; lives on the call's stack.
 struct WordWalk {
     DelimiterDecision d;
@@ -67,8 +65,7 @@ struct WordWalk {
     std::int64_t wordChars;
     bool wordSet;
     bool caseless;
-    char quoteState;
-    std::int64_t quoteOpenedAt;
+    QuoteParts quotes;
     CaselessPairs pairs;        // caseless compares involving a wide character
 };
 
@@ -79,20 +76,8 @@ bool examine(WordWalk& w, std::int64_t pos, std::int64_t off) {
     const int length = charBytes(*p);
     const bool delimiter = delimiterAt(w.d, p, length);
     if (!w.d.mods.has(kModQ)) return delimiter;
-    if (length == 1 && isQuoteByte(*p)) {
-        const char inside = *p == '"' ? kInDoubleQuotes : kInApostrophes;
-        if (w.quoteState == kOutsideQuotes) {
-            w.quoteState = inside;
-            w.quoteOpenedAt = pos;
-        } else if (w.quoteState == inside) {
-            w.quoteState = kOutsideQuotes;
-            w.quoteOpenedAt = -1;
-        }
-        return false;
-    }
-    // A search keeps delimiters inside quotes: only matches there are ignored.
-    if (w.quoteState != kOutsideQuotes && w.mode != kFindWord) return false;
-    return delimiter;
+    const QuoteKind quote = length == 1 ? quoteKindOf(*p) : kNoQuote;
+    return w.quotes.decide(quote, pos, delimiter, w.mode == kFindWord);
 }
 
 // Whether two characters are the same ignoring case, as the handle's
@@ -235,9 +220,7 @@ Outcome walk(WordWalk& w, std::int64_t start) {
         if (finding) {
             const std::int64_t matched = matchAt(w, pos, off);
             if (matched >= 0) {
-                const bool insideQuotes = w.d.mods.has(kModQ) && step > 0 && w.quoteState != kOutsideQuotes &&
-                                          w.quoteOpenedAt >= 0 && pos > w.quoteOpenedAt;
-                if (insideQuotes) {
+                if (w.d.mods.has(kModQ) && step > 0 && w.quotes.holds(pos)) {
                     if (!advance()) break;
                     continue;
                 }
@@ -422,20 +405,13 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
         w->wordSet = true;
     }
 
-    const double* number = roles.start != 0 ? frame->number(static_cast<int>(roles.start)) : nullptr;
-    if (number != nullptr && !topBitsAllOnes(*number) && *number <= 2147483647.0) {
-        // A negative start has set B already.
-        const std::int64_t given = truncatedNumber(*number);
-        *start = given >= 0 ? given : (-given < w->sourceChars ? -given : w->sourceChars);
-    } else {
-        *start = mods.has(kModB) && w->sourceChars != 0 ? w->sourceChars : 1;
-    }
+    // A negative start has set B already.
+    *start = startPosition(frame, roles.start, mods.has(kModB), w->sourceChars);
 
     if (!prepareDelimiterDecision(w->d)) return false;
     w->mode = mode;
     w->caseless = mods.has(kModI);
-    w->quoteState = kOutsideQuotes;
-    w->quoteOpenedAt = -1;
+    w->quotes = QuoteParts{};
     if (w->caseless) w->pairs.clear();   // read by caseless compares only
     if (mode == kFindWord && mods.has(kModR) && w->wordSet) trimWord(*w);
     return true;
