@@ -29,24 +29,6 @@ const StringValue* presentString(const ArgumentFrame* frame, std::uint32_t k) {
     return k == 0 ? nullptr : frame->string(static_cast<int>(k));
 }
 
-// A numeric role's value, or false when the role is absent, the value is not
-// given, is missing (top 16 bits all ones) or lies above 2147483647.
-bool usableNumber(const ArgumentFrame* frame, std::uint32_t k, double* value) {
-    if (k == 0) return false;
-    const double* number = frame->number(static_cast<int>(k));
-    if (number == nullptr || topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
-    *value = *number;
-    return true;
-}
-
-// Truncation toward zero. Values far below any text length (down to minus
-// infinity) are held at -2^62 so that the conversion stays defined; no
-// answer changes, since every such start or count is beyond any text.
-std::int64_t truncated(double value) {
-    constexpr double kFloor = -4611686018427387904.0;
-    return static_cast<std::int64_t>(value < kFloor ? kFloor : value);
-}
-
 bool utf8Session(const EncodingHandle* h) { return h->encodingId == kEncodingIdUtf8; }
 
 const std::uint8_t* bytesOf(const StringValue* text) { return reinterpret_cast<const std::uint8_t*>(text->data); }
@@ -158,15 +140,10 @@ void interpretArguments(ArgumentFrame* frame, EncodingHandle* h, const ArgumentR
     }
 
     if (roles.count != 0) {
-        double value = 0;
-        if (usableNumber(frame, roles.count, &value)) {
-            out->count = truncated(value);
-            if (out->count < 0) {
-                modifiers->set(kModB);
-                out->count = -out->count;
-            }
-        } else {
-            out->count = 1;
+        out->count = 1;
+        if (usableNumber(frame, roles.count, &out->count) && out->count < 0) {
+            modifiers->set(kModB);
+            out->count = -out->count;
         }
     }
 
@@ -179,14 +156,27 @@ void interpretArguments(ArgumentFrame* frame, EncodingHandle* h, const ArgumentR
         out->secondSet = 1;
     }
 
-    out->start = modifiers->has(kModB) ? (out->sourceChars != 0 ? out->sourceChars : 1) : 1;
-    double value = 0;
-    if (usableNumber(frame, roles.start, &value)) out->start = truncated(value);
-    if (out->start < 0) {
-        modifiers->set(kModB);
-        const std::int64_t magnitude = -out->start;
-        out->start = magnitude < out->sourceChars ? magnitude : out->sourceChars;
-    }
+    bool negative = false;
+    out->start = startPosition(frame, roles.start, modifiers->has(kModB), out->sourceChars, &negative);
+    if (negative) modifiers->set(kModB);
+}
+
+bool usableNumber(const ArgumentFrame* frame, std::uint32_t k, std::int64_t* value) {
+    if (k == 0) return false;
+    const double* number = frame->number(static_cast<int>(k));
+    if (number == nullptr || topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
+    constexpr double kFloor = -4611686018427387904.0;
+    *value = static_cast<std::int64_t>(*number < kFloor ? kFloor : *number);
+    return true;
+}
+
+std::int64_t startPosition(const ArgumentFrame* frame, std::uint32_t k, bool backward, std::int64_t sourceChars,
+                           bool* negative) {
+    std::int64_t start = backward && sourceChars != 0 ? sourceChars : 1;
+    usableNumber(frame, k, &start);
+    if (start >= 0) return start;
+    if (negative != nullptr) *negative = true;
+    return -start < sourceChars ? -start : sourceChars;
 }
 
 }  // namespace txscan

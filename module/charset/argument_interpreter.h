@@ -46,14 +46,19 @@ struct ParsedArguments {
     std::int64_t secondChars;   // likewise
 };
 
-// A start or count truncated toward zero, as the interpreter reads it.
-// Values far below any text length (down to minus infinity) are held at
-// -2^62 so that the conversion stays defined; no answer changes, since
-// every such number lies beyond any text.
-inline std::int64_t truncatedNumber(double value) {
-    constexpr double kFloor = -4611686018427387904.0;
-    return static_cast<std::int64_t>(value < kFloor ? kFloor : value);
-}
+// A start or count argument as the interpreter reads it: false when the
+// role is absent (k is 0) or its value is not given, missing or above
+// 2147483647; otherwise the value truncated toward zero. Values far below
+// any text length (down to minus infinity) are held at -2^62 so that the
+// conversion stays defined; no answer changes, since every such number lies
+// beyond any text.
+bool usableNumber(const contract::ArgumentFrame* frame, std::uint32_t k, std::int64_t* value);
+
+// The start position of a source of `sourceChars` characters: the given
+// start (a negative one counts from the end, and sets *negative), else the
+// end when `backward` (1 for an empty source), else 1.
+std::int64_t startPosition(const contract::ArgumentFrame* frame, std::uint32_t k, bool backward,
+                           std::int64_t sourceChars, bool* negative = nullptr);
 
 // Fills `out` and `modifiers` from the call's arguments. `wide` is 0 on every
 // path of this module (texts in the session encoding, one unit per byte).

@@ -34,4 +34,7 @@ constexpr std::uint8_t byteClassMask(ModifierFlag letter) {
     return 0;
 }
 
+// The two quote characters of Q, single bytes in every session encoding.
+constexpr bool isQuoteByte(unsigned char c) { return c == '"' || c == '\''; }
+
 }  // namespace txscan

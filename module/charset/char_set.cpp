@@ -76,4 +76,12 @@ void negateSet(CharSet* set) {
     for (std::uint8_t& e : set->member) e ^= 1;
 }
 
+void buildByteSet(CharSet* set, std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless,
+                  bool negated) {
+    clearSet(set);
+    addByteClasses(set, classLetters);
+    if (list != nullptr) addListBytes(set, list, length, caseless);
+    if (negated) negateSet(set);
+}
+
 }  // namespace txscan

@@ -66,4 +66,10 @@ void addListBytes(CharSet* set, const char* list, std::int64_t length, bool case
 // Every entry e becomes 1 - e.
 void negateSet(CharSet* set);
 
+// The set every byte path builds from its class letters and list: the
+// classes, the list's bytes (under I their upcaseMap and lowcaseMap images),
+// and all of it turned round when negated.
+void buildByteSet(CharSet* set, std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless,
+                  bool negated);
+
 }  // namespace txscan

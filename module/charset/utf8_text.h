@@ -83,4 +83,13 @@ inline bool anyHighByte(const std::uint8_t* p, std::int64_t n) {
     return false;
 }
 
+// Whether a list holds the character of `length` bytes at p, compared on
+// the bytes (well-formed text has one spelling per character).
+inline bool listHoldsChar(const std::uint8_t* list, std::int64_t listBytes, const std::uint8_t* p, int length) {
+    for (std::int64_t i = 0; i + length <= listBytes; ++i) {
+        if (list[i] == p[0] && std::memcmp(list + i, p, static_cast<std::size_t>(length)) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace txscan

@@ -44,7 +44,17 @@ bool utf8Handles(NumericUtf8Worker utf8, ArgumentFrame* frame, double* number, E
     return h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, status);
 }
 
-template <NumericByteWorker bytes, NumericUtf8Worker utf8, NumericMultiByteWorker multiByte>
+// The word workers' multi-byte paths also take the call's record.
+std::int32_t runMultiByte(NumericMultiByteWorker worker, ArgumentFrame* frame, double* number, EncodingHandle* h,
+                          PerCallRecord*) {
+    return worker(frame, number, h, 0);
+}
+std::int32_t runMultiByte(WordMultiByteWorker worker, ArgumentFrame* frame, double* number, EncodingHandle* h,
+                          PerCallRecord* record) {
+    return worker(frame, number, h, 0, record);
+}
+
+template <NumericByteWorker bytes, NumericUtf8Worker utf8, auto multiByte>
 std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
     auto* number = static_cast<double*>(result);
     if (frame->string(1) == nullptr) {
@@ -55,21 +65,7 @@ std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* r
     if (!firstArgumentIsMultiByte(frame, h)) return bytes(frame, number);
     std::int32_t status = kStatusOk;
     if (utf8Handles(utf8, frame, number, h, &status)) return status;
-    return multiByte(frame, number, h, 0);
-}
-
-template <NumericByteWorker bytes, NumericUtf8Worker utf8, WordMultiByteWorker multiByte>
-std::int32_t wordAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
-    auto* number = static_cast<double*>(result);
-    if (frame->string(1) == nullptr) {
-        *number = 0.0;
-        return kStatusOk;
-    }
-    EncodingHandle* h = handleOf(record);
-    if (!firstArgumentIsMultiByte(frame, h)) return bytes(frame, number);
-    std::int32_t status = kStatusOk;
-    if (utf8Handles(utf8, frame, number, h, &status)) return status;
-    return multiByte(frame, number, h, 0, record);
+    return runMultiByte(multiByte, frame, number, h, record);
 }
 
 std::int32_t scanFunctionAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
@@ -102,7 +98,7 @@ std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<countCharBytes, countCharUtf8, countCharMultiByte>>(frame, result);
 }
 std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
-    return entry<wordAdapter<countWordsBytes, countWordsUtf8, countWordsMultiByte>>(frame, result);
+    return entry<numericAdapter<countWordsBytes, countWordsUtf8, countWordsMultiByte>>(frame, result);
 }
 std::int32_t kfindEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<findBytes, findUtf8, findMultiByte>>(frame, result);
@@ -111,7 +107,7 @@ std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<findCharBytes, findCharUtf8, findCharMultiByte>>(frame, result);
 }
 std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
-    return entry<wordAdapter<findWordBytes, findWordUtf8, findWordMultiByte>>(frame, result);
+    return entry<numericAdapter<findWordBytes, findWordUtf8, findWordMultiByte>>(frame, result);
 }
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     return entry<scanFunctionAdapter>(frame, result);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "module/charset/wide_classes.h"
 #include "module/frame/host_call.h"
 #include "module/rng/stream.h"
 
@@ -14,8 +15,6 @@ using namespace contract;
 
 namespace {
 
-constexpr char kDefaultDelimiters[] = " .<(+&!$*);^-/,%|";
-static_assert(sizeof(kDefaultDelimiters) - 1 == 17);
 constexpr std::uint64_t kEmptyMarkBits = 0xC00921FB54442D18ull;  // -3.141592653589793
 
 void** slotTable(void* callContext) { return static_cast<CallContext*>(callContext)->slots; }
@@ -62,7 +61,7 @@ std::int32_t buildFunctionEnvironment(void* callContext) {
     if (record->defaultDelimiters == nullptr) {
         auto* delimiters = static_cast<std::uint8_t*>(poolAllocate(pool, 256, kPoolModuleZeroed));
         if (delimiters == nullptr) return kEnvironmentNoMemory;
-        for (const char c : std::string_view(kDefaultDelimiters)) delimiters[static_cast<unsigned char>(c)] = 1;
+        for (const char c : std::string_view(kDefaultDelimiterText)) delimiters[static_cast<unsigned char>(c)] = 1;
         record->defaultDelimiters = delimiters;
     }
     record->spareTable = static_cast<std::uint8_t*>(poolAllocate(pool, 256, kPoolModuleZeroed));

@@ -3,8 +3,6 @@
 // call site under modifier O, and the source is scanned against it. A list of
 // a few bytes with no class letters, negation or caching is scanned for its
 // bytes directly, with no set to build.
-#include <cstring>
-
 #include "module/charset/cached_set.h"
 #include "module/charset/char_set.h"
 #include "module/charset/letter_table.h"
@@ -30,13 +28,10 @@ constexpr std::int64_t kShortSource = 100;
 
 // Cached records: KFINDC keeps direction and trim flag before its set,
 // KCOUNTC only the trim flag.
-constexpr std::int64_t kFindCharRecordBytes = 258;
-constexpr int kFindCharDirection = 0;
-constexpr int kFindCharTrim = 1;
-constexpr int kFindCharSet = 2;
-constexpr std::int64_t kCountCharRecordBytes = 257;
-constexpr int kCountCharTrim = 0;
-constexpr int kCountCharSet = 1;
+enum FindCharFlag { kFindCharDirection, kFindCharTrim, kFindCharFlags };
+enum CountCharFlag { kCountCharTrim, kCountCharFlags };
+using FindCharRecord = CachedRecord<kFindCharFlags>;
+using CountCharRecord = CachedRecord<kCountCharFlags>;
 
 struct Bytes {
     const char* data;
@@ -80,8 +75,7 @@ std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
         return static_cast<std::int32_t>(i + 1);
     }
     CharSet set;
-    clearSet(&set);
-    addListBytes(&set, list.data, list.length, false);
+    buildByteSet(&set, 0, list.data, list.length, false, false);
     return firstInSet(unsignedBytes(source.data), static_cast<std::int32_t>(source.length), set.member) + 1;
 }
 
@@ -114,13 +108,13 @@ std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
 
     // A reusing call searches in the direction the record was built with:
     // its own negative start narrows the region but does not turn it round.
-    if (const std::uint8_t* cached = cachedSetOf(frame)) {
-        region.leftwards = cached[kFindCharDirection] != 0;
-        if (cached[kFindCharTrim]) {
+    if (const FindCharRecord* cached = cachedRecordOf<kFindCharFlags>(frame)) {
+        region.leftwards = cached->flag[kFindCharDirection] != 0;
+        if (cached->flag[kFindCharTrim]) {
             region.length = static_cast<std::int32_t>(
                 trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
         }
-        *result = searchRegion(region, cached + kFindCharSet);
+        *result = searchRegion(region, cached->set.member);
         return kStatusOk;
     }
 
@@ -152,18 +146,10 @@ std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
     }
 
     CharSet set;
-    clearSet(&set);
-    addByteClasses(&set, modifiers.classLetters);
-    addListBytes(&set, list.data, list.length, flags.has(kModI));
-    if (negated) negateSet(&set);
-
+    buildByteSet(&set, modifiers.classLetters, list.data, list.length, flags.has(kModI), negated);
     if (caching) {
-        std::uint8_t* record = allocateCachedSet(frame, kFindCharRecordBytes);
-        if (record == nullptr) return kStatusNoMemory;
-        record[kFindCharDirection] = region.leftwards ? 1 : 0;
-        record[kFindCharTrim] = flags.has(kModT) ? 1 : 0;
-        std::memcpy(record + kFindCharSet, set.member, sizeof set.member);
-        keepCachedSet(frame, record);
+        const std::uint8_t kept[kFindCharFlags] = {region.leftwards, flags.has(kModT)};
+        if (keepRecord(frame, kept, set) == nullptr) return kStatusNoMemory;
     }
     *result = searchRegion(region, set.member);
     return kStatusOk;
@@ -178,9 +164,9 @@ std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
         return kStatusOk;
     }
     std::int64_t length = source.length;
-    if (const std::uint8_t* cached = cachedSetOf(frame)) {
-        if (cached[kCountCharTrim]) length = trimTrailingBlanks(source.data, length);
-        *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, cached + kCountCharSet));
+    if (const CountCharRecord* cached = cachedRecordOf<kCountCharFlags>(frame)) {
+        if (cached->flag[kCountCharTrim]) length = trimTrailingBlanks(source.data, length);
+        *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, cached->set.member));
         return kStatusOk;
     }
 
@@ -225,16 +211,10 @@ std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
     }
 
     CharSet set;
-    clearSet(&set);
-    addByteClasses(&set, modifiers.classLetters);
-    addListBytes(&set, list.data, list.length, flags.has(kModI));
-    if (negated) negateSet(&set);
+    buildByteSet(&set, modifiers.classLetters, list.data, list.length, flags.has(kModI), negated);
     if (caching) {
-        std::uint8_t* record = allocateCachedSet(frame, kCountCharRecordBytes);
-        if (record == nullptr) return kStatusNoMemory;
-        record[kCountCharTrim] = flags.has(kModT) ? 1 : 0;
-        std::memcpy(record + kCountCharSet, set.member, sizeof set.member);
-        keepCachedSet(frame, record);
+        const std::uint8_t kept[kCountCharFlags] = {flags.has(kModT)};
+        if (keepRecord(frame, kept, set) == nullptr) return kStatusNoMemory;
     }
     *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, set.member));
     return kStatusOk;

@@ -2,7 +2,7 @@
 // (countCharMultiByte): each source character is tested against the list
 // and the class letters through the session's EncodingHandle.
 #include "module/charset/argument_interpreter.h"
-#include "module/charset/wide_classes.h"
+#include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/search/search_region.h"
@@ -14,63 +14,28 @@ using namespace contract;
 
 namespace {
 
-// The classes in the order they are asked.
-constexpr ModifierFlag kClassOrder[] = {kModU, kModL, kModA, kModC, kModD, kModG, kModP,
-                                        kModS, kModW, kModX, kModF, kModN, kModH};
-
 struct Membership {
     EncodingHandle* h;
     ParsedArguments* parsed;
-    const ModifierSet* modifiers;
-    WideClassLists lists;
-    CharBufferCursor held;
+    bool negated;
+    HandleQuestions questions;
 };
 
 void setupMembership(Membership* m, EncodingHandle* h, ParsedArguments* parsed, const ModifierSet* modifiers) {
     m->h = h;
     m->parsed = parsed;
-    m->modifiers = modifiers;
-    setupWideClassLists(h, *modifiers, &m->lists);
-    setupCharCursor(h, &m->held);
+    m->negated = modifiers->has(kModV);
+    setupHandleQuestions(&m->questions, h, *modifiers, parsed->listSet ? &parsed->list : nullptr);
 }
 
 // Whether the character at the source cursor belongs to the set: the list
-// decides first (as given, then in its other case under I); only a character
-// the list does not hold is tested against the classes.
+// decides first; only a character the list does not hold is tested further.
 bool isMember(Membership* m) {
-    EncodingHandle* h = m->h;
-    const ModifierSet& modifiers = *m->modifiers;
-    const bool negated = modifiers.has(kModV);
-    TextCursor* held = &m->held.cursor;
+    TextCursor* held = &m->questions.held.cursor;
     TextCursor* source = &m->parsed->source;
-    enc::currentChar(h, source, held);
-    const bool hasList = m->parsed->listSet != 0;
-    if (hasList && enc::findChar(h, &m->parsed->list, held) >= 0) return !negated;
-
-    const bool upper = enc::caseTest(h, held, kIsUpper);
-    const bool lower = enc::caseTest(h, held, kIsLower);
-    if (hasList && modifiers.has(kModI) && (upper || lower)) {
-        if (upper) {
-            enc::toLowerChar(h, held);
-        } else {
-            enc::toUpperChar(h, held);
-        }
-        if (enc::findChar(h, &m->parsed->list, held) >= 0) return !negated;
-    }
-
-    bool inClass = false;
-    for (ModifierFlag letter : kClassOrder) {
-        if (!modifiers.has(letter)) continue;
-        if (letter == kModU) {
-            inClass = upper;
-        } else if (letter == kModL) {
-            inClass = lower;
-        } else {
-            inClass = wideClassHolds(h, letter, &m->lists, source, held);
-        }
-        if (inClass) break;
-    }
-    return inClass != negated;
+    enc::currentChar(m->h, source, held);
+    const bool listed = m->parsed->listSet != 0 && enc::findChar(m->h, &m->parsed->list, held) >= 0;
+    return (listed || memberBeyondListFromHandle(m->questions, source, held)) != m->negated;
 }
 
 bool hasCharacters(const ArgumentFrame* frame, int k) {

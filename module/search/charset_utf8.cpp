@@ -12,7 +12,7 @@
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/byte_classes.h"
 #include "module/charset/utf8_text.h"
-#include "module/charset/wide_classes.h"
+#include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/search/search_region.h"
@@ -29,18 +29,6 @@ namespace {
 struct AsciiTable {
     std::uint8_t has[128];
 };
-constexpr AsciiTable asciiTableOf(const char* text) {
-    AsciiTable t{};
-    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p) & 0x7F] = 1;
-    return t;
-}
-constexpr AsciiTable kNameStart = asciiTableOf(kNameStartText);
-constexpr AsciiTable kNameChars = asciiTableOf(kNameCharsText);
-constexpr AsciiTable kExtraPunct = asciiTableOf(kExtraPunctText);
-
-// The classes in the order they are asked.
-constexpr ModifierFlag kClassOrder[] = {kModU, kModL, kModA, kModC, kModD, kModG, kModP,
-                                        kModS, kModW, kModX, kModF, kModN, kModH};
 
 // The classes asked of the source character itself (the others look at the
 // held character, which a caseless list may have folded).
@@ -70,18 +58,11 @@ struct Utf8Set {
     std::uint8_t sourceMask;    // classTable bits of the classes asked of the source character
     // Handle-side state for characters of more than one byte.
     bool handleReady;
-    WideClassLists classLists;
-    CharBufferCursor held;
-    std::uint32_t memoKey[64];
-    std::uint8_t memoValue[64];
+    HandleQuestions questions;
+    CharMemo<64> memo;
 };
 
-bool anyClass(const ModifierSet& m) {
-    for (ModifierFlag letter : kClassOrder) {
-        if (m.has(letter)) return true;
-    }
-    return false;
-}
+bool anyClass(const ModifierSet& m) { return m.has(kModU) || m.has(kModL) || anyClassLetter(m); }
 
 // The handle path's membership of an ASCII character, from the byte tables.
 // The classes are asked one after another there, without side effects, so
@@ -102,9 +83,9 @@ bool asciiMember(const Utf8Set& s, unsigned c) {
     const bool heldAscii = held < 0x80;
     const bool inClass = (classes[c] & s.sourceMask) != 0 || (m.has(kModU) && upper) || (m.has(kModL) && lower) ||
                          (m.has(kModP) && ((classes[held] & byteClassMask(kModP)) != 0 ||
-                                           (heldAscii && kExtraPunct.has[held]))) ||
-                         (m.has(kModF) && heldAscii && kNameStart.has[held]) ||
-                         (m.has(kModN) && heldAscii && kNameChars.has[held]) || (m.has(kModH) && held == '\t');
+                                           (heldAscii && kExtraPunctBytes.has[held]))) ||
+                         (m.has(kModF) && heldAscii && kNameStartBytes.has[held]) ||
+                         (m.has(kModN) && heldAscii && kNameCharBytes.has[held]) || (m.has(kModH) && held == '\t');
     return inClass != negated;
 }
 
@@ -130,64 +111,27 @@ void buildByteTable(Utf8Set* s) {
     std::memset(s->table + 0xC0, wideAlike ? (s->modifiers.has(kModV) ? 1 : 0) : kAskWide, 0x40);
 }
 
-bool listHoldsSequence(const Utf8Set& s, const std::uint8_t* p, int length) {
-    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
-        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
-    }
-    return false;
-}
-
 // The handle path's steps after the list lookup, asked of the handle for a
-// character of more than one byte; V not applied.
+// character of more than one byte; V not applied. The character's own bytes
+// serve as the held character until a fold needs the buffer.
 bool wideInSetFromHandle(Utf8Set* s, const std::uint8_t* p, int length) {
     EncodingHandle* h = s->h;
     if (!s->handleReady) {
-        setupWideClassLists(h, s->modifiers, &s->classLists);
-        setupCharCursor(h, &s->held);
+        setupHandleQuestions(&s->questions, h, s->modifiers, s->parsed.listSet ? &s->parsed.list : nullptr);
         s->handleReady = true;
     }
-    const ModifierSet& m = s->modifiers;
-    // The character's own bytes serve as the held character until a fold
-    // needs the buffer; the case tests asked are those that can decide.
     TextCursor at;
     setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
-    TextCursor* held = &at;
-    const bool caselessList = s->list != nullptr && m.has(kModI);
-    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, held, kIsUpper);
-    const bool lower = (caselessList || m.has(kModL)) && enc::caseTest(h, held, kIsLower);
-    if (caselessList && (upper || lower)) {
-        held = &s->held.cursor;
-        enc::currentChar(h, &at, held);
-        if (upper) {
-            enc::toLowerChar(h, held);
-        } else {
-            enc::toUpperChar(h, held);
-        }
-        if (enc::findChar(h, &s->parsed.list, held) >= 0) return true;
-    }
-    for (ModifierFlag letter : kClassOrder) {
-        if (!m.has(letter)) continue;
-        const bool inClass = letter == kModU   ? upper
-                             : letter == kModL ? lower
-                                               : wideClassHolds(h, letter, &s->classLists, &at, held);
-        if (inClass) return true;
-    }
-    return false;
+    return memberBeyondListFromHandle(s->questions, &at, &at);
 }
 
 bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
     const bool negated = s->modifiers.has(kModV);
-    if (s->listHasWide && listHoldsSequence(*s, p, length)) return !negated;
+    if (s->listHasWide && listHoldsChar(s->list, s->listBytes, p, length)) return !negated;
     // The fixed lists of F, N and H are ASCII: without a case or class
     // question nothing but the list can hold a wide character.
     if (!s->wideAsksHandle) return negated;
-    const std::uint32_t key = utf8Key(p, length);
-    const std::uint32_t slot = (key ^ key >> 7 ^ key >> 17) & 63;
-    if (s->memoKey[slot] != key) {
-        s->memoKey[slot] = key;
-        s->memoValue[slot] = wideInSetFromHandle(s, p, length);
-    }
-    return (s->memoValue[slot] != 0) != negated;
+    return s->memo.remember(charKey(p, length), [&] { return wideInSetFromHandle(s, p, length); }) != negated;
 }
 
 // Reads the call as the handle-walking path does; false when the source or
@@ -213,13 +157,13 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
 void prepare(Utf8Set* s) {
     const ModifierSet& m = s->modifiers;
     s->listHasWide = anyHighByte(s->list, s->listBytes);
-    bool caseOrClass = s->list != nullptr && m.has(kModI);
-    for (ModifierFlag letter : kClassOrder) {
+    bool caseOrClass = (s->list != nullptr && m.has(kModI)) || m.has(kModU) || m.has(kModL);
+    for (ModifierFlag letter : kClassLetters) {
         if (letter != kModF && letter != kModN && letter != kModH && m.has(letter)) caseOrClass = true;
     }
     s->wideAsksHandle = caseOrClass;
     s->handleReady = false;
-    if (caseOrClass) std::memset(s->memoKey, 0, sizeof s->memoKey);
+    if (caseOrClass) s->memo.clear();
     buildByteTable(s);
 }
 

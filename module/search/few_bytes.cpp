@@ -6,9 +6,7 @@
 // compares a window.
 #include "module/search/few_bytes.h"
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
+#include "module/charset/byte_vectors.h"
 
 namespace txscan {
 
@@ -91,8 +89,6 @@ __attribute__((target("avx2,popcnt"))) std::int64_t countAvx2(const std::uint8_t
     const std::int64_t seen = i - (length - 2 * kWindow);
     return count + __builtin_popcount(n.hitsAt(data + length - 2 * kWindow) >> seen);
 }
-
-bool haveAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
 
 #endif
 

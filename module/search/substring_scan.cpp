@@ -10,9 +10,7 @@
 
 #include <cstring>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
+#include "module/charset/byte_vectors.h"
 
 #include "module/frame/module_state.h"
 
@@ -76,8 +74,6 @@ std::int64_t backwardPlain(const std::uint8_t* t, std::int64_t lastAlign, const 
 #if defined(__x86_64__)
 
 constexpr std::int64_t kBlock = 32;
-
-bool haveAvx2() { return __builtin_cpu_supports("avx2"); }
 
 // The bytes that upcaseMap folds onto the same byte as the pattern's first
 // and last bytes, found in one pass over the map: each end byte and its other

@@ -8,6 +8,7 @@
 // Malformed text in the source or the search text is left to the handle.
 #include <cstring>
 
+#include "module/charset/char_decision.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
@@ -34,8 +35,7 @@ struct Utf8Search {
     ModifierSet modifiers;
     Utf8Source source;
     Text needle;   // the secondChars characters that are searched for
-    std::uint64_t pairKey[64];
-    std::uint8_t pairSame[64];
+    CaselessPairs pairs;   // caseless compares involving a wide character
 };
 
 // Reads the call as the handle-walking path does; false when its text is not
@@ -48,7 +48,7 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
         const auto* data = reinterpret_cast<const std::uint8_t*>(s->parsed.second.text);
         s->needle = {data, utf8OffsetOf(data, s->parsed.second.length, s->parsed.secondChars)};
     }
-    if (s->modifiers.has(kModI)) std::memset(s->pairKey, 0, sizeof s->pairKey);
+    if (s->modifiers.has(kModI)) s->pairs.clear();
     return true;
 }
 
@@ -61,20 +61,7 @@ std::int64_t sourceOffset(const Utf8Search& s, std::int64_t index) {
 
 bool sameCaseless(Utf8Search* s, const std::uint8_t* a, const std::uint8_t* b) {
     if ((a[0] | b[0]) < 0x80) return host().lowcaseMap[a[0]] == host().lowcaseMap[b[0]];
-    const int la = utf8SequenceBytes(a[0]);
-    const int lb = utf8SequenceBytes(b[0]);
-    if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
-    const std::uint64_t key = static_cast<std::uint64_t>(utf8Key(a, la)) << 32 | utf8Key(b, lb);
-    const std::uint32_t slot = static_cast<std::uint32_t>(key ^ key >> 29 ^ key >> 41) & 63;
-    if (s->pairKey[slot] == key) return s->pairSame[slot] != 0;
-    TextCursor textChar;
-    TextCursor searchChar;
-    setupCursor(s->h, &textChar, reinterpret_cast<const char*>(a), la);
-    setupCursor(s->h, &searchChar, reinterpret_cast<const char*>(b), lb);
-    const bool same = enc::compareAt(s->h, &textChar, &searchChar, 1, kCompareCaseless) == 0;
-    s->pairKey[slot] = key;
-    s->pairSame[slot] = same;
-    return same;
+    return s->pairs.sameChar(s->h, a, utf8SequenceBytes(a[0]), b, utf8SequenceBytes(b[0]));
 }
 
 // The byte offset just past a caseless match at byte offset `off` (the text

@@ -18,17 +18,6 @@ bool wellFormedArgument(const ArgumentFrame* frame, std::uint32_t k) {
            utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(value->data), value->length) >= 0;
 }
 
-// The start argument's value as the interpreter takes it: not given,
-// missing or above 2147483647 is unusable; held at -2^62 below.
-bool usableStart(const ArgumentFrame* frame, std::uint32_t k, std::int64_t* start) {
-    if (k == 0) return false;
-    const double* number = frame->number(static_cast<int>(k));
-    if (number == nullptr || topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
-    constexpr double kFloor = -4611686018427387904.0;
-    *start = static_cast<std::int64_t>(*number < kFloor ? kFloor : *number);
-    return true;
-}
-
 // Characters without trailing blanks. Whether a wide character just before
 // the blanks is a blank as well only the handle knows.
 std::int64_t trimmedCharacters(EncodingHandle* h, const Utf8Source& s) {
@@ -57,14 +46,8 @@ bool readUtf8Call(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
     interpretArguments(frame, h, others, parsed, modifiers, 0, kind);
     parsed->sourceChars = modifiers->has(kModT) ? trimmedCharacters(h, *source) : source->characters;
 
-    // The interpreter's start rule: a B among the modifiers starts at the
-    // end; a negative start (which has set B) counts from the end.
-    std::int64_t start = 0;
-    if (!usableStart(frame, roles.start, &start)) {
-        start = modifiers->has(kModB) ? (parsed->sourceChars != 0 ? parsed->sourceChars : 1) : 1;
-    }
-    if (start < 0) start = -start < parsed->sourceChars ? -start : parsed->sourceChars;
-    parsed->start = start;
+    // The interpreter's start rule on this count (a negative start has set B).
+    parsed->start = startPosition(frame, roles.start, modifiers->has(kModB), parsed->sourceChars);
     return true;
 }
 

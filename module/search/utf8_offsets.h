@@ -36,12 +36,4 @@ inline std::int64_t utf8PreviousStart(const std::uint8_t* p, std::int64_t end) {
 // Bytes of the well-formed sequence led by b.
 inline int utf8SequenceBytes(std::uint8_t b) { return b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4; }
 
-// A character's bytes packed into one word: a memo key, never 0 for a
-// character of more than one byte.
-inline std::uint32_t utf8Key(const std::uint8_t* p, int length) {
-    std::uint32_t key = 0;
-    for (int i = 0; i < length; ++i) key = key << 8 | p[i];
-    return key;
-}
-
 }  // namespace txscan

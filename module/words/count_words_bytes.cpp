@@ -2,8 +2,7 @@
 // from the call site's cache, from the function environment's defaults, or
 // is built from the delimiter list and the modifiers; counting is a table
 // lookup per byte, vectorised where no quote needs pairing.
-#include <cstring>
-
+#include "module/charset/byte_classes.h"
 #include "module/charset/cached_set.h"
 #include "module/charset/char_set.h"
 #include "module/charset/letter_table.h"
@@ -30,18 +29,9 @@ struct CountFlags {
     bool trim;         // T
 };
 
-// The site's cached set, as the first call with O left it.
-struct CountWordsCache {
-    std::uint8_t backward;
-    std::uint8_t emptyWords;
-    std::uint8_t quotes;
-    std::uint8_t trim;
-    CharSet set;   // after K
-};
-static_assert(sizeof(CountWordsCache) == 260);
-static_assert(offsetof(CountWordsCache, set) == 4);
-
-bool isQuote(std::uint8_t c) { return c == '"' || c == '\''; }
+// The site's cached set (after K), as the first call with O left it.
+enum CountWordsFlag { kCachedBackward, kCachedEmptyWords, kCachedQuotes, kCachedTrim, kCountWordsFlags };
+using CountWordsCache = CachedRecord<kCountWordsFlags>;
 
 // Counting under Q, in the direction of `step`: a quote byte outside a
 // quoted part opens one that ends at the next equal byte not doubled; all
@@ -54,7 +44,7 @@ std::int64_t countQuoted(const std::uint8_t* data, std::int64_t length, const st
     const auto inside = [length](std::int64_t k) { return k >= 0 && k < length; };
     for (std::int64_t i = step > 0 ? 0 : length - 1; inside(i);) {
         const std::uint8_t c = data[i];
-        if (isQuote(c)) {
+        if (isQuoteByte(c)) {
             if (!inWord) ++words;
             inWord = true;
             std::int64_t j = i + step;
@@ -116,9 +106,9 @@ std::int32_t countWordsBytes(ArgumentFrame* frame, double* result) {
     }
 
     if (frame->argCount >= 3) {
-        if (const auto* cache = reinterpret_cast<const CountWordsCache*>(cachedSetOf(frame))) {
-            const CountFlags flags{cache->backward != 0, cache->emptyWords != 0, cache->quotes != 0,
-                                   cache->trim != 0};
+        if (const CountWordsCache* cache = cachedRecordOf<kCountWordsFlags>(frame)) {
+            const CountFlags flags{cache->flag[kCachedBackward] != 0, cache->flag[kCachedEmptyWords] != 0,
+                                   cache->flag[kCachedQuotes] != 0, cache->flag[kCachedTrim] != 0};
             if (flags.trim) length = trimTrailingBlanks(reinterpret_cast<const char*>(source), length);
             return storeCount(result, countWithSet(source, length, cache->set.member, flags));
         }
@@ -142,26 +132,15 @@ std::int32_t countWordsBytes(ArgumentFrame* frame, double* result) {
         if (list != nullptr) listLength = trimTrailingBlanks(list->data, listLength);
     }
 
-    CharSet built;
-    clearSet(&built);
-    addByteClasses(&built, modifiers.classLetters);
     // A null list adds nothing; the default delimiters are not used then.
-    if (list != nullptr) addListBytes(&built, list->data, listLength, m.has(kModI));
-    if (m.has(kModK)) negateSet(&built);
-
-    const CharSet* set = &built;
+    CharSet set;
+    buildByteSet(&set, modifiers.classLetters, list != nullptr ? list->data : nullptr, listLength, m.has(kModI),
+                 m.has(kModK));
     if (m.has(kModO) && siteMayCache(frame)) {
-        auto* cache = reinterpret_cast<CountWordsCache*>(allocateCachedSet(frame, sizeof(CountWordsCache)));
-        if (cache == nullptr) return kStatusNoMemory;
-        cache->backward = flags.backward;
-        cache->emptyWords = flags.emptyWords;
-        cache->quotes = flags.quotes;
-        cache->trim = flags.trim;
-        std::memcpy(&cache->set, &built, sizeof built);
-        keepCachedSet(frame, reinterpret_cast<std::uint8_t*>(cache));
-        set = &cache->set;
+        const std::uint8_t kept[kCountWordsFlags] = {flags.backward, flags.emptyWords, flags.quotes, flags.trim};
+        if (keepRecord(frame, kept, set) == nullptr) return kStatusNoMemory;
     }
-    return storeCount(result, countWithSet(source, length, set->member, flags));
+    return storeCount(result, countWithSet(source, length, set.member, flags));
 }
 
 }  // namespace txscan

@@ -15,28 +15,11 @@ using namespace contract;
 
 namespace {
 
-constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
-
-// Membership of a byte in a constant text, as a 256-entry table.
-struct ByteTable {
-    std::uint8_t has[256];
-};
-constexpr ByteTable tableOf(const char* text) {
-    ByteTable t{};
-    for (const char* p = text; *p != '\0'; ++p) t.has[static_cast<unsigned char>(*p)] = 1;
-    return t;
-}
-constexpr ByteTable kDefaultDelimiters = tableOf(kDefaultDelimiterText);
-constexpr ByteTable kNameStart = tableOf(kNameStartText);
-constexpr ByteTable kNameChars = tableOf(kNameCharsText);
-constexpr ByteTable kExtraPunct = tableOf(kExtraPunctText);
 constexpr ByteTable kNoDelimiters{};
 
 // Class letters whose byte test looks at the character itself (P, F, N and
 // H look at it after any caseless folding).
 constexpr ModifierFlag kSelfClassLetters[] = {kModA, kModC, kModD, kModG, kModS, kModW, kModX};
-constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
-                                          kModF, kModN, kModH};
 
 // What a call's modifiers ask of a one-byte character, settled once so
 // that the table of 128 or 256 decisions is a tight loop.
@@ -79,7 +62,7 @@ ByteQuestions questionsOf(const ModifierSet& m, bool hasList) {
 // nothing: each is a plain question, and the first that holds decides.
 bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned c) {
     const std::uint8_t* classes = q.classes;
-    if (listHas[c] || (q.defaults && kDefaultDelimiters.has[c]) || (classes[c] & q.classMask) != 0) return true;
+    if (listHas[c] || (q.defaults && kDefaultDelimiterBytes.has[c]) || (classes[c] & q.classMask) != 0) return true;
     unsigned held = c;
     if (q.askUpper || q.askLower) {
         const bool upper = q.askUpper && (classes[c] & kClassUpper) != 0;
@@ -91,17 +74,14 @@ bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned 
         if ((upper && q.upperCounts) || (lower && q.lowerCounts)) return true;
     }
     if (!q.heldTests) return false;
-    return (q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunct.has[held])) ||
-           (q.nameStart && kNameStart.has[held]) || (q.nameChars && kNameChars.has[held]) ||
+    return (q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunctBytes.has[held])) ||
+           (q.nameStart && kNameStartBytes.has[held]) || (q.nameChars && kNameCharBytes.has[held]) ||
            (q.tab && held == '\t');
 }
 
 // Whether a case or class question decides anything (I only with a list).
 bool anyCaseOrClass(const ModifierSet& m, bool hasList) {
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter)) return true;
-    }
-    return m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
+    return anyClassLetter(m) || m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
 }
 
 void buildByteDecisions(DelimiterDecision& s) {
@@ -110,14 +90,14 @@ void buildByteDecisions(DelimiterDecision& s) {
     const bool hasList = s.list != nullptr;
     if (!anyCaseOrClass(m, hasList) && !hasList && !m.has(kModK)) {
         // The commonest call of all needs no table of its own.
-        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has : kNoDelimiters.has;
+        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has : kNoDelimiters.has;
         return;
     }
     std::uint8_t listHas[256] = {};
     for (std::int64_t i = 0; i < s.listBytes; ++i) listHas[s.list[i]] = 1;
     if (!anyCaseOrClass(m, hasList)) {
         for (int c = 0; c < 256; ++c) {
-            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiters.has[c] : 0);
+            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has[c] : 0);
         }
     } else {
         const ByteQuestions q = questionsOf(m, hasList);
@@ -129,58 +109,25 @@ void buildByteDecisions(DelimiterDecision& s) {
     s.decision = s.built;
 }
 
-bool listHoldsSequence(const DelimiterDecision& s, const std::uint8_t* p, int length) {
-    if (!s.listHasWide) return false;
-    for (std::int64_t i = 0; i + length <= s.listBytes; ++i) {
-        if (s.list[i] == p[0] && std::memcmp(s.list + i, p, static_cast<std::size_t>(length)) == 0) return true;
-    }
-    return false;
-}
-
 // The scanner's tests a to f for a character of more than one byte, asked
 // of the handle as the scanner asks them.
 bool wideDecisionFromHandle(DelimiterDecision& s, const std::uint8_t* p, int length) {
     EncodingHandle* h = s.h;
     if (!s.handleReady) {
-        setupWideClassLists(h, s.mods, &s.classLists);
-        if (s.mods.has(kModDefaultDelimiters)) {
-            setupCursor(h, &s.defaultList, kDefaultDelimiterText, sizeof kDefaultDelimiterText - 1);
-        }
-        setupCharCursor(h, &s.held);
+        setupHandleQuestions(&s.questions, h, s.mods, s.parsed.delimitersSet ? &s.parsed.delimiters : nullptr);
         s.handleReady = true;
     }
     TextCursor at;
     setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
-    enc::currentChar(h, &at, &s.held.cursor);
-    TextCursor* list = &s.parsed.delimiters;
-    const bool hasList = s.parsed.delimitersSet != 0;
-    if (hasList && enc::findChar(h, list, &s.held.cursor) >= 0) return true;
-    const ModifierSet& m = s.mods;
-    const bool caselessList = hasList && m.has(kModI);
-    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, &s.held.cursor, kIsUpper);
-    const bool lower = !upper && (caselessList || m.has(kModL)) && enc::caseTest(h, &s.held.cursor, kIsLower);
-    if (caselessList && (upper || lower)) {
-        if (upper) {
-            enc::toLowerChar(h, &s.held.cursor);
-        } else {
-            enc::toUpperChar(h, &s.held.cursor);
-        }
-        if (enc::findChar(h, list, &s.held.cursor) >= 0) return true;
-    }
-    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
-    if (m.has(kModDefaultDelimiters) && enc::findChar(h, &s.defaultList, &s.held.cursor) >= 0) return true;
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter) && wideClassHolds(h, letter, &s.classLists, &at, &s.held.cursor)) return true;
-    }
-    return false;
+    enc::currentChar(h, &at, &s.questions.held.cursor);
+    return delimiterFromHandle(s.questions, &at);
 }
-
 
 }  // namespace
 
 bool prepareDelimiterDecision(DelimiterDecision& s) {
     s.handleReady = false;
-    std::memset(s.memoKey, 0, sizeof s.memoKey);
+    s.memo.clear();
     s.list = s.parsed.delimitersSet ? reinterpret_cast<const std::uint8_t*>(s.parsed.delimiters.text) : nullptr;
     s.listBytes = s.list != nullptr ? s.parsed.delimiters.length : 0;
     if (s.listBytes < 0) return false;
@@ -197,18 +144,9 @@ bool prepareDelimiterDecision(DelimiterDecision& s) {
 bool wideDelimiter(DelimiterDecision& s, const std::uint8_t* p, int length) {
     bool delimiter = false;
     if (!s.wideAsksHandle) {
-        delimiter = listHoldsSequence(s, p, length);
+        delimiter = s.listHasWide && listHoldsChar(s.list, s.listBytes, p, length);
     } else {
-        std::uint32_t key = 0;
-        for (int i = 0; i < length; ++i) key = key << 8 | p[i];
-        const std::uint32_t slot = (key ^ key >> 7) & 15;
-        if (s.memoKey[slot] == key) {
-            delimiter = s.memoValue[slot] != 0;
-        } else {
-            delimiter = wideDecisionFromHandle(s, p, length);
-            s.memoKey[slot] = key;
-            s.memoValue[slot] = delimiter;
-        }
+        delimiter = s.memo.remember(charKey(p, length), [&] { return wideDecisionFromHandle(s, p, length); });
     }
     return s.mods.has(kModK) ? !delimiter : delimiter;
 }

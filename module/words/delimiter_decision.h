@@ -10,7 +10,7 @@
 
 #include "module/abi/encoding.h"
 #include "module/charset/argument_interpreter.h"
-#include "module/charset/wide_classes.h"
+#include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
 
 namespace txscan {
@@ -31,12 +31,9 @@ struct DelimiterDecision {
     std::uint8_t built[256];
     // Handle-side state for characters of more than one byte, set up on the
     // first such character.
-    WideClassLists classLists;
-    contract::TextCursor defaultList;
-    CharBufferCursor held;
+    HandleQuestions questions;
     bool handleReady;
-    std::uint32_t memoKey[16];    // the character's bytes; 0 (never a wide character) is an empty slot
-    std::uint8_t memoValue[16];
+    CharMemo<16> memo;
 };
 
 // Sets up the decision once `h`, `utf8`, `parsed` and `mods` are filled.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "module/charset/byte_classes.h"
 #include "module/charset/cached_set.h"
 #include "module/charset/char_set.h"
 #include "module/charset/letter_table.h"
@@ -25,18 +26,11 @@ namespace {
 // note naming "FINDC".
 constexpr LetterTable kFindWordLetters = makeLetterTable("FINDC", "BEIKMOQRTV", true);
 
-// The site's cached set, as the first call with O left it.
-struct FindWordsCache {
-    std::uint8_t backward;
-    std::uint8_t wordNumber;
-    std::uint8_t caseless;
-    std::uint8_t quotes;
-    std::uint8_t trimWord;
-    std::uint8_t trim;
-    CharSet set;   // after K
+// The site's cached set (after K), as the first call with O left it.
+enum FindWordsFlag {
+    kCachedBackward, kCachedWordNumber, kCachedCaseless, kCachedQuotes, kCachedTrimWord, kCachedTrim, kFindWordsFlags
 };
-static_assert(sizeof(FindWordsCache) == 262);
-static_assert(offsetof(FindWordsCache, set) == 6);
+using FindWordsCache = CachedRecord<kFindWordsFlags>;
 
 struct Bytes {
     const std::uint8_t* data;
@@ -51,10 +45,6 @@ struct FindFlags {
     bool quotes;       // Q
 };
 
-constexpr std::uint8_t kDoubleQuote = 0x22;
-constexpr std::uint8_t kApostrophe = 0x27;
-
-bool isQuote(std::uint8_t c) { return c == kDoubleQuote || c == kApostrophe; }
 
 // Index of the quote that closes the part opened by the quote at `open`,
 // moving by `step` and staying within [low, high); a doubled quote stays
@@ -80,7 +70,7 @@ std::int64_t closingQuote(const std::uint8_t* data, std::int64_t open, std::int6
 // Under Q a match may not hold a quote that it does not close itself.
 bool quotesClosedWithin(const std::uint8_t* data, std::int64_t from, std::int64_t to) {
     for (std::int64_t i = from; i < to; ++i) {
-        if (!isQuote(data[i])) continue;
+        if (!isQuoteByte(data[i])) continue;
         i = closingQuote(data, i, 1, from, to);
         if (i >= to) return false;
     }
@@ -107,7 +97,7 @@ std::int64_t pastNextDelimiter(const Bytes& source, const std::uint8_t* set, boo
     }
     for (std::int64_t i = p; i < source.length; ++i) {
         const std::uint8_t c = source.data[i];
-        if (isQuote(c)) {
+        if (isQuoteByte(c)) {
             i = closingQuote(source.data, i, 1, 0, source.length);
             if (i >= source.length) return -1;
         } else if (set[c] != 0) {
@@ -126,7 +116,7 @@ std::int64_t beforePreviousDelimiter(const Bytes& source, const std::uint8_t* se
     }
     for (std::int64_t i = e; i >= 0; --i) {
         const std::uint8_t c = source.data[i];
-        if (isQuote(c)) {
+        if (isQuoteByte(c)) {
             i = closingQuote(source.data, i, -1, 0, source.length);
             if (i < 0) return -2;
         } else if (set[c] != 0) {
@@ -290,21 +280,20 @@ std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
 
     CharSet built;
     const std::uint8_t* set = nullptr;
-    if (const auto* cache = frame->argCount >= 3 ? reinterpret_cast<const FindWordsCache*>(cachedSetOf(frame))
-                                                 : nullptr) {
+    if (const FindWordsCache* cache = frame->argCount >= 3 ? cachedRecordOf<kFindWordsFlags>(frame) : nullptr) {
         // The cached direction replaces that of a negative start.
-        flags.backward = cache->backward != 0;
-        flags.wordNumber = cache->wordNumber != 0;
-        flags.caseless = cache->caseless != 0;
-        if (cache->trim != 0) {
+        flags.backward = cache->flag[kCachedBackward] != 0;
+        flags.wordNumber = cache->flag[kCachedWordNumber] != 0;
+        flags.caseless = cache->flag[kCachedCaseless] != 0;
+        if (cache->flag[kCachedTrim] != 0) {
             trimBlanks(&source);
             trimBlanks(&word);
         }
         set = cache->set.member;
-        if (cache->trimWord != 0) {
+        if (cache->flag[kCachedTrimWord] != 0) {
             // Trimming may clear the quote entries, so it works on a copy.
             std::memcpy(&built, &cache->set, sizeof built);
-            trimWordBySet(&word, built.member, cache->quotes != 0);
+            trimWordBySet(&word, built.member, cache->flag[kCachedQuotes] != 0);
             set = built.member;
         }
     } else if (listArg == 0) {
@@ -332,24 +321,15 @@ std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
             trimBlanks(&list);
             trimBlanks(&word);
         }
-        clearSet(&built);
-        addByteClasses(&built, modifiers.classLetters);
-        addListBytes(&built, reinterpret_cast<const char*>(list.data), list.length, flags.caseless);
-        if (m.has(kModK) || m.has(kModV)) negateSet(&built);
+        buildByteSet(&built, modifiers.classLetters, reinterpret_cast<const char*>(list.data), list.length,
+                     flags.caseless, m.has(kModK) || m.has(kModV));
         if (m.has(kModR)) trimWordBySet(&word, built.member, flags.quotes);
         set = built.member;
 
         if (m.has(kModO) && siteMayCache(frame)) {
-            auto* cache = reinterpret_cast<FindWordsCache*>(allocateCachedSet(frame, sizeof(FindWordsCache)));
-            if (cache == nullptr) return kStatusNoMemory;
-            cache->backward = flags.backward;
-            cache->wordNumber = flags.wordNumber;
-            cache->caseless = flags.caseless;
-            cache->quotes = flags.quotes;
-            cache->trimWord = m.has(kModR);
-            cache->trim = m.has(kModT);
-            std::memcpy(&cache->set, &built, sizeof built);
-            keepCachedSet(frame, reinterpret_cast<std::uint8_t*>(cache));
+            const std::uint8_t kept[kFindWordsFlags] = {flags.backward, flags.wordNumber, flags.caseless,
+                                                        flags.quotes,   m.has(kModR),     m.has(kModT)};
+            if (keepRecord(frame, kept, built) == nullptr) return kStatusNoMemory;
         }
     }
 
@@ -359,8 +339,8 @@ std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
     }
     if (flags.quotes) {
         // A quote byte is never a delimiter; `built` is this call's own set.
-        built.member[kDoubleQuote] = 0;
-        built.member[kApostrophe] = 0;
+        built.member['"'] = 0;
+        built.member['\''] = 0;
     }
     const std::int64_t answer =
         flags.backward ? findLeft(source, word, set, flags, s) : findRight(source, word, set, flags, s);

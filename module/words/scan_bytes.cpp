@@ -16,6 +16,7 @@
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/words/delimiter_decision.h"
+#include "module/words/quote_parts.h"
 #include "module/words/word_range.h"
 #include "module/words/word_scanner.h"
 
@@ -34,15 +35,9 @@ void readPlainCall(const ArgumentFrame* frame, const ArgumentRoles& roles, std::
     std::memset(&s->mods, 0, sizeof s->mods);
     s->parsed.count = 1;
     s->parsed.delimitersSet = 0;
-    if (const double* number = frame->number(static_cast<int>(roles.count))) {
-        const double x = *number;
-        if (!topBitsAllOnes(x) && x <= 2147483647.0) {
-            s->parsed.count = truncatedNumber(x);
-            if (s->parsed.count < 0) {
-                s->mods.set(kModB);
-                s->parsed.count = -s->parsed.count;
-            }
-        }
+    if (usableNumber(frame, roles.count, &s->parsed.count) && s->parsed.count < 0) {
+        s->mods.set(kModB);
+        s->parsed.count = -s->parsed.count;
     }
     if (roles.delimiters != 0) {
         const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
@@ -119,7 +114,7 @@ bool runScan(DelimiterDecision& s, const Walker& w, std::int64_t bound, Outcome*
     std::int64_t lastWordChar = edge;
     std::int64_t lastDelimiter = edge;
     std::int64_t wordCount = 0;
-    char quoteState = ' ';
+    QuoteParts quoteParts;
     const auto distance = [](std::int64_t a, std::int64_t b) { return a > b ? a - b : b - a; };
 
     for (;;) {
@@ -127,21 +122,7 @@ bool runScan(DelimiterDecision& s, const Walker& w, std::int64_t bound, Outcome*
         if (length == 0) return false;
         const std::uint8_t c = w.data[off];
         bool delimiter = length == 1 ? s.decision[c] != 0 : wideDelimiter(s, w.data + off, length);
-        if (quotes && length == 1) {
-            if (c == '"' || c == '\'') {
-                const char inside = c == '"' ? 'D' : 'S';
-                if (quoteState == ' ') {
-                    quoteState = inside;
-                } else if (quoteState == inside) {
-                    quoteState = ' ';
-                }
-                delimiter = false;
-            } else if (quoteState != ' ') {
-                delimiter = false;
-            }
-        } else if (quotes && quoteState != ' ') {
-            delimiter = false;
-        }
+        if (quotes) delimiter = quoteParts.decide(length == 1 ? quoteKindOf(c) : kNoQuote, pos, delimiter, false);
 
         if (!delimiter) {
             if (wordCount == 0 || distance(pos, lastWordChar) > 1) {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "module/charset/byte_classes.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/words/scan_bytes.h"
@@ -15,12 +16,6 @@
 namespace txscan {
 
 using namespace contract;
-
-namespace {
-
-bool isQuote(char c) { return c == '"' || c == '\''; }
-
-}  // namespace
 
 std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* word, std::int64_t n,
                            const ModifierSet& modifiers) {
@@ -32,11 +27,11 @@ std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* w
         if (n > 0) n = enc::blankTrimmedBytes(h, word, n);
         if (modifiers.has(kModQ)) {
             // The two ends need not carry the same kind of quote.
-            if (n > 0 && isQuote(word[0])) {
+            if (n > 0 && isQuoteByte(static_cast<unsigned char>(word[0]))) {
                 ++word;
                 --n;
             }
-            if (n > 0 && isQuote(word[n - 1])) --n;
+            if (n > 0 && isQuoteByte(static_cast<unsigned char>(word[n - 1]))) --n;
         }
     }
     const std::int32_t status = ensureResultCapacity(result, n);

@@ -3,15 +3,10 @@
 
 namespace txscan {
 
-namespace {
-constexpr std::uint8_t kDoubleQuote = 0x22;
-constexpr std::uint8_t kApostrophe = 0x27;
-}  // namespace
-
 void trimSetBytes(const std::uint8_t** data, std::int32_t* length, std::uint8_t set[256], bool quotes) {
     if (quotes) {
-        set[kDoubleQuote] = 0;
-        set[kApostrophe] = 0;
+        set['"'] = 0;
+        set['\''] = 0;
     }
     const std::uint8_t* text = *data;
     std::int32_t n = *length;

@@ -4,9 +4,10 @@
 // count, a position or a word range.
 #include "module/words/word_scanner.h"
 
-#include "module/charset/wide_classes.h"
+#include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/words/quote_parts.h"
 #include "module/words/word_range.h"
 
 namespace txscan {
@@ -15,22 +16,8 @@ using namespace contract;
 
 namespace {
 
-// The default delimiters, in the session encoding's byte form (every
-// encoding the host offers keeps them as single ASCII bytes).
-constexpr char kDefaultDelimiterText[] = " !$%&()*+,-./;<^|";
-static_assert(sizeof kDefaultDelimiterText - 1 == 17);
 constexpr char kDoubleQuoteText[] = "\"";
 constexpr char kApostropheText[] = "'";
-
-// Class letters tested after the default list, in the order they are tried.
-constexpr ModifierFlag kClassOrder[] = {kModA, kModC, kModD, kModG, kModP, kModS, kModW, kModX,
-                                        kModF, kModN, kModH};
-
-enum QuoteState : char {
-    kOutsideQuotes = ' ',
-    kInDoubleQuotes = 'D',
-    kInApostrophes = 'S',
-};
 
 // Everything one run needs besides its counters; lives on the run's stack.
 struct ScanContext {
@@ -38,14 +25,10 @@ struct ScanContext {
     std::int32_t mode;
     ParsedArguments parsed;
     ModifierSet mods;
-    WideClassLists classLists;
-    TextCursor defaultList;
+    HandleQuestions q;
     TextCursor doubleQuote;
     TextCursor apostrophe;
-    CharBufferCursor held;
-    bool anyClass;
-    char quoteState;
-    std::int64_t quoteOpenedAt;
+    QuoteParts quotes;
 };
 
 template <std::size_t N>
@@ -53,68 +36,19 @@ void setupFixed(EncodingHandle* h, TextCursor* cursor, const char (&text)[N]) {
     setupCursor(h, cursor, text, N - 1);
 }
 
-bool inList(ScanContext& s, TextCursor* list) { return enc::findChar(s.h, list, &s.held.cursor) >= 0; }
-
-// Tests a to f of the delimiter decision on the character copied into
-// s.held from `at`; the first that holds decides.
-bool listedOrClassed(ScanContext& s, TextCursor* at) {
-    EncodingHandle* h = s.h;
-    const bool hasList = s.parsed.delimitersSet != 0;
-    if (hasList && inList(s, &s.parsed.delimiters)) return true;
-
-    const bool caselessList = hasList && s.mods.has(kModI);
-    const bool wantUpper = caselessList || s.mods.has(kModU);
-    const bool wantLower = caselessList || s.mods.has(kModL);
-    // The case is taken before any folding, since U and L ask about the
-    // character as it stands in the source.
-    const bool upper = wantUpper && enc::caseTest(h, &s.held.cursor, kIsUpper);
-    const bool lower = !upper && wantLower && enc::caseTest(h, &s.held.cursor, kIsLower);
-    if (caselessList && (upper || lower)) {
-        if (upper) {
-            enc::toLowerChar(h, &s.held.cursor);
-        } else {
-            enc::toUpperChar(h, &s.held.cursor);
-        }
-        if (inList(s, &s.parsed.delimiters)) return true;
-    }
-    if ((upper && s.mods.has(kModU)) || (lower && s.mods.has(kModL))) return true;
-
-    if (s.mods.has(kModDefaultDelimiters) && inList(s, &s.defaultList)) return true;
-    if (!s.anyClass) return false;
-    for (ModifierFlag letter : kClassOrder) {
-        if (s.mods.has(letter) && wideClassHolds(h, letter, &s.classLists, at, &s.held.cursor)) return true;
-    }
-    return false;
-}
-
 // The delimiter decision for the character at `at` (whose index is `pos`),
 // K applied; with `quotes`, the Q bookkeeping of quoted parts too.
 bool isDelimiter(ScanContext& s, TextCursor* at, std::int64_t pos, bool quotes) {
-    enc::currentChar(s.h, at, &s.held.cursor);
-    bool delimiter = listedOrClassed(s, at);
+    enc::currentChar(s.h, at, &s.q.held.cursor);
+    bool delimiter = delimiterFromHandle(s.q, at);
     if (s.mods.has(kModK)) delimiter = !delimiter;
     if (!quotes || !s.mods.has(kModQ)) return delimiter;
 
-    const auto toggle = [&s, pos](char inside) {
-        if (s.quoteState == kOutsideQuotes) {
-            s.quoteState = inside;
-            s.quoteOpenedAt = pos;
-        } else if (s.quoteState == inside) {
-            s.quoteState = kOutsideQuotes;
-            s.quoteOpenedAt = -1;
-        }
-    };
-    if (enc::compareAt(s.h, &s.held.cursor, &s.doubleQuote, 1, kCompareExact) == 0) {
-        toggle(kInDoubleQuotes);
-        return false;
-    }
-    if (enc::compareAt(s.h, &s.held.cursor, &s.apostrophe, 1, kCompareExact) == 0) {
-        toggle(kInApostrophes);
-        return false;
-    }
-    // A search keeps delimiters inside quotes: only matches there are ignored.
-    if (s.quoteState != kOutsideQuotes && s.mode != kFindWord) return false;
-    return delimiter;
+    const QuoteKind quote =
+        enc::compareAt(s.h, &s.q.held.cursor, &s.doubleQuote, 1, kCompareExact) == 0   ? kDoubleQuoted
+        : enc::compareAt(s.h, &s.q.held.cursor, &s.apostrophe, 1, kCompareExact) == 0 ? kApostrophed
+                                                                                        : kNoQuote;
+    return s.quotes.decide(quote, pos, delimiter, s.mode == kFindWord);
 }
 
 // R on the search word: drop delimiters (by tests a to f and K, no quote
@@ -222,10 +156,7 @@ ScanOutcome runScan(ScanContext& s) {
                 const bool match = s.parsed.secondSet != 0 &&
                                    enc::compareAt(s.h, source, &s.parsed.second, secondChars, compareFlags) == 0;
                 if (match) {
-                    const bool insideQuotes = s.mods.has(kModQ) && step > 0 &&
-                                              s.quoteState != kOutsideQuotes && s.quoteOpenedAt >= 0 &&
-                                              pos > s.quoteOpenedAt;
-                    if (insideQuotes) {
+                    if (s.mods.has(kModQ) && step > 0 && s.quotes.holds(pos)) {
                         pos += step;
                         if (!moveTo(s, pos)) break;
                         continue;
@@ -385,17 +316,12 @@ std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHand
     ScanContext s{};
     s.h = h;
     s.mode = mode;
-    s.quoteState = kOutsideQuotes;
-    s.quoteOpenedAt = -1;
     interpretArguments(frame, h, *roles, &s.parsed, &s.mods, textWidth, mode);
-    setupWideClassLists(h, s.mods, &s.classLists);
-    if (s.mods.has(kModDefaultDelimiters)) setupFixed(h, &s.defaultList, kDefaultDelimiterText);
+    setupHandleQuestions(&s.q, h, s.mods, s.parsed.delimitersSet ? &s.parsed.delimiters : nullptr);
     if (s.mods.has(kModQ)) {
         setupFixed(h, &s.doubleQuote, kDoubleQuoteText);
         setupFixed(h, &s.apostrophe, kApostropheText);
     }
-    setupCharCursor(h, &s.held);
-    for (ModifierFlag letter : kClassOrder) s.anyClass = s.anyClass || s.mods.has(letter);
 
     if (mode == kFindWord && s.mods.has(kModR) && s.parsed.secondSet) trimSearchWord(s);
 

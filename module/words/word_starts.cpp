@@ -4,9 +4,7 @@
 // was a delimiter (the string's start counts as one).
 #include "module/words/word_starts.h"
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
+#include "module/charset/byte_vectors.h"
 
 namespace txscan {
 
@@ -45,8 +43,6 @@ std::int64_t countWordStartsSplitByScalar(const std::uint8_t* data, std::int64_t
 
 namespace {
 
-bool haveAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
-
 // Starts within one block, given its delimiter mask; updates the carry.
 inline std::int64_t startsOfBlock(std::uint32_t delimiters, std::uint32_t* carry) {
     const std::uint32_t previous = (delimiters << 1) | *carry;
@@ -54,48 +50,9 @@ inline std::int64_t startsOfBlock(std::uint32_t delimiters, std::uint32_t* carry
     return __builtin_popcount(~delimiters & previous);
 }
 
-// The set in nibble form: bit (b >> 4) & 7 of table[b & 15] (low for bytes
-// below 0x80, high for the rest) says whether byte b is a member.
-struct NibbleSet {
-    __m256i low, high, bitOfHighNibble;
-};
-
-// Sixteen loads of the 256 entries build both tables: row r of the set (byte
-// values 16r to 16r + 15) contributes bit r & 7 to the table of its half.
-__attribute__((target("avx2"))) void buildNibbleSet(const std::uint8_t* set, NibbleSet* out) {
-    __m128i low = _mm_setzero_si128();
-    __m128i high = _mm_setzero_si128();
-    for (int row = 0; row < 16; ++row) {
-        const __m128i entries = _mm_loadu_si128(reinterpret_cast<const __m128i*>(set + 16 * row));
-        const __m128i members = _mm_andnot_si128(_mm_cmpeq_epi8(entries, _mm_setzero_si128()),
-                                                 _mm_set1_epi8(static_cast<char>(1u << (row & 7))));
-        if (row < 8) {
-            low = _mm_or_si128(low, members);
-        } else {
-            high = _mm_or_si128(high, members);
-        }
-    }
-    alignas(16) static constexpr std::uint8_t kBit[16] = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
-    out->low = _mm256_broadcastsi128_si256(low);
-    out->high = _mm256_broadcastsi128_si256(high);
-    out->bitOfHighNibble = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kBit)));
-}
-
-__attribute__((target("avx2"))) inline std::uint32_t membersOf(__m256i v, const NibbleSet& t) {
-    // pshufb answers 0 for an index whose top bit is set, so each table
-    // answers only for its own half of the byte values.
-    const __m256i bits = _mm256_or_si256(_mm256_shuffle_epi8(t.low, v),
-                                         _mm256_shuffle_epi8(t.high, _mm256_xor_si256(v, _mm256_set1_epi8(-128))));
-    const __m256i highNibble = _mm256_and_si256(_mm256_srli_epi16(v, 4), _mm256_set1_epi8(0x0F));
-    const __m256i wanted = _mm256_shuffle_epi8(t.bitOfHighNibble, highNibble);
-    const __m256i miss = _mm256_cmpeq_epi8(_mm256_and_si256(bits, wanted), _mm256_setzero_si256());
-    return ~static_cast<std::uint32_t>(_mm256_movemask_epi8(miss));
-}
-
 __attribute__((target("avx2,popcnt"))) std::int64_t startsAvx2(const std::uint8_t* data, std::int64_t length,
                                                                const std::uint8_t* set) {
-    NibbleSet t;
-    buildNibbleSet(set, &t);
+    const NibbleSet t = nibbleSetOf(set);
     std::int64_t words = 0;
     std::uint32_t carry = 1;
     std::int64_t i = 0;

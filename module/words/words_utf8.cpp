@@ -11,11 +11,13 @@
 #include <cstring>
 
 #include "module/charset/argument_interpreter.h"
+#include "module/charset/char_decision.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/module_state.h"
 #include "module/frame/workers.h"
 #include "module/words/delimiter_decision.h"
+#include "module/words/quote_parts.h"
 #include "module/words/word_roles.h"
 #include "module/words/word_scanner.h"
 
@@ -53,8 +55,6 @@ bool readText(const StringValue* value, Text* text) {
     return text->n == 0 || wellFormedUtf8(text->p, text->n);
 }
 
-enum QuoteState : char { kOutsideQuotes = ' ', kInDoubleQuotes = 'D', kInApostrophes = 'S' };
-
 // One call's reading and its walk state; lives on the call's stack.
 struct WordWalk {
     DelimiterDecision d;
@@ -65,10 +65,8 @@ struct WordWalk {
     std::int64_t wordChars;
     bool wordSet;
     bool caseless;
-    char quoteState;
-    std::int64_t quoteOpenedAt;
-    std::uint64_t foldKey[16];  // caseless compares involving a wide character
-    std::uint8_t foldSame[16];
+    QuoteParts quotes;
+    CaselessPairs pairs;        // caseless compares involving a wide character
 };
 
 // The scanner's delimiter test of the character at `pos` (byte `off`),
@@ -78,53 +76,36 @@ bool examine(WordWalk& w, std::int64_t pos, std::int64_t off) {
     const int length = charBytes(*p);
     const bool delimiter = delimiterAt(w.d, p, length);
     if (!w.d.mods.has(kModQ)) return delimiter;
-    if (length == 1 && (*p == '"' || *p == '\'')) {
-        const char inside = *p == '"' ? kInDoubleQuotes : kInApostrophes;
-        if (w.quoteState == kOutsideQuotes) {
-            w.quoteState = inside;
-            w.quoteOpenedAt = pos;
-        } else if (w.quoteState == inside) {
-            w.quoteState = kOutsideQuotes;
-            w.quoteOpenedAt = -1;
-        }
-        return false;
-    }
-    // A search keeps delimiters inside quotes: only matches there are ignored.
-    if (w.quoteState != kOutsideQuotes && w.mode != kFindWord) return false;
-    return delimiter;
-}
-
-std::uint32_t keyOf(const std::uint8_t* p, int length) {
-    std::uint32_t key = 0;
-    for (int i = 0; i < length; ++i) key = key << 8 | p[i];
-    return key;
+    const QuoteKind quote = length == 1 ? quoteKindOf(*p) : kNoQuote;
+    return w.quotes.decide(quote, pos, delimiter, w.mode == kFindWord);
 }
 
 // Whether two characters are the same ignoring case, as the handle's
 // caseless compare decides: characters of one byte by the session's case
 // table, any pair with a wider character by the handle (a Kelvin sign
-// matches k), remembered per pair.
+// matches k).
 bool sameIgnoringCase(WordWalk& w, const std::uint8_t* a, int la, const std::uint8_t* b, int lb) {
     if (la == 1 && lb == 1) return host().upcaseMap[*a] == host().upcaseMap[*b];
-    if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
-    const std::uint64_t key = static_cast<std::uint64_t>(keyOf(a, la)) << 32 | keyOf(b, lb);
-    const std::uint32_t slot = static_cast<std::uint32_t>(key ^ key >> 29 ^ key >> 41) & 15;
-    if (w.foldKey[slot] == key) return w.foldSame[slot] != 0;
-    TextCursor left;
-    TextCursor right;
-    setupCursor(w.d.h, &left, reinterpret_cast<const char*>(a), la);
-    setupCursor(w.d.h, &right, reinterpret_cast<const char*>(b), lb);
-    const bool same = enc::compareAt(w.d.h, &left, &right, 1, kCompareCaseless) == 0;
-    w.foldKey[slot] = key;
-    w.foldSame[slot] = same;
-    return same;
+    return w.pairs.sameChar(w.d.h, a, la, b, lb);
 }
 
-// The handle's compare of the search word at byte `off` of the source: the
-// source bytes the match covers, or -1 for no match (an empty word never
-// matches).
-std::int64_t matchAt(WordWalk& w, std::int64_t off) {
-    if (!w.wordSet || w.wordChars <= 0) return -1;
+// What the handle's compare over no characters answers at character `pos`
+// is the host's to say, so it is asked as the scanner asks it.
+bool emptyWordMatches(WordWalk& w, std::int64_t pos) {
+    EncodingHandle* h = w.d.h;
+    TextCursor source;
+    TextCursor word;
+    setupCursor(h, &source, reinterpret_cast<const char*>(w.source.p), w.source.n);
+    if (pos > 0) enc::seekChars(h, &source, kSeekFromStart, pos);
+    setupCursor(h, &word, reinterpret_cast<const char*>(w.word.p), 0);
+    return enc::compareAt(h, &source, &word, 0, w.caseless ? kCompareCaseless : kCompareExact) == 0;
+}
+
+// The handle's compare of the search word at character `pos` (byte `off`)
+// of the source: the source bytes the match covers, or -1 for no match.
+std::int64_t matchAt(WordWalk& w, std::int64_t pos, std::int64_t off) {
+    if (!w.wordSet) return -1;
+    if (w.wordChars == 0) return emptyWordMatches(w, pos) ? 0 : -1;
     const std::uint8_t* s = w.source.p;
     if (!w.caseless) {
         if (w.word.n > w.source.n - off || s[off] != w.word.p[0]) return -1;
@@ -237,11 +218,9 @@ Outcome walk(WordWalk& w, std::int64_t start) {
 
     for (;;) {
         if (finding) {
-            const std::int64_t matched = matchAt(w, off);
+            const std::int64_t matched = matchAt(w, pos, off);
             if (matched >= 0) {
-                const bool insideQuotes = w.d.mods.has(kModQ) && step > 0 && w.quoteState != kOutsideQuotes &&
-                                          w.quoteOpenedAt >= 0 && pos > w.quoteOpenedAt;
-                if (insideQuotes) {
+                if (w.d.mods.has(kModQ) && step > 0 && w.quotes.holds(pos)) {
                     if (!advance()) break;
                     continue;
                 }
@@ -334,7 +313,7 @@ std::int64_t countRuns(WordWalk& w) {
 // `pos`): the characters on either side are delimiters or the ends of the
 // scanned text.
 bool wholeWordAt(WordWalk& w, std::int64_t pos, std::int64_t off, std::int64_t bound) {
-    const std::int64_t matched = matchAt(w, off);
+    const std::int64_t matched = matchAt(w, pos, off);
     if (matched < 0) return false;
     const std::uint8_t* s = w.source.p;
     if (pos > 0) {
@@ -426,21 +405,14 @@ bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& role
         w->wordSet = true;
     }
 
-    const double* number = roles.start != 0 ? frame->number(static_cast<int>(roles.start)) : nullptr;
-    if (number != nullptr && !topBitsAllOnes(*number) && *number <= 2147483647.0) {
-        // A negative start has set B already.
-        const std::int64_t given = truncatedNumber(*number);
-        *start = given >= 0 ? given : (-given < w->sourceChars ? -given : w->sourceChars);
-    } else {
-        *start = mods.has(kModB) && w->sourceChars != 0 ? w->sourceChars : 1;
-    }
+    // A negative start has set B already.
+    *start = startPosition(frame, roles.start, mods.has(kModB), w->sourceChars);
 
     if (!prepareDelimiterDecision(w->d)) return false;
     w->mode = mode;
     w->caseless = mods.has(kModI);
-    w->quoteState = kOutsideQuotes;
-    w->quoteOpenedAt = -1;
-    if (w->caseless) std::memset(w->foldKey, 0, sizeof w->foldKey);   // read by caseless compares only
+    w->quotes = QuoteParts{};
+    if (w->caseless) w->pairs.clear();   // read by caseless compares only
     if (mode == kFindWord && mods.has(kModR) && w->wordSet) trimWord(*w);
     return true;
 }
@@ -471,11 +443,15 @@ bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     std::int64_t start = 0;
     if (!readCall(frame, h, roles, kFindWord, &w, &start)) return false;
     if (!w.d.mods.has(kModQ) && !w.d.mods.has(kModE)) {
-        const bool searchable = start >= 1 && w.wordSet && w.wordChars > 0;
-        const std::int64_t at = searchable ? firstWholeWord(w, start) : -1;
-        *result = at >= 0 ? static_cast<double>(at + 1) : 0.0;
-        *status = kStatusOk;
-        return true;
+        // An empty word is left to the walk, which asks the handle at every
+        // position it reaches.
+        const bool emptyWord = w.wordSet && w.wordChars == 0;
+        if (!emptyWord) {
+            const std::int64_t at = start >= 1 && w.wordSet ? firstWholeWord(w, start) : -1;
+            *result = at >= 0 ? static_cast<double>(at + 1) : 0.0;
+            *status = kStatusOk;
+            return true;
+        }
     }
     const Outcome o = walk(w, start);
     double answer = 0.0;

@@ -85,3 +85,60 @@ TEST(WordsUtf8, AgreesWithTheScannerOnGeneratedCalls) {
 }
 
 }  // namespace
+
+namespace {
+
+// A host whose compare over no characters answers "match"; every other
+// compare is the session handle's own.
+txscan::contract::op::CompareAt sessionCompareAt = nullptr;
+std::int32_t emptyMatchesCompareAt(EncodingHandle* h, txscan::contract::TextCursor* c,
+                                   txscan::contract::TextCursor* search, std::int64_t searchLength,
+                                   std::int32_t flags) {
+    return searchLength <= 0 ? 0 : sessionCompareAt(h, c, search, searchLength, flags);
+}
+
+// An empty search word (given empty, or emptied by T or R) is compared by the
+// handle on every path, so a host that finds it everywhere gets its own
+// answer from the UTF-8 path as from the scanner.
+TEST(WordsUtf8, AnEmptyWordIsTheHandlesToMatch) {
+    InProcess p("UTF-8");
+    EncodingHandle* h = p.session.encodingHandle();
+    void*& compareWord = h->word[txscan::contract::kOpCompareAt - 6];
+    sessionCompareAt = reinterpret_cast<txscan::contract::op::CompareAt>(compareWord);
+    struct Row {
+        Call args;
+        double referenceHost;   // an empty word never matches
+        double matchingHost;
+    };
+    const Row rows[] = {
+        {{" \xF0\x9F\x98\x80", ""}, 0, 1},
+        {{"a\xF0\x9F\x98\x80  b", " ", " ", "R"}, 0, 4},
+        {{"a\xF0\x9F\x98\x80,,b", "  ", ",", "T"}, 0, 4},
+        {{"a\xF0\x9F\x98\x80  b", " ", " ", "RE"}, 0, 2},
+        {{"a\xF0\x9F\x98\x80  b", " ", " ", "RB"}, 0, 4},
+        {{"\xC3\xA9  'x'", " ", " ", "RQ"}, 0, 3},
+        {{"\xC3\xA9,,b", ",", ",", "R", 2.0}, 0, 3},
+    };
+    const Function& kfindw = kFunctions[1];
+    for (const bool matching : {false, true}) {
+        // The session's own handle answers through the wrapper, so the entry
+        // routine meets the same host as the paths called directly.
+        compareWord = matching ? reinterpret_cast<void*>(&emptyMatchesCompareAt)
+                               : reinterpret_cast<void*>(sessionCompareAt);
+        for (const Row& row : rows) {
+            SCOPED_TRACE(describe(row.args) + (matching ? " matching host" : " reference host"));
+            const double expected = matching ? row.matchingHost : row.referenceHost;
+            double utf8 = -1;
+            std::int32_t status = -1;
+            FrameBuilder frame(row.args);
+            ASSERT_TRUE(kfindw.utf8(&frame.frame, &utf8, h, &status));
+            EXPECT_EQ(expected, utf8);
+            const auto scanner = [&](ArgumentFrame* f, double* r) { return kfindw.reference(f, r, h, 0, nullptr); };
+            EXPECT_EQ((Outcome{0, shown(expected)}), onFrame(row.args, scanner));
+            EXPECT_EQ((Outcome{0, shown(expected)}), onFrame(row.args, kfindw.entry));
+        }
+    }
+    compareWord = reinterpret_cast<void*>(sessionCompareAt);
+}
+
+}  // namespace
