@@ -11,7 +11,7 @@ GENERATOR  := -G Ninja
 PACKAGES   := cmake ninja-build g++ clang libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
               libcli11-dev libcsv-dev librandom123-dev libpcg-cpp-dev binutils sqlite3 libsqlite3-dev \
               python3 python3-dev pybind11-dev python3-numpy python3-pandas python3-dask python3-distributed \
-              python3-pytest
+              python3-pytest postgresql-15 postgresql-server-dev-15
 JOBS       ?= $(shell nproc)
 # DuckDB (for its extension, tests and `txscan sql`): a system libduckdb, or
 # the official build fetched from the npm registry into DUCKDB_DIR, shared by
@@ -20,7 +20,7 @@ DUCKDB_DIR ?= $(BUILD)/_deps/duckdb
 CMAKE_DUCKDB := -DTXSCAN_DUCKDB_DIR=$(CURDIR)/$(DUCKDB_DIR)
 # The peers of the benchmarks (R's stringi and data.table, pandas; GNU time
 # for peak memory).
-BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time
+BENCH_PACKAGES := r-base-core r-cran-stringi r-cran-data.table python3-pandas time mawk
 # The Windows leg: mingw-w64 cross build of the DLL, the host and the tests,
 # run under Wine. GoogleTest is built from Debian's source package there.
 WIN_BUILD    ?= build/win64
@@ -29,7 +29,7 @@ WIN_PACKAGES := cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-
 # The fuzz leg: clang with libFuzzer and its sanitizer runtimes.
 FUZZ_PACKAGES := $(PACKAGES) libclang-rt-14-dev
 
-.PHONY: all deps deps-duckdb deps-windows deps-fuzz configure build demo test test-asan test-tsan test-clang test-windows bench \
+.PHONY: all deps deps-duckdb deps-windows deps-fuzz configure build install-postgres demo test test-asan test-tsan test-clang test-windows bench \
         fuzz fuzz-ci fuzz-build clean
 
 all: build
@@ -75,6 +75,10 @@ configure: $(BUILD)/build.ninja
 
 build: deps deps-duckdb configure
 	cmake --build $(BUILD) -j $(JOBS)
+
+# The PostgreSQL extension where pg_config says (as root, or through sudo).
+install-postgres: build
+	SUDO=""; [ "$$(id -u)" = 0 ] || SUDO=sudo; $$SUDO cmake --install $(BUILD) --component postgres
 
 demo: build
 	./scripts/demo.sh $(BUILD)/bin/txscan
@@ -127,6 +131,8 @@ bench: deps deps-duckdb
 	@if [ -x $(BENCH_BUILD)/lib/txscan.duckdb_extension ] || [ -f $(BENCH_BUILD)/lib/txscan.duckdb_extension ]; then \
 	  echo "== DuckDB: the extension against DuckDB's built-ins and txscan apply, CSV and Parquet"; \
 	  ./bench/duckdb/run.sh $(BENCH_BUILD)/bin/txscan; fi
+	@echo "== PostgreSQL: the extension against strpos, regexp_split_to_array, split_part and regexp_replace"
+	./bench/postgres/run.sh $(BENCH_BUILD)
 	@echo "== the Python package against pandas and stringi; dask on 2 worker processes against 1"
 	PYTHONPATH=$(BENCH_BUILD)/python /usr/bin/python3 bench/python/bench_python.py
 

@@ -15,6 +15,13 @@ Input Input::column(TextColumn column) {
     return in;
 }
 
+Input Input::column(TextViewColumn column) {
+    Input in;
+    in.kind = Kind::TextViews;
+    in.views = column;
+    return in;
+}
+
 Input Input::column(NumberColumn column) {
     Input in;
     in.kind = Kind::Number;

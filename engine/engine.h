@@ -1,8 +1,9 @@
 // The row engine: one function of the module evaluated over whole columns,
 // on every core. Columns follow Apache Arrow's layouts (a text column is
-// offsets plus bytes with a validity bitmap; a numeric column is f64 values
-// with a validity bitmap), so callers holding Arrow, numpy or CSV chunks hand
-// them over without a copy. A Program is prepared once (function, argument
+// offsets plus bytes, or a view per row, with a validity bitmap; a numeric
+// column is f64 values with a validity bitmap), so callers holding Arrow,
+// DuckDB vectors, Python objects or CSV chunks hand them over without a copy.
+// Numeric outputs may go straight into the caller's memory. A Program is prepared once (function, argument
 // shapes, receiving length) and run chunk after chunk: each worker thread
 // keeps its own call site (frame and setCache) for the Program's lifetime, so
 // modifier O caches a parsed set across every row and chunk, as it does at a
@@ -36,6 +37,20 @@ struct TextColumn {
     const std::uint8_t* validity = nullptr;
 };
 
+// One row of text that lives wherever its owner keeps it (a Python str, a
+// DuckDB vector, an Arrow string-view buffer).
+struct TextView {
+    const char* data = nullptr;   // may be null when length is 0
+    std::int64_t length = 0;
+};
+
+// Text as one view per row: rows need not be adjacent or in order, so no
+// copy is made to bring them together. A null row is an absent argument.
+struct TextViewColumn {
+    const TextView* views = nullptr;   // rows entries
+    const std::uint8_t* validity = nullptr;
+};
+
 // Numbers; a null row is the missing value.
 struct NumberColumn {
     const double* values = nullptr;
@@ -45,14 +60,16 @@ struct NumberColumn {
 // One argument of a Program: a column, a constant, or absent (a null value
 // pointer in every row's frame).
 struct Input {
-    enum class Kind { Text, Number, ConstantText, ConstantNumber, Absent };
+    enum class Kind { Text, Number, ConstantText, ConstantNumber, Absent, TextViews };
     Kind kind = Kind::Absent;
     TextColumn text{};
+    TextViewColumn views{};
     NumberColumn number{};
     std::string constantText{};
     double constantNumber = 0;
 
     static Input column(TextColumn column);
+    static Input column(TextViewColumn column);
     static Input column(NumberColumn column);
     static Input constant(std::string_view text);
     static Input constant(double number);
@@ -91,6 +108,21 @@ struct Result {
     std::vector<MessageCount> messages;
 };
 
+// Places in the caller's memory for a run's outputs (a numpy array, a DuckDB
+// vector), `rows` entries each unless said otherwise. Every row is written
+// and nothing is read, so they need no clearing. A null member leaves that
+// output to the Result's own vector, as without places.
+struct OutputPlaces {
+    // Numeric functions' result, the call routine's position: the value, or
+    // a quiet NaN where there is none (the module's missing value included).
+    double* numbers = nullptr;
+    // Validity of `numbers` as an Arrow bitmap of (rows + 7) / 8 bytes; the
+    // last byte's bits past `rows` are left as they were.
+    std::uint8_t* validity = nullptr;
+    double* lengths = nullptr;           // the call routine's length; NaN where missing
+    std::int32_t* status = nullptr;      // per row, 0 = ok
+};
+
 struct ProgramOptions {
     std::string function;           // "KFIND" ... "KSCANX"
     bool callRoutine = false;       // KSCANX only: the call routine (two outputs)
@@ -119,6 +151,10 @@ public:
     // within the column's bytes. Throws std::runtime_error once the module
     // serves another Session (Module::requireItsSession).
     Result run(const std::vector<Input>& arguments, std::int64_t rows);
+    // The same, the outputs `places` names written there rather than into
+    // the Result (whose vectors for them stay empty). Text views must not
+    // have negative lengths.
+    Result run(const std::vector<Input>& arguments, std::int64_t rows, const OutputPlaces& places);
     struct Impl;
 private:
     friend class Engine;

@@ -31,6 +31,7 @@ struct ArgumentPlan {
     bool output = false;
     const std::int64_t* offsets = nullptr;
     char* bytes = nullptr;
+    const TextView* views = nullptr;
     const std::uint8_t* validity = nullptr;
     const double* values = nullptr;
     StringValue constantText{};
@@ -88,11 +89,12 @@ RunPlan planRun(const txhost::FunctionInfo& f, const std::vector<Input>& inputs,
         a.kind = in.kind;
         a.input = i;
         const std::uint32_t allowed = argumentTypeAt(d.argTypes, k);
-        const bool text = in.kind == Input::Kind::Text || in.kind == Input::Kind::ConstantText;
+        const bool column = in.kind == Input::Kind::Text || in.kind == Input::Kind::TextViews;
+        const bool text = column || in.kind == Input::Kind::ConstantText;
         const bool number = in.kind == Input::Kind::Number || in.kind == Input::Kind::ConstantNumber;
         if (text && (allowed & kArgCharacter) == 0) throw std::invalid_argument(argumentName(f, i) + " must be numeric");
         if (number && (allowed & kArgNumeric) == 0) throw std::invalid_argument(argumentName(f, i) + " must be character");
-        if (k > 1 && in.kind == Input::Kind::Text) setsConstant = false;
+        if (k > 1 && column) setsConstant = false;
         a.textFlags = static_cast<std::uint8_t>(kTypeCharacter | (k == 1 ? kTypeRecheck : 0));
         switch (in.kind) {
         case Input::Kind::Text:
@@ -100,6 +102,11 @@ RunPlan planRun(const txhost::FunctionInfo& f, const std::vector<Input>& inputs,
             a.offsets = in.text.offsets;
             a.bytes = in.text.bytes != nullptr ? const_cast<char*>(in.text.bytes) : gNoBytes;
             a.validity = in.text.validity;
+            break;
+        case Input::Kind::TextViews:
+            if (in.views.views == nullptr && rows > 0) throw std::invalid_argument(argumentName(f, i) + ": no views");
+            a.views = in.views.views;
+            a.validity = in.views.validity;
             break;
         case Input::Kind::Number:
             if (in.number.values == nullptr && rows > 0) throw std::invalid_argument(argumentName(f, i) + ": no values");
@@ -123,10 +130,19 @@ RunPlan planRun(const txhost::FunctionInfo& f, const std::vector<Input>& inputs,
 }
 
 // The first row of [begin, end) whose text does not lie in order (its end
-// before its start), or -1. Offsets past the bytes cannot be told from here.
+// before its start, or a negative view), or -1. Offsets past the bytes
+// cannot be told from here.
 std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t end, int& argument) {
     for (int k = 1; k <= plan.argCount; ++k) {
         const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(k - 1)];
+        if (a.kind == Input::Kind::TextViews) {
+            for (std::int64_t row = begin; row < end; ++row) {
+                if (a.views[row].length < 0 && rowValid(a.validity, row)) {
+                    argument = a.input;
+                    return row;
+                }
+            }
+        }
         if (a.kind != Input::Kind::Text) continue;
         for (std::int64_t row = begin; row < end; ++row) {
             const std::int64_t start = a.offsets[row];
@@ -166,6 +182,17 @@ inline void bindArgument(CallLane& lane, const ArgumentPlan& a, int k, std::int6
             slot.value = nullptr;
         }
         break;
+    case Input::Kind::TextViews:
+        if (rowValid(a.validity, row)) {
+            const TextView& v = a.views[row];
+            s = StringValue{v.length, v.length, v.data != nullptr ? const_cast<char*>(v.data) : gNoBytes, nullptr, v.length};
+            slot.typeFlags = a.textFlags;
+            slot.value = &s;
+        } else {
+            slot.typeFlags = 0;
+            slot.value = nullptr;
+        }
+        break;
     case Input::Kind::Number:
         n = rowValid(a.validity, row) ? a.values[row] : missingValue();
         slot.typeFlags = kTypeNumeric;
@@ -189,7 +216,7 @@ inline void bindArgument(CallLane& lane, const ArgumentPlan& a, int k, std::int6
 }
 
 bool varies(const ArgumentPlan& a) {
-    return a.output || a.kind == Input::Kind::Text || a.kind == Input::Kind::Number;
+    return a.output || a.kind == Input::Kind::Text || a.kind == Input::Kind::TextViews || a.kind == Input::Kind::Number;
 }
 
 void bindConstants(CallLane& lane, const RunPlan& plan) {
@@ -217,17 +244,51 @@ void prepareFrame(CallLane& lane, const RunPlan& plan) {
     }
 }
 
+// Where a run's per-row outputs go: the Result's vectors, or the caller's
+// places (with a plain NaN for no value and an optional bitmap).
+struct Outputs {
+    double* numbers = nullptr;
+    std::uint8_t* numberValid = nullptr;   // a byte per row (the Result's)
+    std::uint8_t* validity = nullptr;      // a bit per row (the caller's)
+    double* lengths = nullptr;
+    std::int32_t* status = nullptr;
+    bool plainNaN = false;          // numbers
+    bool plainNaNLengths = false;
+};
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
 // A stored number, or the missing value for a row the module left alone.
-inline void storeNumber(Result& r, std::int64_t row, double value) {
+inline void storeNumber(const Outputs& o, std::int64_t row, double value) {
     const bool stored = std::bit_cast<std::uint64_t>(value) != kNotStoredBits;
-    r.numbers[static_cast<std::size_t>(row)] = stored ? value : missingValue();
-    r.numberValid[static_cast<std::size_t>(row)] = stored && !std::isnan(value) ? 1 : 0;
+    const bool valid = stored && !std::isnan(value);
+    if (o.plainNaN) {
+        o.numbers[row] = valid ? value : kNaN;
+    } else {
+        o.numbers[row] = stored ? value : missingValue();
+    }
+    if (o.numberValid != nullptr) o.numberValid[row] = valid ? 1 : 0;
+    if (o.validity != nullptr) {
+        // Tasks start on a byte, so this byte is the task's own.
+        std::uint8_t& byte = o.validity[row >> 3];
+        const auto bit = static_cast<std::uint8_t>(1u << (row & 7));
+        byte = valid ? static_cast<std::uint8_t>(byte | bit) : static_cast<std::uint8_t>(byte & ~bit);
+    }
+}
+
+inline void storeLength(const Outputs& o, std::int64_t row, double length) {
+    const bool stored = std::bit_cast<std::uint64_t>(length) != kNotStoredBits;
+    if (o.plainNaNLengths) {
+        o.lengths[row] = stored && !std::isnan(length) ? length : kNaN;
+    } else {
+        o.lengths[row] = stored ? length : missingValue();
+    }
 }
 
 // Evaluates rows [begin, end) on one lane; `Kind` is the function's result kind.
 template <int Kind>
-void evaluate(CallLane& lane, const RunPlan& plan, EntryRoutine entry, Result& r, std::int64_t begin,
-              std::int64_t end) {
+void evaluate(CallLane& lane, const RunPlan& plan, EntryRoutine entry, const Outputs& o, Result& r,
+              std::int64_t begin, std::int64_t end) {
     StringValue result{};
     if constexpr (Kind == kCharacterResult) {
         const auto capacity = static_cast<std::int64_t>(lane.resultBuffer.size());
@@ -242,7 +303,7 @@ void evaluate(CallLane& lane, const RunPlan& plan, EntryRoutine entry, Result& r
         if constexpr (Kind == kNumericResult) {
             double number = std::bit_cast<double>(kNotStoredBits);
             status = entry(&lane.frame, &number);
-            storeNumber(r, row, number);
+            storeNumber(o, row, number);
         } else if constexpr (Kind == kCharacterResult) {
             result.length = kTextNotStored;
             status = entry(&lane.frame, &result);
@@ -254,12 +315,10 @@ void evaluate(CallLane& lane, const RunPlan& plan, EntryRoutine entry, Result& r
             r.text.offsets[static_cast<std::size_t>(row + 1)] = static_cast<std::int64_t>(lane.textBytes.size());
         } else {
             status = entry(&lane.frame, nullptr);
-            storeNumber(r, row, lane.numbers[2]);
-            const double length = lane.numbers[3];
-            r.lengths[static_cast<std::size_t>(row)] =
-                std::bit_cast<std::uint64_t>(length) != kNotStoredBits ? length : missingValue();
+            storeNumber(o, row, lane.numbers[2]);
+            storeLength(o, row, lane.numbers[3]);
         }
-        r.status[static_cast<std::size_t>(row)] = status;
+        o.status[row] = status;
     }
 }
 
@@ -291,7 +350,9 @@ struct TextAssembly {
 
 }  // namespace
 
-Result Program::run(const std::vector<Input>& arguments, std::int64_t rows) {
+Result Program::run(const std::vector<Input>& arguments, std::int64_t rows) { return run(arguments, rows, {}); }
+
+Result Program::run(const std::vector<Input>& arguments, std::int64_t rows, const OutputPlaces& places) {
     Impl& program = *impl_;
     Engine::Impl& engine = *program.engine;
     engine.module->requireItsSession();
@@ -302,14 +363,28 @@ Result Program::run(const std::vector<Input>& arguments, std::int64_t rows) {
 
     Result r;
     r.rows = rows;
-    r.status.assign(static_cast<std::size_t>(rows), 0);
+    Outputs o;
+    o.plainNaN = places.numbers != nullptr;
+    if (places.status == nullptr) r.status.assign(static_cast<std::size_t>(rows), 0);
+    o.status = places.status != nullptr ? places.status : r.status.data();
     if (kind == kCharacterResult) {
         r.text.offsets.assign(static_cast<std::size_t>(rows + 1), 0);
         r.text.validity.assign(static_cast<std::size_t>((rows + 7) / 8), 0);
     } else {
-        r.numbers.assign(static_cast<std::size_t>(rows), 0.0);
-        r.numberValid.assign(static_cast<std::size_t>(rows), 0);
-        if (kind == kCallRoutine) r.lengths.assign(static_cast<std::size_t>(rows), 0.0);
+        if (places.numbers == nullptr) {
+            r.numbers.assign(static_cast<std::size_t>(rows), 0.0);
+            r.numberValid.assign(static_cast<std::size_t>(rows), 0);
+            o.numbers = r.numbers.data();
+            o.numberValid = r.numberValid.data();
+        } else {
+            o.numbers = places.numbers;
+            o.validity = places.validity;
+        }
+        if (kind == kCallRoutine) {
+            if (places.lengths == nullptr) r.lengths.assign(static_cast<std::size_t>(rows), 0.0);
+            o.lengths = places.lengths != nullptr ? places.lengths : r.lengths.data();
+            o.plainNaNLengths = places.lengths != nullptr;
+        }
     }
 
     const std::int64_t rowsPerTask = engine.options.rowsPerTask;
@@ -344,17 +419,22 @@ Result Program::run(const std::vector<Input>& arguments, std::int64_t rows) {
         } else {
             txhost::TaskScope scope(*engine.session, &lane.tally.sink);
             if (kind == kNumericResult) {
-                evaluate<kNumericResult>(lane, plan, entry, r, begin, end);
+                evaluate<kNumericResult>(lane, plan, entry, o, r, begin, end);
             } else if (kind == kCharacterResult) {
-                evaluate<kCharacterResult>(lane, plan, entry, r, begin, end);
+                evaluate<kCharacterResult>(lane, plan, entry, o, r, begin, end);
             } else {
-                evaluate<kCallRoutine>(lane, plan, entry, r, begin, end);
+                evaluate<kCallRoutine>(lane, plan, entry, o, r, begin, end);
             }
         }
         if (kind == kCharacterResult) assembly.finish(r, task, lane.textBytes, rowsPerTask);
     });
     if (badRow >= 0) {
-        const std::int64_t* offsets = arguments[static_cast<std::size_t>(badArgument - 1)].text.offsets;
+        const Input& bad = arguments[static_cast<std::size_t>(badArgument - 1)];
+        if (bad.kind == Input::Kind::TextViews) {
+            throw std::invalid_argument(argumentName(f, badArgument) + ": row " + std::to_string(badRow) +
+                                        " has a negative length (" + std::to_string(bad.views.views[badRow].length) + ")");
+        }
+        const std::int64_t* offsets = bad.text.offsets;
         throw std::invalid_argument(argumentName(f, badArgument) + ": row " + std::to_string(badRow) +
                                     " has offsets out of order (" + std::to_string(offsets[badRow]) + " to " +
                                     std::to_string(offsets[badRow + 1]) + ")");

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -195,6 +196,88 @@ private:
     std::unordered_map<CodePoint, std::uint16_t> fromUnicode_;
 };
 
+bool eucJapanese(std::uint8_t b) { return b >= 0xA1 && b <= 0xFE; }
+
+// EUC-JP: JIS X 0208 as two bytes 0xA1-0xFE, half-width katakana as 0x8E and
+// one byte 0xA1-0xDF, JIS X 0212 as 0x8F and two bytes 0xA1-0xFE; every
+// other byte is one character (ASCII, or a byte that starts no sequence).
+class EucJpCodec final : public Codec {
+public:
+    explicit EucJpCodec(const char* name) {
+        backend::ConverterPtr converter = backend::openConverter(name);
+        for (int b = 0; b < 256; ++b) {
+            const char byte = static_cast<char>(b);
+            single_[b] = b < 0x80 ? backend::decodeCharacter(*converter, &byte, 1) : kNoCodePoint;
+            if (single_[b] >= 0) remember(single_[b], static_cast<std::uint32_t>(b), 1);
+        }
+        double_.assign(65536, kNoCodePoint);
+        triple_.assign(65536, kNoCodePoint);
+        for (int lead = 0x8E; lead <= 0xFE; ++lead) {
+            if (lead != 0x8E && !eucJapanese(static_cast<std::uint8_t>(lead))) continue;
+            for (int trail = 0xA1; trail <= (lead == 0x8E ? 0xDF : 0xFE); ++trail) {
+                const char pair[2] = {static_cast<char>(lead), static_cast<char>(trail)};
+                const CodePoint c = backend::decodeCharacter(*converter, pair, 2);
+                double_[(lead << 8) | trail] = c;
+                if (c >= 0) remember(c, static_cast<std::uint32_t>((lead << 8) | trail), 2);
+            }
+        }
+        for (int first = 0xA1; first <= 0xFE; ++first) {
+            for (int second = 0xA1; second <= 0xFE; ++second) {
+                const char bytes[3] = {static_cast<char>(0x8F), static_cast<char>(first), static_cast<char>(second)};
+                const CodePoint c = backend::decodeCharacter(*converter, bytes, 3);
+                triple_[(first << 8) | second] = c;
+                if (c >= 0) remember(c, static_cast<std::uint32_t>(0x8F0000 | (first << 8) | second), 3);
+            }
+        }
+    }
+    int charBytes(const std::uint8_t* p, std::int64_t n) const override {
+        const std::uint8_t b = p[0];
+        if (b == 0x8E) return n >= 2 && p[1] >= 0xA1 && p[1] <= 0xDF ? 2 : 1;
+        if (b == 0x8F) return n >= 3 && eucJapanese(p[1]) && eucJapanese(p[2]) ? 3 : 1;
+        return eucJapanese(b) && n >= 2 && eucJapanese(p[1]) ? 2 : 1;
+    }
+    CodePoint decode(const std::uint8_t* p, int length) const override {
+        switch (length) {
+        case 1: return single_[p[0]];
+        case 2: return double_[(p[0] << 8) | p[1]];
+        case 3: return triple_[(p[1] << 8) | p[2]];
+        default: return kNoCodePoint;
+        }
+    }
+    int encode(CodePoint c, char* out) const override {
+        const auto found = fromUnicode_.find(c);
+        if (found == fromUnicode_.end()) return 0;
+        const int length = found->second.length;
+        for (int i = 0; i < length; ++i) out[i] = static_cast<char>(found->second.bytes >> (8 * (length - 1 - i)));
+        return length;
+    }
+    // Every byte of a wide character has its top bit set, so a byte below
+    // 0x80 ends a character: the walk to `end` starts right after the last one.
+    std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const override {
+        std::int64_t boundary = end - 1;
+        while (boundary > 0 && text[boundary - 1] >= 0x80) --boundary;
+        std::int64_t start = boundary;
+        for (std::int64_t pos = boundary; pos < end;) {
+            start = pos;
+            pos += charBytes(text + pos, end - pos);
+        }
+        return start;
+    }
+
+private:
+    struct Encoded {
+        std::uint32_t bytes;
+        int length;
+    };
+    // The first (shortest) bytes found for a code point are the ones written.
+    void remember(CodePoint c, std::uint32_t bytes, int length) { fromUnicode_.emplace(c, Encoded{bytes, length}); }
+
+    CodePoint single_[256];
+    std::vector<CodePoint> double_;   // by (lead << 8) | trail, lead 0x8E or 0xA1-0xFE
+    std::vector<CodePoint> triple_;   // 0x8F sequences, by (second << 8) | third
+    std::unordered_map<CodePoint, Encoded> fromUnicode_;
+};
+
 const EncodingTraits kEncodings[] = {
     {"UTF-8", kEncodingIdUtf8, kUnpositionedCursors, true},
     {"ISO-8859-1", 1, kSingleByteEncoding, false},
@@ -202,6 +285,7 @@ const EncodingTraits kEncodings[] = {
     {"ISO-8859-15", 3, kSingleByteEncoding, false},
     // Any kind other than 0 and 3: the module positions every new cursor.
     {"Shift_JIS", 30, 2, true},
+    {"EUC-JP", 31, 2, true},
 };
 
 // Codecs are immutable once built; sessions of one encoding share them.
@@ -215,6 +299,8 @@ std::shared_ptr<const Codec> codecFor(const EncodingTraits& traits) {
             codec = std::make_shared<Utf8Codec>();
         } else if (traits.encodingKind == kSingleByteEncoding) {
             codec = std::make_shared<SingleByteCodec>(traits.name);
+        } else if (std::string_view(traits.name) == "EUC-JP") {
+            codec = std::make_shared<EucJpCodec>(traits.name);
         } else {
             codec = std::make_shared<ShiftJisCodec>(traits.name);
         }

@@ -13,6 +13,8 @@
 //   - Shift_JIS: a lead byte (0x81-0x9F, 0xE0-0xFC) followed by a trail byte
 //     (0x40-0x7E, 0x80-0xFC) is one two-byte character, mapped by the backend or not
 //     (unmapped pairs have no code point); every other byte is one character.
+//   - EUC-JP: 0xA1-0xFE twice, 0x8E then 0xA1-0xDF, or 0x8F then 0xA1-0xFE
+//     twice is one character of two or three bytes; every other byte is one.
 // No operation reads outside [text, text + length).
 //
 // Cursor model (contract::TextCursor): `offset` is the byte offset of the

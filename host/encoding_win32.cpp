@@ -37,6 +37,7 @@ const CodePageName kCodePages[] = {
     {"windows-1252", 1252, {"cp1252", "ms1252", "ibm5348"}},
     {"ISO-8859-15", 28605, {"latin9", "l9", "cp28605", "iso8859_15_fdis", "ibm923", "csisolatin9"}},
     {"Shift_JIS", 932, {"sjis", "cp932", "ms932", "mskanji", "windows31j", "csshiftjis"}},
+    {"EUC-JP", 20932, {"eucjp", "ujis", "cseucpkdfmtjapanese"}},
 };
 
 std::string squeezed(const char* name) {

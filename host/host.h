@@ -51,7 +51,7 @@ struct ServiceCall {
 };
 
 // Session encodings the host offers.
-std::vector<std::string> availableEncodings();   // e.g. "UTF-8", "ISO-8859-1", "windows-1252", "ISO-8859-15", "Shift_JIS"
+std::vector<std::string> availableEncodings();   // e.g. "UTF-8", "ISO-8859-1", "windows-1252", "ISO-8859-15", "Shift_JIS", "EUC-JP"
 
 struct SessionOptions {
     std::string encoding = "UTF-8";

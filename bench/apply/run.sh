@@ -64,6 +64,40 @@ measure() {
     measure "awk(last-word)" sh -c "awk -F, 'NR > 1 { n = split(\$2, w, \" \"); print \$0 \",\" w[n] }' '$input' >'$scratch/out-awk.csv'"
 } >"$scratch/results"
 
+# One core, CPU time (user + system), median of three rounds: the CSV door
+# alone (pass-through: one cheap call on the shortest column), the three
+# columns above, and mawk printing every line with a column added (mawk
+# splits at every comma and newline: not CSV, the speed of the simplest tool).
+# TXSCAN_BEFORE=path adds an earlier txscan build to the same rounds.
+cpu() {
+    local best=()
+    for _ in 1 2 3; do
+        /usr/bin/time -f "%U %S" -o "$scratch/cpu" taskset -c 0 "$@" >/dev/null 2>"$scratch/err" || {
+            cat "$scratch/err" >&2
+            exit 1
+        }
+        best+=("$(awk '{ print $1 + $2 }' "$scratch/cpu")")
+    done
+    printf '%s\n' "${best[@]}" | sort -n | sed -n 2p
+}
+one_core() {
+    local name=$1 bin=$2
+    echo "$name pass-through $(cpu "$bin" apply --quiet --threads 1 "$input" -o "$scratch/out-1.csv" 'n = KFIND(id, "x")')"
+    echo "$name 3-columns $(cpu "$bin" apply --quiet --threads 1 "$input" -o "$scratch/out-1.csv" \
+        'surname = KSCANX(name, -1)' 'words = KCOUNTW(comment)' 'street = KFIND(address, "street", "i")')"
+}
+{
+    one_core txscan "$txscan"
+    [ -n "${TXSCAN_BEFORE:-}" ] && one_core before "$(realpath "$TXSCAN_BEFORE")"
+    if command -v mawk >/dev/null; then
+        echo "mawk pass-through $(cpu sh -c "mawk -F, '{ print \$0 \",x\" }' '$input' >'$scratch/out-mawk.csv'")"
+    fi
+} >"$scratch/one-core"
+echo "one core (taskset -c 0, --threads 1), CPU seconds, median of 3; ratio to txscan's"
+awk '{ cpu[$1 " " $2] = $3; line[NR] = $0 }
+     END { for (i = 1; i <= NR; i++) { split(line[i], f, " ");
+               printf "  %-8s %-13s %6.2f s %8.2fx\n", f[1], f[2], f[3], f[3] / cpu["txscan " f[2]] } }' "$scratch/one-core"
+
 awk -v rows="$rows" '
     { name[NR] = $1; secs[NR] = $2; kb[NR] = $3 }
     END {

@@ -1,45 +1,110 @@
-"""The Python package against its peers on the same 1M rows in one run:
-pandas' .str methods and R's stringi (through Rscript), as ratios of their
-time to ours; then rows per second of a dask.dataframe on a local cluster of
-2 worker processes against 1.
+"""The Python package against the row engine underneath it and against what
+a pandas user has instead, on the same rows in one run, one core pinned,
+CPU time, median of rounds:
+
+- ours/engine: the package's time over the engine's one-worker time on the
+  same rows already in its own layout (target: at most 1.25), for an ASCII
+  and a mixed set at 10k, 100k and 1M rows and on 1,280-byte rows;
+- pandas/ours and python/ours: pandas' nearest `.str` call and a plain
+  Python comprehension doing the same thing over ours (targets: at least 3
+  and at least 1), at 1M rows and on the long rows;
+- then R's stringi (through Rscript, when installed) over ours at 1M rows,
+  and rows per second of a dask.dataframe on 2 worker processes against 1.
 
     PYTHONPATH=build-bench/python /usr/bin/python3 bench/python/bench_python.py
 """
 import argparse
 import os
+import re
 import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
-import pandas as pd
+# One engine thread on one core, set before the package makes its runtime.
+os.environ["TXSCANMD_THREADS"] = "1"
+_ALL_CORES = os.sched_getaffinity(0)
+os.sched_setaffinity(0, {min(_ALL_CORES)})
+
+import pandas as pd  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "..", "tests", "python"))
 import rows as generated  # noqa: E402
 import txscanmd  # noqa: E402
+from txscanmd import _core, _runtime  # noqa: E402
 
-# function: (our call, the nearest pandas .str call)
+_DIGIT = re.compile(r"\d")
+_THE = re.compile(r"\bthe\b")
+
+
+def _second_word_length(s):
+    words = s.split()
+    return len(words[1]) if len(words) > 1 else 0
+
+
+# function: (engine function, call routine, arguments after the source,
+#            pandas' nearest .str call, the plain Python comprehension)
 CASES = {
-    "kfind": (lambda s: txscanmd.kfind(s, "e"), lambda s: s.str.find("e")),
-    "kcountx": (lambda s: txscanmd.kcountx(s, "an"), lambda s: s.str.count("an")),
-    "kfindc": (lambda s: txscanmd.kfindc(s, ",."), lambda s: s.str.find(",")),
-    "kcountc": (lambda s: txscanmd.kcountc(s, "aeiou"), lambda s: s.str.count("[aeiou]")),
-    "kcountw": (lambda s: txscanmd.kcountw(s, " "), lambda s: s.str.split().str.len()),
-    "kfindw": (lambda s: txscanmd.kfindw(s, "the", " "), lambda s: s.str.find("the")),
-    "kscanx": (lambda s: txscanmd.kscanx(s, -1, " "), lambda s: s.str.split().str[-1]),
-    "kscanx_call": (lambda s: txscanmd.kscanx_call(s, 2, " "), lambda s: s.str.split().str[1].str.len()),
+    "kfind": ("KFIND", False, ("Street",), lambda s: s.str.find("Street") + 1,
+              lambda rows: [r.find("Street") + 1 for r in rows]),
+    "kcountx": ("KCOUNTX", False, ("the",), lambda s: s.str.count("the"),
+                lambda rows: [r.count("the") for r in rows]),
+    "kfindc": ("KFINDC", False, ("", "d"), lambda s: s.str.extract(r"^(\D*)\d", expand=False).str.len() + 1,
+               lambda rows: [m.start() + 1 if (m := _DIGIT.search(r)) else 0 for r in rows]),
+    "kcountc": ("KCOUNTC", False, ("aeiou",), lambda s: s.str.count("[aeiou]"),
+                lambda rows: [sum(map(r.count, "aeiou")) for r in rows]),
+    "kcountw": ("KCOUNTW", False, (" ",), lambda s: s.str.split().str.len(),
+                lambda rows: [len(r.split()) for r in rows]),
+    "kfindw": ("KFINDW", False, ("the", " "), lambda s: s.str.find(" the ") + 2,
+               lambda rows: [m.start() + 1 if (m := _THE.search(r)) else 0 for r in rows]),
+    "kscanx": ("KSCANX", False, (-1, " "), lambda s: s.str.split().str[-1],
+               lambda rows: [(r.split() or [""])[-1] for r in rows]),
+    "kscanx_call": ("KSCANX", True, (2, " "), lambda s: s.str.split().str[1].str.len(),
+                    lambda rows: [_second_word_length(r) for r in rows]),
 }
 
 
-def best_of(runs, call, *args):
-    best = float("inf")
-    for _ in range(runs):
-        start = time.perf_counter()
+def cpu_median(rounds, call, *args):
+    times = []
+    for _ in range(rounds):
+        start = time.process_time()
         call(*args)
-        best = min(best, time.perf_counter() - start)
-    return best
+        times.append(time.process_time() - start)
+    return statistics.median(times)
+
+
+def ours(name, series):
+    function, routine, args = CASES[name][:3]
+    return getattr(txscanmd, name)(series, *args, notes="count")
+
+
+def engine_seconds(name, series, rounds):
+    function, routine, args = CASES[name][:3]
+    arguments = [("column", series.to_numpy(dtype=object))]
+    arguments += [("number", float(a)) if isinstance(a, int) else ("text", a) for a in args]
+    return statistics.median(_core.engine_seconds(_runtime.runtime("UTF-8"), function, routine, arguments,
+                                                  len(series), rounds))
+
+
+def row_sets(rows):
+    mixed = generated.generate(rows, seed=7)
+    # The ASCII set: the same rows with their wide characters dropped, kept at 20 bytes or more.
+    ascii_rows = [(r.encode("ascii", "ignore").decode() + " data value")[:100] for r in mixed]
+    return {"ascii": ascii_rows, "mixed": mixed}
+
+
+def long_rows(rows, width=1280):
+    short = generated.generate(rows * 20, seed=9)
+    out = []
+    for i in range(rows):
+        text = " ".join(short[i * 20:(i + 1) * 20])
+        while len(text.encode()) < width:
+            text += " " + text
+        out.append(text.encode()[:width].decode("utf-8", "ignore"))
+    return out
 
 
 def stringi_times(path):
@@ -56,8 +121,6 @@ def dask_rows_per_second(path, workers, rows):
 
     import txscanmd.dask
 
-    # One engine thread per worker process, so that the workers are the split.
-    os.environ["TXSCANMD_THREADS"] = "1"
     with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, dashboard_address=None) as cluster, \
             Client(cluster) as client:
         frame = client.persist(dd.read_csv(path, blocksize=4_000_000))
@@ -72,31 +135,59 @@ def dask_rows_per_second(path, workers, rows):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--rows", type=int, default=1_000_000)
-    parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--sizes", default="10000,100000,1000000", help="row counts of the two short-row sets")
+    parser.add_argument("--long-rows", type=int, default=50_000, help="rows of 1,280 bytes")
+    parser.add_argument("--rounds", type=int, default=3)
+    parser.add_argument("--peers", default="1000000", help="sizes at which pandas and Python are timed too")
+    parser.add_argument("--no-dask", action="store_true")
     options = parser.parse_args()
+    sizes = [int(n) for n in options.sizes.split(",")]
+    peers_at = {int(n) for n in options.peers.split(",")}
 
-    series = pd.Series(generated.generate(options.rows, seed=7))
+    print(f"one core (cpu {min(_ALL_CORES)}), engine threads {_runtime.runtime('UTF-8').threads}, CPU seconds, "
+          f"median of {options.rounds}")
+    print(f"{'set':<7} {'rows':>8} {'function':<12} {'ns/row':>7} {'engine':>7} {'ours/engine':>12} "
+          f"{'pandas/ours':>12} {'python/ours':>12}")
+    sets = []
+    for size in sizes:
+        sets += [(name, rows, size in peers_at) for name, rows in row_sets(size).items()]
+    sets.append(("1280B", long_rows(options.long_rows), True))
+    for set_name, rows, with_peers in sets:
+        series = pd.Series(rows)
+        ours(list(CASES)[0], series)   # the runtime and the thread's arena made before timing
+        for name, (_, _, _, pandas_call, python_call) in CASES.items():
+            ours_s = cpu_median(options.rounds, ours, name, series)
+            engine_s = engine_seconds(name, series, options.rounds)
+            line = (f"{set_name:<7} {len(rows):>8} {name:<12} {ours_s / len(rows) * 1e9:7.0f} "
+                    f"{engine_s / len(rows) * 1e9:7.0f} {ours_s / engine_s:12.2f}")
+            if with_peers:
+                pandas_s = cpu_median(options.rounds, pandas_call, series)
+                python_s = cpu_median(options.rounds, python_call, rows)
+                line += f" {pandas_s / ours_s:12.1f} {python_s / ours_s:12.2f}"
+            print(line, flush=True)
+
+    os.sched_setaffinity(0, _ALL_CORES)
+    size = max(sizes)
+    series = pd.Series(generated.generate(size, seed=7))
     with tempfile.TemporaryDirectory() as directory:
         lines = os.path.join(directory, "rows.txt")
         with open(lines, "w", encoding="utf-8") as f:
             f.write("\n".join(series) + "\n")
         stringi = stringi_times(lines)
-        print(f"{options.rows} rows, engine threads {txscanmd._runtime.runtime('UTF-8').threads}")
-        print(f"{'function':<12} {'ours s':>8} {'pandas s':>9} {'pandas/ours':>12} {'stringi s':>10} {'stringi/ours':>13}")
-        for name, (ours, pandas) in CASES.items():
-            ours_s = best_of(options.runs, ours, series)
-            pandas_s = best_of(options.runs, pandas, series)
-            line = f"{name:<12} {ours_s:8.3f} {pandas_s:9.3f} {pandas_s / ours_s:12.1f}"
-            if name in stringi:
-                line += f" {stringi[name]:10.3f} {stringi[name] / ours_s:13.1f}"
-            print(line, flush=True)
-
-        csv = os.path.join(directory, "rows.csv")
-        series.to_frame("text").to_csv(csv, index=False)
-        one = dask_rows_per_second(csv, 1, options.rows)
-        two = dask_rows_per_second(csv, 2, options.rows)
-        print(f"dask rows/s: 1 worker {one:,.0f}, 2 workers {two:,.0f}, ratio {two / one:.2f}")
+        if stringi:
+            print(f"stringi/ours at {size} rows (stringi_peer.R's calls, nearest to ours):")
+            legacy = {"kfind": ("e",), "kcountx": ("an",), "kfindc": (",.",), "kcountc": ("aeiou",),
+                      "kcountw": (" ",), "kfindw": ("the", " "), "kscanx": (-1, " "), "kscanx_call": (2, " ")}
+            for name, args in legacy.items():
+                if name in stringi:
+                    ours_s = cpu_median(options.rounds, lambda: getattr(txscanmd, name)(series, *args))
+                    print(f"  {name:<12} {stringi[name] / ours_s:6.1f}")
+        if not options.no_dask:
+            csv = os.path.join(directory, "rows.csv")
+            series.to_frame("text").to_csv(csv, index=False)
+            one = dask_rows_per_second(csv, 1, size)
+            two = dask_rows_per_second(csv, 2, size)
+            print(f"dask rows/s: 1 worker {one:,.0f}, 2 workers {two:,.0f}, ratio {two / one:.2f}")
 
 
 if __name__ == "__main__":

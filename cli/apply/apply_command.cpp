@@ -38,6 +38,7 @@ struct ApplySettings {
     bool quiet = false;
     std::string onError = "fail";
     std::int64_t length = 200;
+    std::string escape;
     std::string modulePath = TXSCAN_MODULE_PATH;
     std::vector<std::string> assignments;
 };
@@ -47,10 +48,12 @@ struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Rows per batch: enough for every worker to get a few tasks of the engine's
-// default size, small enough that memory stays flat.
-constexpr std::int64_t kRowsPerTask = 16384;
+// Rows per batch: enough for every worker to get a few tasks, few enough
+// that a batch's memory stays in cache and is touched for the first time
+// only once (a fresh page costs more than the CSV work on its bytes).
+constexpr std::int64_t kRowsPerTask = 4096;
 constexpr std::int64_t kBatchBytes = std::int64_t{16} << 20;
+constexpr std::int64_t kBytesPerRow = 64;   // a guess that sizes the read buffer
 
 class InputFile {
 public:
@@ -83,6 +86,9 @@ void checkSettings(const ApplySettings& settings) {
         std::string known;
         for (const auto& name : encodings) known += " " + name;
         throw Refusal("unknown encoding " + settings.encoding + " (known:" + known + ")");
+    }
+    if (!settings.escape.empty() && (settings.escape.size() != 1 || std::strchr(",\"\r\n", settings.escape[0]))) {
+        throw Refusal("--escape takes one byte other than a comma, a quote, CR or LF, not '" + settings.escape + "'");
     }
 }
 
@@ -122,35 +128,50 @@ int runApply(const ApplySettings& settings) {
     }
     const TerminalText terminal(settings.encoding);
 
-    CsvReader reader(input.file());
+    CsvBytes bytes;
+    if (!settings.escape.empty()) bytes.escape = static_cast<unsigned char>(settings.escape[0]);
+    const std::int64_t batchRows = kRowsPerTask * std::max(8, 4 * engine.threads());
+    CsvReader reader(input.file(), bytes,
+                     static_cast<std::size_t>(std::clamp(batchRows * kBytesPerRow, std::int64_t{1} << 20, kBatchBytes)));
     const std::vector<std::string> header = reader.readHeader();
     std::vector<std::string> headerUtf8;
     for (const auto& name : header) headerUtf8.push_back(headerName(terminal, name));
     Plan plan = makePlan(assignments, headerUtf8, *module, engine, terminal, settings.length);
+    // The output copies each record's text, so the reader fills only the
+    // columns that calls read.
+    std::vector<bool> read(header.size(), false);
+    for (const auto& step : plan.steps) {
+        for (const auto& source : step.arguments) {
+            if (source.kind == Source::Kind::InputText || source.kind == Source::Kind::InputNumber) {
+                read[static_cast<std::size_t>(source.index)] = true;
+            }
+        }
+    }
+    reader.readColumns(read);
+    const CsvWriter writer(bytes, reader.lineEnd());
 
     OutputFile output(settings.output);
     std::vector<std::string> outputHeader = header;
     for (const auto& column : plan.columns) outputHeader.push_back(terminal.toSession(column.name));
     // The header goes out with the first batch, so that a run refused at
     // its first record writes nothing at all.
-    std::string text;
-    appendCsvHeader(text, outputHeader, reader.lineEnd());
+    OutputText text;
+    writer.appendHeader(text, outputHeader);
 
     const bool skipBad = settings.onError == "skip";
-    const std::int64_t batchRows = kRowsPerTask * std::max(4, 2 * engine.threads());
     Progress progress(!settings.quiet && isatty(STDERR_FILENO), input.size());
     BatchEvaluator evaluator(plan);
     {
         BatchPipe batches(reader, batchRows, kBatchBytes, skipBad);
         while (const CsvBatch* batch = batches.next()) {
             evaluator.evaluate(*batch);
-            appendCsvRows(text, *batch, plan, evaluator, reader.lineEnd());
-            output.write(text);
+            writer.appendRows(text, *batch, plan, evaluator);
+            output.write(text.data(), text.size());
             text.clear();
             progress.update(evaluator.tally().rows, batches.bytesRead());
         }
     }
-    output.write(text);
+    output.write(text.data(), text.size());
     output.commit();
     progress.finish();
     if (!settings.quiet) {
@@ -178,6 +199,8 @@ void addApplyCommand(CLI::App& app) {
                                   "Length of the variable that receives a KSCANX result (at most " +
                                       std::to_string(kMaxResultLength) + " bytes)",
                                   0, kMaxResultLength);
+    command->add_option("--escape", settings->escape,
+                        "A byte that makes the next one text, as in \"6\\\" pipe\" (besides doubled quotes)");
     command->add_option("--module", settings->modulePath, "Path of the module file");
     command->add_option("input", settings->input, "Input CSV file, or - for standard input")->required();
     command->add_option("assignments", settings->assignments, "NAME = CALL, or (POS, LEN) = CALL KSCANX(...)")

@@ -1,11 +1,10 @@
-// libcsv does the parsing; this file feeds it one line at a time so that every
-// record can be named by its first line, and turns its callbacks into column
-// batches. Faults are noted in the callbacks and raised after libcsv returns,
-// so no exception crosses the C library.
+// A record is parsed in place in the read buffer: the scan jumps between the
+// bytes that matter, fields are noted as spans, and only a complete record
+// is copied into the batch. A record cut by the end of the buffer is moved
+// to its front and parsed again once more input is in.
 #include "cli/apply/csv_reader.h"
 
-#include <csv.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -13,17 +12,7 @@ namespace txcli {
 
 namespace {
 
-constexpr unsigned char kParserOptions = CSV_STRICT | CSV_STRICT_FINI;
-constexpr std::size_t kReadBlock = std::size_t{1} << 20;
-
-// Blanks belong to the field (libcsv trims them unless told otherwise).
-int noBlanks(unsigned char) { return 0; }
-
-void appendBytes(std::vector<char>& to, const void* data, std::size_t length) {
-    const std::size_t at = to.size();
-    to.resize(at + length);
-    if (length != 0) std::memcpy(to.data() + at, data, length);
-}
+void appendBytes(std::vector<char>& to, const char* begin, const char* end) { to.insert(to.end(), begin, end); }
 
 }  // namespace
 
@@ -34,162 +23,256 @@ void CsvBatch::clear(std::size_t columnCount) {
         column.offsets.assign(1, 0);
         column.bytes.clear();
     }
+    // `text` stays: the reader swaps it for its buffer and reads into it.
+    recordBegin.clear();
+    recordEnd.clear();
 }
 
-std::int64_t CsvBatch::byteSize() const {
-    std::int64_t size = 0;
-    for (const auto& column : columns) size += static_cast<std::int64_t>(column.bytes.size());
-    return size;
-}
+CsvReader::CsvReader(std::FILE* input, CsvBytes bytes, std::size_t bufferBytes)
+    : input_(input), bytes_(bytes), scan_(bytes), buffer_(std::max<std::size_t>(bufferBytes, 64)) {}
 
-CsvReader::CsvReader(std::FILE* input) : input_(input), parser_(new csv_parser), buffer_(kReadBlock) {
-    csv_init(parser_, kParserOptions);
-    csv_set_space_func(parser_, noBlanks);
-    csv_set_blk_size(parser_, 4096);
-}
-
-CsvReader::~CsvReader() {
-    csv_free(parser_);
-    delete parser_;
-}
-
-void CsvReader::resetParser() {
-    csv_free(parser_);
-    csv_init(parser_, kParserOptions);
-    csv_set_space_func(parser_, noBlanks);
-    csv_set_blk_size(parser_, 4096);
-}
-
-void CsvReader::onField(void* data, std::size_t length, void* selfPointer) {
-    auto& self = *static_cast<CsvReader*>(selfPointer);
-    const std::size_t index = self.fieldCount_++;
-    if (self.readingHeader_) {
-        self.header_.emplace_back(static_cast<const char*>(data), length);
-    } else if (self.batch_ != nullptr && index < self.columnCount_) {
-        CsvColumn& column = self.batch_->columns[index];
-        appendBytes(column.bytes, data, length);
-        column.offsets.push_back(static_cast<std::int64_t>(column.bytes.size()));
-        self.batchBytes_ += static_cast<std::int64_t>(length);
+// Moves the unparsed rest to the front and reads more behind it (the buffer
+// grows only for a record longer than itself); false at the end of input.
+bool CsvReader::fill() {
+    if (eof_) return false;
+    if (keepBuffer_) {
+        // Records of the batch are in the buffer: nothing may move (only a
+        // skipped bad line gets here).
+        if (length_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+    } else if (pos_ > 0) {
+        std::memmove(buffer_.data(), buffer_.data() + pos_, length_ - pos_);
+        length_ -= pos_;
+        pos_ = 0;
     }
-}
-
-void CsvReader::onRecordEnd(int terminator, void* selfPointer) {
-    auto& self = *static_cast<CsvReader*>(selfPointer);
-    if (!self.sawFirstRecord_) {
-        self.sawFirstRecord_ = true;
-        self.crlf_ = terminator == '\r' && self.lineEndsCrlf_;
+    if (length_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+    const std::size_t got = std::fread(buffer_.data() + length_, 1, buffer_.size() - length_, input_);
+    // The scan restarts at every fill: the bytes moved, and parsing goes back
+    // to the start of a cut record.
+    if (got == 0) {
+        if (std::ferror(input_)) throw CsvError(std::string("cannot read the input: ") + std::strerror(errno));
+        eof_ = true;
+        scan_.reset(buffer_.data() + pos_, buffer_.data() + length_);
+        return false;
     }
-    ++self.recordNumber_;
-    if (self.readingHeader_) {
-        self.readingHeader_ = false;
-        self.columnCount_ = self.header_.size();
-    } else if (self.fieldCount_ != self.columnCount_) {
-        self.fault(std::to_string(self.fieldCount_) + (self.fieldCount_ == 1 ? " field" : " fields") +
-                   " where the header has " + std::to_string(self.columnCount_));
-        self.rollBackRecord();
-    } else {
-        ++self.batch_->rows;
-    }
-    self.fieldCount_ = 0;
-    self.recordOpen_ = false;
-}
-
-void CsvReader::fault(const std::string& what) {
-    if (pendingFault_.empty()) {
-        pendingFault_ = "record " + std::to_string(recordNumber_) + " (line " + std::to_string(recordLine_) + "): " + what;
-    }
-}
-
-void CsvReader::rollBackRecord() {
-    if (batch_ == nullptr) return;
-    const auto rows = static_cast<std::size_t>(batch_->rows);
-    batchBytes_ = 0;
-    for (auto& column : batch_->columns) {
-        column.offsets.resize(rows + 1);
-        column.bytes.resize(static_cast<std::size_t>(column.offsets[rows]));
-        batchBytes_ += static_cast<std::int64_t>(column.bytes.size());
-    }
-}
-
-bool CsvReader::feedLine() {
-    if (bufferPos_ == bufferLength_) {
-        if (inputDone_) return false;
-        bufferLength_ = std::fread(buffer_.data(), 1, buffer_.size(), input_);
-        bufferPos_ = 0;
-        if (bufferLength_ == 0) {
-            if (std::ferror(input_)) throw CsvError(std::string("cannot read the input: ") + std::strerror(errno));
-            inputDone_ = true;
-            return false;
-        }
-    }
-    const char* begin = buffer_.data() + bufferPos_;
-    const std::size_t available = bufferLength_ - bufferPos_;
-    // The LF of a CRLF whose CR ended the previous block ends no line of its own.
-    const bool restOfCrlf = afterCr_ && begin[0] == '\n';
-    afterCr_ = false;
-    // A line ends at LF, CRLF or a bare CR, on every line alike: files from
-    // old Macs end lines with CR, and Python's csv module and libcsv read
-    // them so; taking CR as a line end only on some lines changes data.
-    const char* newline = restOfCrlf ? begin : nullptr;
-    for (std::size_t i = 0; newline == nullptr && i < available; ++i) {
-        if (begin[i] == '\n' || begin[i] == '\r') newline = begin + i;
-    }
-    lineEndsCrlf_ = false;
-    if (newline != nullptr && *newline == '\r') {
-        if (newline + 1 < begin + available) {
-            lineEndsCrlf_ = newline[1] == '\n';
-            newline += lineEndsCrlf_ ? 1 : 0;
-        } else {
-            afterCr_ = true;
-        }
-    }
-    const std::size_t length = newline != nullptr ? static_cast<std::size_t>(newline - begin) + 1 : available;
-    bufferPos_ += length;
-    bytesRead_ += static_cast<std::int64_t>(length);
-    if (restOfCrlf) {
-        csv_parse(parser_, begin, length, onField, onRecordEnd, this);
-        return true;
-    }
-    if (skipToLineEnd_) {
-        skipToLineEnd_ = newline == nullptr;
-        if (newline != nullptr) ++line_;
-        return true;
-    }
-    if (!recordOpen_) {
-        for (std::size_t i = 0; i < length; ++i) {
-            if (begin[i] != '\n' && begin[i] != '\r') {
-                recordOpen_ = true;
-                recordLine_ = line_;
-                break;
-            }
-        }
-    }
-    const std::size_t parsed = csv_parse(parser_, begin, length, onField, onRecordEnd, this);
-    const bool badQuoting = parsed < length;
-    if (badQuoting || parser_->entry_pos > kMaxFieldBytes) {
-        ++recordNumber_;
-        fault(badQuoting ? "a quote inside an unquoted field, or text after a closing quote, on line " +
-                               std::to_string(line_)
-                         : "a field longer than " + std::to_string(kMaxFieldBytes >> 20) +
-                               " MiB (a quoted field left open?)");
-        rollBackRecord();
-        resetParser();
-        recordOpen_ = false;
-        fieldCount_ = 0;
-        skipToLineEnd_ = newline == nullptr;
-    }
-    if (newline != nullptr) ++line_;
+    length_ += got;
+    scan_.reset(buffer_.data() + pos_, buffer_.data() + length_);
     return true;
 }
 
-void CsvReader::finishInput() {
-    if (finished_) return;
-    finished_ = true;
-    if (csv_fini(parser_, onField, onRecordEnd, this) != 0) {
-        ++recordNumber_;
-        fault("a quoted field is still open at the end of the input");
-        rollBackRecord();
+CsvReader::Parse CsvReader::fault(const char* at, const std::string& what) {
+    faultAt_ = at;
+    faultText_ = what;
+    return Parse::Fault;
+}
+
+CsvReader::Parse CsvReader::parseRecord() {
+    const char* const start = buffer_.data() + pos_;
+    const char* const end = buffer_.data() + length_;
+    const char separator = bytes_.separator;
+    const char quote = bytes_.quote;
+    const char escape = static_cast<char>(bytes_.escape);
+    const bool escapes = bytes_.escape >= 0;
+    fields_.clear();
+    recordLines_ = 0;
+    // Any kind of line end here ends a blank line, which is no record.
+    if (start == end) return eof_ ? Parse::End : Parse::More;
+    if (*start == '\n' || *start == '\r') {
+        if (*start == '\r' && start + 1 == end && !eof_) return Parse::More;
+        recordEnd_ = start + (*start == '\r' && start + 1 < end && start[1] == '\n' ? 2 : 1);
+        return Parse::Blank;
     }
+    const auto more = [&]() {
+        if (static_cast<std::size_t>(end - start) >= kMaxRecordBytes) {
+            return fault(end, "a record longer than " + std::to_string(kMaxRecordBytes >> 20) +
+                                  " MiB (a quoted field left open?)");
+        }
+        return Parse::More;
+    };
+    const char* p = start;
+    for (;;) {   // one field a turn, p at its first byte
+        Field field{p, p, false, false};
+        if (p < end && *p == quote) {
+            field.quoted = true;
+            const char* q = p + 1;
+            for (;;) {
+                q = scan_.next(q);
+                if (q == end) {
+                    if (!eof_) return more();
+                    return fault(q, "a quoted field is still open at the end of the input");
+                }
+                const char c = *q;
+                if (c == quote) {
+                    if (q + 1 == end && !eof_) return more();
+                    if (q + 1 == end || q[1] != quote) break;
+                    field.escaped = true;
+                    q += 2;
+                } else if (escapes && c == escape) {
+                    if (q + 1 == end) return eof_ ? fault(q, "an escape byte at the end of the input") : more();
+                    field.escaped = true;
+                    q += 2;
+                } else if (c == '\r') {
+                    if (q + 1 == end && !eof_) return more();
+                    ++recordLines_;
+                    q += q + 1 < end && q[1] == '\n' ? 2 : 1;
+                } else {
+                    recordLines_ += c == '\n';
+                    ++q;
+                }
+            }
+            field.begin = p + 1;
+            field.end = q;
+            p = q + 1;
+            if (p < end && *p != separator && *p != '\n' && *p != '\r') {
+                return fault(p, "text after a closing quote on line " + std::to_string(line_ + recordLines_));
+            }
+        } else {
+            const char* q = scan_.next(p);
+            while (escapes && q < end && *q == escape) {
+                if (q + 1 == end) return eof_ ? fault(q, "an escape byte at the end of the input") : more();
+                field.escaped = true;
+                q = scan_.next(q + 2);
+            }
+            if (q < end && *q == quote) {
+                return fault(q, "a quote inside an unquoted field on line " + std::to_string(line_ + recordLines_));
+            }
+            field.end = q;
+            p = q;
+        }
+        if (static_cast<std::size_t>(field.end - field.begin) > kMaxFieldBytes) {
+            return fault(p, "a field longer than " + std::to_string(kMaxFieldBytes >> 20) + " MiB");
+        }
+        fields_.push_back(field);
+        if (p == end) {
+            if (!eof_) return more();
+            contentEnd_ = recordEnd_ = end;
+            return Parse::Record;
+        }
+        if (*p == separator) {
+            ++p;
+            continue;
+        }
+        contentEnd_ = p;
+        if (*p == '\r') {
+            if (p + 1 == end && !eof_) return more();
+            p += p + 1 < end && p[1] == '\n' ? 2 : 1;
+        } else {
+            ++p;
+        }
+        ++recordLines_;
+        recordEnd_ = p;
+        return Parse::Record;
+    }
+}
+
+void CsvReader::consume(const char* to) {
+    const auto used = static_cast<std::size_t>(to - (buffer_.data() + pos_));
+    pos_ += used;
+    bytesRead_ += static_cast<std::int64_t>(used);
+}
+
+// After a fault: the record ends at the next line end, quotes or not.
+void CsvReader::skipLine() {
+    for (;;) {
+        const char* p = buffer_.data() + pos_;
+        const char* const end = buffer_.data() + length_;
+        while (p < end && *p != '\n' && *p != '\r') ++p;
+        if (p == end) {
+            consume(p);
+            if (!fill()) return;
+            continue;
+        }
+        if (*p == '\r' && p + 1 == end && !eof_) {
+            consume(p);
+            if (fill()) continue;
+            p = buffer_.data() + pos_;
+        }
+        const bool crlf = *p == '\r' && p + 1 < buffer_.data() + length_ && p[1] == '\n';
+        ++line_;
+        consume(p + (crlf ? 2 : 1));
+        return;
+    }
+}
+
+void CsvReader::appendField(std::vector<char>& to, const Field& field) const {
+    if (!field.escaped) {
+        appendBytes(to, field.begin, field.end);
+        return;
+    }
+    // The parse paired every doubled quote and escape with the byte after it.
+    for (const char* c = field.begin; c < field.end; ++c) {
+        if ((bytes_.escape >= 0 && *c == static_cast<char>(bytes_.escape)) || (field.quoted && *c == bytes_.quote)) ++c;
+        to.push_back(*c);
+    }
+}
+
+void CsvReader::takeRecord(CsvBatch* batch) {
+    ++recordNumber_;
+    if (readingHeader_) {
+        for (const Field& field : fields_) {
+            std::vector<char> name;
+            appendField(name, field);
+            header_.emplace_back(name.begin(), name.end());
+        }
+        crlf_ = contentEnd_ + 2 == recordEnd_;
+        readingHeader_ = false;
+    } else if (fields_.size() != header_.size()) {
+        if (pendingFault_.empty()) {
+            pendingFault_ = "record " + std::to_string(recordNumber_) + " (line " + std::to_string(line_) +
+                            "): " + std::to_string(fields_.size()) + (fields_.size() == 1 ? " field" : " fields") +
+                            " where the header has " + std::to_string(header_.size());
+        }
+    } else {
+        for (std::size_t c = 0; c < fields_.size(); ++c) {
+            if (!wanted_.empty() && !wanted_[c]) continue;
+            CsvColumn& column = batch->columns[c];
+            appendField(column.bytes, fields_[c]);
+            column.offsets.push_back(static_cast<std::int64_t>(column.bytes.size()));
+        }
+        batch->recordBegin.push_back(static_cast<std::int64_t>(pos_));
+        batch->recordEnd.push_back(contentEnd_ - buffer_.data());
+        batchBytes_ += recordEnd_ - (buffer_.data() + pos_);
+        ++batch->rows;
+        keepBuffer_ = true;
+    }
+    line_ += recordLines_;
+    consume(recordEnd_);
+}
+
+// Reads one record or blank line into `batch`. A record cut by the end of
+// the buffer ends the batch, so the buffer can go to the batch as it is.
+CsvReader::Step CsvReader::step(CsvBatch* batch, bool skipBad) {
+    switch (parseRecord()) {
+        case Parse::End:
+            return Step::End;
+        case Parse::More:
+            if (keepBuffer_ && length_ == buffer_.size()) return Step::BatchFull;
+            fill();
+            return Step::Next;
+        case Parse::Blank:
+            ++line_;
+            consume(recordEnd_);
+            return Step::Next;
+        case Parse::Record:
+            takeRecord(batch);
+            break;
+        case Parse::Fault: {
+            ++recordNumber_;
+            if (pendingFault_.empty()) {
+                pendingFault_ =
+                    "record " + std::to_string(recordNumber_) + " (line " + std::to_string(line_) + "): " + faultText_;
+            }
+            // Lines up to the fault, then on to the end of its line.
+            const char* p = buffer_.data() + pos_;
+            for (; p < faultAt_; ++p) {
+                if (*p == '\n' || (*p == '\r' && !(p + 1 < faultAt_ && p[1] == '\n'))) ++line_;
+            }
+            consume(faultAt_);
+            skipLine();
+            break;
+        }
+    }
+    settleFault(skipBad);
+    return Step::Next;
 }
 
 void CsvReader::settleFault(bool skipBad) {
@@ -203,31 +286,38 @@ void CsvReader::settleFault(bool skipBad) {
 }
 
 std::vector<std::string> CsvReader::readHeader() {
+    while (length_ - pos_ < 3 && fill()) {
+    }
+    if (length_ - pos_ >= 3 && std::memcmp(buffer_.data() + pos_, "\xEF\xBB\xBF", 3) == 0) {
+        consume(buffer_.data() + pos_ + 3);
+    }
     while (readingHeader_) {
-        if (!feedLine()) {
-            finishInput();
-            if (readingHeader_) {
-                settleFault(false);
-                throw CsvError("the input is empty: no header row");
-            }
-        }
-        settleFault(false);
+        if (step(nullptr, false) == Step::End) throw CsvError("the input is empty: no header row");
     }
     return header_;
 }
 
 bool CsvReader::read(CsvBatch& batch, std::int64_t maxRows, std::int64_t maxBytes, bool skipBad) {
-    batch.clear(columnCount_);
-    batch_ = &batch;
+    batch.clear(header_.size());
     batchBytes_ = 0;
-    if (finished_) return false;
-    while (recordOpen_ || (batch.rows < maxRows && batchBytes_ < maxBytes)) {
-        if (!feedLine()) {
-            finishInput();
-            settleFault(skipBad);
-            break;
-        }
-        settleFault(skipBad);
+    while (!finished_ && batch.rows < maxRows && batchBytes_ < maxBytes) {
+        const Step next = step(&batch, skipBad);
+        if (next == Step::End) finished_ = true;
+        if (next == Step::BatchFull) break;
+    }
+    // The buffer goes to the batch; the batch's old one, with the unparsed
+    // rest copied to its front, is read into next.
+    if (keepBuffer_) {
+        std::vector<char> next = std::move(batch.text);
+        next.resize(buffer_.size());
+        const std::size_t rest = length_ - pos_;
+        if (rest != 0) std::memcpy(next.data(), buffer_.data() + pos_, rest);
+        batch.text = std::move(buffer_);
+        buffer_ = std::move(next);
+        pos_ = 0;
+        length_ = rest;
+        keepBuffer_ = false;
+        scan_.reset(buffer_.data(), buffer_.data() + length_);
     }
     return batch.rows > 0;
 }

@@ -1,7 +1,7 @@
 // CSV input of `txscan apply`: RFC 4180 records (a header row, quoted fields
-// with embedded commas, quotes and newlines; lines end with LF, CRLF or a
-// bare CR) read through libcsv into column batches, the bytes of every field
-// kept as they are in the file.
+// with embedded separators, quotes and line ends; lines end with LF, CRLF or a
+// bare CR) read into column batches, the bytes of every field kept as they
+// are in the file. Optionally an escape byte (`\"`) besides doubled quotes.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-struct csv_parser;
+#include "cli/apply/csv_scan.h"
 
 namespace txcli {
 
@@ -25,9 +25,14 @@ struct CsvColumn {
 // that a long input streams through the same memory.
 struct CsvBatch {
     std::int64_t rows = 0;
-    std::vector<CsvColumn> columns;
+    std::vector<CsvColumn> columns;   // the columns the reader was asked for; the others stay empty
+    // Each record's text as in the input, its line end left out: row i is
+    // text[recordBegin[i], recordEnd[i]). `text` is the read buffer the
+    // records were parsed in, handed over whole: no record is copied.
+    std::vector<char> text;
+    std::vector<std::int64_t> recordBegin;
+    std::vector<std::int64_t> recordEnd;
     void clear(std::size_t columnCount);
-    std::int64_t byteSize() const;
 };
 
 // A malformed record, or input that is not CSV at all; the text names the
@@ -38,66 +43,81 @@ struct CsvError : std::runtime_error {
 
 class CsvReader {
 public:
-    explicit CsvReader(std::FILE* input);
-    ~CsvReader();
+    // A batch's records come from one read buffer of `bufferBytes` (more
+    // for a longer record).
+    explicit CsvReader(std::FILE* input, CsvBytes bytes = {}, std::size_t bufferBytes = std::size_t{1} << 20);
     CsvReader(const CsvReader&) = delete;
     CsvReader& operator=(const CsvReader&) = delete;
 
-    // The first record. Throws CsvError on empty or malformed input.
+    // The first record, a UTF-8 byte-order mark before it left out. Throws
+    // CsvError on empty or malformed input.
     std::vector<std::string> readHeader();
+    // The columns that batches fill (by default all of them).
+    void readColumns(std::vector<bool> wanted) { wanted_ = std::move(wanted); }
     // Fills `batch` with the next records, at most `maxRows` of them and
-    // about `maxBytes` of field text; false when the input is done. A
-    // malformed record throws CsvError, or with `skipBad` is counted and left
-    // out.
+    // about `maxBytes` of text; false when the input is done. A malformed
+    // record throws CsvError, or with `skipBad` is counted and left out.
     bool read(CsvBatch& batch, std::int64_t maxRows, std::int64_t maxBytes, bool skipBad);
 
     std::int64_t bytesRead() const { return bytesRead_; }
     std::int64_t skippedRecords() const { return skipped_; }
     std::int64_t firstSkippedRecord() const { return firstSkipped_; }
     const std::string& firstSkipReason() const { return firstSkipReason_; }
-    // The line end of the input's first record, so output keeps the same.
+    // The line end of the input's first record (CRLF, or LF for LF and a
+    // bare CR), so output keeps the same.
     const char* lineEnd() const { return crlf_ ? "\r\n" : "\n"; }
 
     // A field (a quoted one left open, most likely) longer than this stops the
-    // run instead of swallowing the rest of the input into memory.
+    // record instead of swallowing the rest of the input into memory.
     static constexpr std::size_t kMaxFieldBytes = std::size_t{16} << 20;
+    static constexpr std::size_t kMaxRecordBytes = std::size_t{64} << 20;
 
 private:
-    static void onField(void* data, std::size_t length, void* self);
-    static void onRecordEnd(int terminator, void* self);
-    void resetParser();
-    void rollBackRecord();
-    void fault(const std::string& what);
-    // Feeds the parser up to the end of the next line; false at the end of input.
-    bool feedLine();
-    void finishInput();
+    struct Field {
+        const char* begin;
+        const char* end;
+        bool quoted;
+        bool escaped;   // holds doubled quotes or escape bytes to take out
+    };
+    enum class Parse { Record, Blank, More, End, Fault };
+    enum class Step { Next, BatchFull, End };
+
+    Parse parseRecord();
+    Parse fault(const char* at, const std::string& what);
+    bool fill();
+    void skipLine();
+    void consume(const char* to);
+    void appendField(std::vector<char>& to, const Field& field) const;
+    void takeRecord(CsvBatch* batch);
     void settleFault(bool skipBad);
+    Step step(CsvBatch* batch, bool skipBad);
 
     std::FILE* input_;
-    csv_parser* parser_;
+    CsvBytes bytes_;
+    CsvScan scan_;
     std::vector<char> buffer_;
-    std::size_t bufferPos_ = 0;
-    std::size_t bufferLength_ = 0;
-    bool inputDone_ = false;
+    std::size_t pos_ = 0;      // the next record's first byte
+    std::size_t length_ = 0;
+    bool eof_ = false;
     bool finished_ = false;
-    bool skipToLineEnd_ = false;
+
+    // The record parsed last.
+    std::vector<Field> fields_;
+    const char* contentEnd_ = nullptr;
+    const char* recordEnd_ = nullptr;
+    std::int64_t recordLines_ = 0;       // line ends inside the record and ending it
+    const char* faultAt_ = nullptr;
+    std::string faultText_;
 
     std::int64_t bytesRead_ = 0;
-    std::int64_t line_ = 1;            // line of the next byte fed
-    std::int64_t recordNumber_ = 0;    // records ended so far, the header included
-    std::int64_t recordLine_ = 1;      // first line of the record being read
-    bool recordOpen_ = false;
-    std::size_t fieldCount_ = 0;       // fields of the record being read
+    std::int64_t line_ = 1;              // line of the byte at pos_
+    std::int64_t recordNumber_ = 0;      // records so far, the header included
     bool crlf_ = false;
-    bool lineEndsCrlf_ = false;        // the line being fed ends with CRLF
-    bool afterCr_ = false;             // the last block ended with a CR
-    std::int64_t batchBytes_ = 0;
-    bool sawFirstRecord_ = false;
-
     bool readingHeader_ = true;
     std::vector<std::string> header_;
-    CsvBatch* batch_ = nullptr;
-    std::size_t columnCount_ = 0;
+    std::vector<bool> wanted_;
+    std::int64_t batchBytes_ = 0;
+    bool keepBuffer_ = false;            // the buffer holds records of the batch being read
 
     std::string pendingFault_;
     std::int64_t skipped_ = 0;

@@ -1,7 +1,9 @@
-// Formats whole batches into one buffer, so the output is written in large
-// blocks and a failed run never leaves a half row.
+// Formats whole batches into one buffer, sized for the worst case up front
+// and written through a pointer, so the output goes out in large blocks and
+// a failed run never leaves a half row.
 #include "cli/apply/csv_writer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -9,70 +11,83 @@ namespace txcli {
 
 namespace {
 
-bool needsQuotes(std::string_view field) {
-    for (const char c : field) {
-        if (c == ',' || c == '"' || c == '\n' || c == '\r') return true;
-    }
-    return false;
-}
-
-void appendNumber(std::string& out, double value) {
-    char text[40];
-    const auto [end, error] = std::to_chars(text, text + sizeof text, value);
-    if (error == std::errc()) out.append(text, end);
-}
+// The shortest round-trip text of a double fits in 24 bytes.
+constexpr std::size_t kNumberBytes = 32;
 
 }  // namespace
 
-void appendCsvField(std::string& out, std::string_view field) {
-    if (!needsQuotes(field)) {
-        out.append(field);
-        return;
+char* OutputText::reserve(std::size_t more) {
+    if (capacity_ - size_ < more) {
+        const std::size_t capacity = std::max(2 * capacity_, size_ + more);
+        std::unique_ptr<char[]> grown(new char[capacity]);
+        if (size_ != 0) std::memcpy(grown.get(), data_.get(), size_);
+        data_ = std::move(grown);
+        capacity_ = capacity;
     }
-    out += '"';
-    for (const char c : field) {
-        if (c == '"') out += '"';
-        out += c;
-    }
-    out += '"';
+    return data_.get() + size_;
 }
 
-void appendCsvHeader(std::string& out, const std::vector<std::string>& fields, const char* lineEnd) {
+// The escape byte, where there is one, is doubled too, so that the output
+// reads back the same under the same --escape.
+char* CsvWriter::field(char* to, std::string_view text) const {
+    if (!scan_.anyIn(text.data(), text.data() + text.size())) {
+        std::memcpy(to, text.data(), text.size());
+        return to + text.size();
+    }
+    *to++ = bytes_.quote;
+    for (const char c : text) {
+        if (c == bytes_.quote || (bytes_.escape >= 0 && c == static_cast<char>(bytes_.escape))) *to++ = c;
+        *to++ = c;
+    }
+    *to++ = bytes_.quote;
+    return to;
+}
+
+void CsvWriter::appendHeader(OutputText& out, const std::vector<std::string>& fields) const {
+    std::size_t bound = lineEnd_.size();
+    for (const auto& f : fields) bound += 2 * f.size() + 3;
+    char* to = out.reserve(bound);
     for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (i) out += ',';
-        appendCsvField(out, fields[i]);
+        if (i) *to++ = bytes_.separator;
+        to = field(to, fields[i]);
     }
-    out += lineEnd;
+    std::memcpy(to, lineEnd_.data(), lineEnd_.size());
+    out.setEnd(to + lineEnd_.size());
 }
 
-void appendCsvRows(std::string& out, const CsvBatch& batch, const Plan& plan, const BatchEvaluator& outcomes,
-                   const char* lineEnd) {
+void CsvWriter::appendRows(OutputText& out, const CsvBatch& batch, const Plan& plan,
+                           const BatchEvaluator& outcomes) const {
     const auto rows = static_cast<std::size_t>(batch.rows);
+    std::size_t bound = batch.text.size() + rows * lineEnd_.size();
+    for (const auto& column : plan.columns) {
+        const bool text = plan.steps[static_cast<std::size_t>(column.step)].textResult;
+        bound += text ? 2 * outcomes.outcome(column.step).result.text.bytes.size() + 3 * rows
+                      : (kNumberBytes + 1) * rows;
+    }
+    char* to = out.reserve(bound);
     for (std::size_t row = 0; row < rows; ++row) {
-        bool first = true;
-        for (const auto& column : batch.columns) {
-            if (!first) out += ',';
-            first = false;
-            const std::int64_t begin = column.offsets[row];
-            appendCsvField(out, std::string_view(column.bytes.data() + begin,
-                                                 static_cast<std::size_t>(column.offsets[row + 1] - begin)));
-        }
+        const std::int64_t begin = batch.recordBegin[row];
+        const auto length = static_cast<std::size_t>(batch.recordEnd[row] - begin);
+        std::memcpy(to, batch.text.data() + begin, length);
+        to += length;
         for (const auto& column : plan.columns) {
-            if (!first) out += ',';
-            first = false;
+            *to++ = bytes_.separator;
             const StepOutcome& outcome = outcomes.outcome(column.step);
             if (!outcome.validity(column.part)[row]) continue;
             const txengine::Result& result = outcome.result;
             if (plan.steps[static_cast<std::size_t>(column.step)].textResult) {
-                const std::int64_t begin = result.text.offsets[row];
-                appendCsvField(out, std::string_view(result.text.bytes.data() + begin,
-                                                     static_cast<std::size_t>(result.text.offsets[row + 1] - begin)));
+                const std::int64_t from = result.text.offsets[row];
+                to = field(to, std::string_view(result.text.bytes.data() + from,
+                                                static_cast<std::size_t>(result.text.offsets[row + 1] - from)));
             } else {
-                appendNumber(out, column.part == 0 ? result.numbers[row] : result.lengths[row]);
+                const double value = column.part == 0 ? result.numbers[row] : result.lengths[row];
+                to = std::to_chars(to, to + kNumberBytes, value).ptr;
             }
         }
-        out += lineEnd;
+        std::memcpy(to, lineEnd_.data(), lineEnd_.size());
+        to += lineEnd_.size();
     }
+    out.setEnd(to);
 }
 
 }  // namespace txcli

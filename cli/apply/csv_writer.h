@@ -1,21 +1,50 @@
-// CSV output of `txscan apply`: every input field as it was read, then the
+// CSV output of `txscan apply`: every input record as it was read, then the
 // new columns; quotes only where a field needs them, numbers as the shortest
 // text that reads back to the same double, a missing value as an empty cell.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "cli/apply/csv_reader.h"
+#include "cli/apply/csv_scan.h"
 #include "cli/apply/evaluate.h"
 #include "cli/apply/plan.h"
 
 namespace txcli {
 
-void appendCsvField(std::string& out, std::string_view field);
-void appendCsvHeader(std::string& out, const std::vector<std::string>& fields, const char* lineEnd);
-void appendCsvRows(std::string& out, const CsvBatch& batch, const Plan& plan, const BatchEvaluator& outcomes,
-                   const char* lineEnd);
+// Text being formatted: grown by doubling, never zero-filled, kept between
+// batches.
+class OutputText {
+public:
+    // Room for `more` bytes at the end; returns where they go.
+    char* reserve(std::size_t more);
+    void setEnd(const char* end) { size_ = static_cast<std::size_t>(end - data_.get()); }
+    const char* data() const { return data_.get(); }
+    std::size_t size() const { return size_; }
+    void clear() { size_ = 0; }
+
+private:
+    std::unique_ptr<char[]> data_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+class CsvWriter {
+public:
+    CsvWriter(CsvBytes bytes, const char* lineEnd) : bytes_(bytes), scan_(bytes), lineEnd_(lineEnd) {}
+
+    void appendHeader(OutputText& out, const std::vector<std::string>& fields) const;
+    void appendRows(OutputText& out, const CsvBatch& batch, const Plan& plan, const BatchEvaluator& outcomes) const;
+
+private:
+    char* field(char* to, std::string_view text) const;
+
+    CsvBytes bytes_;
+    CsvScan scan_;
+    std::string lineEnd_;
+};
 
 }  // namespace txcli

@@ -2,11 +2,13 @@
 // handler, which may only unlink it and die the default way.
 #include "cli/apply/output_file.h"
 
+#include <glob.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -27,6 +29,24 @@ std::runtime_error failure(const std::string& what, const std::string& path) {
     return std::runtime_error(what + " " + path + ": " + std::strerror(errno));
 }
 
+// A run killed outright (SIGKILL, a power cut) leaves its temporary file.
+// The name holds the writer's process id, so the next run removes only the
+// ones whose writer is gone: never a file that a live run is writing.
+void removeStaleTemporaries(const std::string& path) {
+    glob_t found{};
+    if (glob((path + ".partial-*-??????").c_str(), GLOB_NOSORT, nullptr, &found) == 0) {
+        for (std::size_t i = 0; i < found.gl_pathc; ++i) {
+            const std::string name = found.gl_pathv[i];
+            const std::size_t at = path.size() + std::strlen(".partial-");
+            char* end = nullptr;
+            const long pid = std::strtol(name.c_str() + at, &end, 10);
+            if (pid <= 0 || end == name.c_str() + at || *end != '-') continue;
+            if (kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) unlink(name.c_str());
+        }
+    }
+    globfree(&found);
+}
+
 }  // namespace
 
 OutputFile::OutputFile(const std::string& path) : path_(path) {
@@ -42,7 +62,8 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
         if (file_ == nullptr) throw failure("cannot write", path);
         return;
     }
-    std::string name = path + ".partial-XXXXXX";
+    removeStaleTemporaries(path);
+    std::string name = path + ".partial-" + std::to_string(getpid()) + "-XXXXXX";
     if (name.size() >= sizeof pendingTemporary) throw std::runtime_error("output path too long: " + path);
     const int descriptor = mkstemp(name.data());
     if (descriptor < 0) throw failure("cannot create a file beside", path);
@@ -72,8 +93,8 @@ OutputFile::~OutputFile() {
     unlink(temporaryPath_.c_str());
 }
 
-void OutputFile::write(const std::string& data) {
-    if (!data.empty() && std::fwrite(data.data(), 1, data.size(), file_) != data.size()) {
+void OutputFile::write(const char* data, std::size_t size) {
+    if (size != 0 && std::fwrite(data, 1, size, file_) != size) {
         throw failure("cannot write", temporaryPath_.empty() ? std::string("the output") : path_);
     }
 }

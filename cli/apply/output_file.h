@@ -3,6 +3,7 @@
 // the end, removed on failure or on an interrupting signal).
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -18,7 +19,7 @@ public:
     OutputFile& operator=(const OutputFile&) = delete;
 
     // Throws std::runtime_error (disk full, closed pipe, ...).
-    void write(const std::string& data);
+    void write(const char* data, std::size_t size);
     void commit();
 
 private:

@@ -1,10 +1,14 @@
 // txscanmd._core: one Runtime per session encoding (a host Session, the
 // module loaded into it, and the row engine's thread pool), and `run`, which
-// turns Python columns into engine inputs, evaluates every row with the GIL
-// released and hands back numpy arrays.
+// reads Python columns in place as engine inputs, evaluates the rows batch
+// by batch with the GIL released and writes the numbers straight into the
+// numpy arrays it returns. Between batches it takes the GIL back and
+// answers pending signals, so Ctrl-C stops a long call.
 #include <algorithm>
+#include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,12 +33,12 @@ struct Runtime {
     txhost::Session session;
     std::unique_ptr<txhost::Module> module;
     std::unique_ptr<txengine::Engine> engine;
-    // Dask's threaded scheduler calls from several threads at once; one run
-    // at a time keeps the engine's pool to itself, and it uses every core.
+    // Dask's threaded scheduler calls from several threads at once; one
+    // batch at a time keeps the engine's pool to itself, and it uses every core.
     std::mutex running;
 
     Runtime(const std::string& modulePath, const std::string& encoding, int threads)
-        : codec{encoding, encoding == "UTF-8"},
+        : codec(codecFor(encoding)),
           session(txhost::SessionOptions{.encoding = encoding}),
           module(txhost::Module::load(session, modulePath)),
           engine(std::make_unique<txengine::Engine>(session, *module, txengine::EngineOptions{.threads = threads})) {}
@@ -50,20 +54,26 @@ std::shared_ptr<Runtime> openRuntime(const std::string& modulePath, const std::s
     return std::make_shared<Runtime>(modulePath, encoding, threads);
 }
 
+// A forked child has the parent's Runtime but none of its worker threads:
+// destroying it would wait for threads that do not exist. The child keeps
+// it, unused, for its whole life and builds a new one.
+void abandonAfterFork(const std::shared_ptr<Runtime>& runtime) { new std::shared_ptr<Runtime>(runtime); }
+
 // Inputs and the storage behind them, alive until the run is over.
 struct PreparedInputs {
     std::vector<txengine::Input> inputs;
-    std::vector<OwnedTextColumn> texts;
+    std::vector<ObjectColumn> objects;
     std::vector<py::array_t<double, py::array::c_style | py::array::forcecast>> numbers;
-    std::vector<std::vector<std::uint8_t>> numberValidity;
+    bool bytesOut = false;   // argument 1 holds bytes
 };
 
 // Arguments come from the Python layer as (kind, value) pairs, kinds
-// "text_column", "number_column", "text", "number" and "absent".
+// "column" (an object array: text or numbers, found by reading it),
+// "number_column" (float64), "text", "number" and "absent".
 PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const Codec& codec, py::handle na,
                              const std::string& label) {
     PreparedInputs prepared;
-    prepared.texts.reserve(arguments.size());
+    prepared.objects.reserve(arguments.size());
     prepared.numbers.reserve(arguments.size());
     int position = 0;
     for (py::handle argument : arguments) {
@@ -72,15 +82,20 @@ PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const
         auto pair = argument.cast<py::tuple>();
         const auto kind = pair[0].cast<std::string>();
         py::handle value = pair[1];
-        if (kind == "text_column" || kind == "number_column") {
+        if (kind == "column" || kind == "number_column") {
             if (py::len(value) != static_cast<std::size_t>(rows)) {
                 throw py::value_error(what + " has " + std::to_string(py::len(value)) + " rows, argument 1 has " +
                                       std::to_string(rows));
             }
         }
-        if (kind == "text_column") {
-            prepared.texts.push_back(textColumnFrom(py::reinterpret_borrow<py::array>(value), codec, na, what));
-            prepared.inputs.push_back(txengine::Input::column(prepared.texts.back().view()));
+        if (kind == "column") {
+            ObjectColumn column = readObjectColumn(py::reinterpret_borrow<py::array>(value), codec, na, position, what);
+            if (position == 1 && column.numeric) throw py::value_error(label + ": argument 1 must hold text, not numbers");
+            if (position == 1) prepared.bytesOut = column.allBytes;
+            prepared.objects.push_back(std::move(column));
+            const ObjectColumn& held = prepared.objects.back();
+            prepared.inputs.push_back(held.numeric ? txengine::Input::column(txengine::NumberColumn{held.values.data(), nullptr})
+                                                   : txengine::Input::column(held.text));
         } else if (kind == "number_column") {
             auto values = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(value);
             if (!values || values.ndim() != 1) throw py::value_error(what + ": expected a one-dimensional numeric array");
@@ -95,6 +110,35 @@ PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const
         }
     }
     return prepared;
+}
+
+// The inputs of rows [begin, ...): columns moved on by `begin` rows (a
+// multiple of 8, so bitmaps move by whole bytes).
+std::vector<txengine::Input> batchOf(const std::vector<txengine::Input>& inputs, std::int64_t begin) {
+    std::vector<txengine::Input> batch = inputs;
+    for (txengine::Input& in : batch) {
+        const auto bitmap = [&](const std::uint8_t* v) { return v == nullptr ? v : v + begin / 8; };
+        if (in.kind == txengine::Input::Kind::TextViews) {
+            in.views = {in.views.views + begin, bitmap(in.views.validity)};
+        } else if (in.kind == txengine::Input::Kind::Number) {
+            in.number = {in.number.values + begin, bitmap(in.number.validity)};
+        }
+    }
+    return batch;
+}
+
+// Counts of one kind of message added over the batches.
+void addMessages(std::vector<txengine::MessageCount>& all, const std::vector<txengine::MessageCount>& batch) {
+    for (const txengine::MessageCount& m : batch) {
+        auto same = std::find_if(all.begin(), all.end(), [&](const txengine::MessageCount& a) {
+            return a.error == m.error && a.code == m.code && a.functionName == m.functionName && a.character == m.character;
+        });
+        if (same == all.end()) {
+            all.push_back(m);
+        } else {
+            same->count += m.count;
+        }
+    }
 }
 
 py::list messageList(const std::vector<txengine::MessageCount>& messages) {
@@ -113,31 +157,110 @@ py::list messageList(const std::vector<txengine::MessageCount>& messages) {
     return out;
 }
 
-// Evaluates `function` over `rows` rows. Returns a dict with "status" and,
-// by result kind, "number", "position" and "length", or "text".
+// The end of the batch that starts at `begin`: enough rows for every worker
+// to take several tasks, few enough rows and bytes of argument 1 that
+// Ctrl-C is answered within a fraction of a second. A multiple of 8 rows,
+// so that bitmaps move by whole bytes.
+std::int64_t batchEnd(const Runtime& runtime, const txengine::Input& first, std::int64_t begin, std::int64_t rows) {
+    constexpr std::int64_t kMaxBytes = std::int64_t{1} << 26;
+    const std::int64_t most = std::int64_t{1} << 16 << (runtime.engine->threads() > 2 ? 1 : 0);
+    std::int64_t end = std::min(rows, begin + most);
+    if (first.kind == txengine::Input::Kind::TextViews) {
+        std::int64_t bytes = 0;
+        for (std::int64_t row = begin; row < end; ++row) {
+            bytes += first.views.views[row].length;
+            if (bytes >= kMaxBytes) {
+                end = std::min(rows, (row + 8) / 8 * 8);
+                break;
+            }
+        }
+    }
+    return end;
+}
+
+// Evaluates `function` over `rows` rows. Returns a dict with "status",
+// "messages" and, by result kind, "number", "position" and "length", or
+// "text".
 py::dict run(Runtime& runtime, const std::string& label, const std::string& function, bool callRoutine,
-             const py::list& arguments, std::int64_t rows, std::int64_t maxLength, bool bytesOut, py::handle na) {
+             const py::list& arguments, std::int64_t rows, std::int64_t maxLength, py::handle na) {
     PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, na, label);
-    txengine::Result result;
+    const bool text = !callRoutine && function == "KSCANX";
+    py::array_t<std::int32_t> status(rows);
+    py::array_t<double> numbers(text ? 0 : rows);
+    py::array_t<double> lengths(callRoutine ? rows : 0);
+    py::array texts(py::dtype("O"), std::vector<py::ssize_t>{static_cast<py::ssize_t>(text ? rows : 0)});
+    const std::uint8_t* sourceValidity = prepared.inputs[0].kind == txengine::Input::Kind::TextViews
+                                             ? prepared.inputs[0].views.validity
+                                             : nullptr;
+    std::vector<txengine::MessageCount> messages;
+    std::optional<txengine::Program> program;
     {
         py::gil_scoped_release released;
-        std::lock_guard<std::mutex> lock(runtime.running);
-        txengine::Program program = runtime.engine->prepare(
-            txengine::ProgramOptions{.function = function, .callRoutine = callRoutine, .maxLength = maxLength});
-        result = program.run(prepared.inputs, rows);
+        program.emplace(runtime.engine->prepare(
+            txengine::ProgramOptions{.function = function, .callRoutine = callRoutine, .maxLength = maxLength}));
+    }
+    for (std::int64_t begin = 0, end = 0; begin < rows || begin == 0; begin = end) {
+        end = batchEnd(runtime, prepared.inputs[0], begin, rows);
+        const std::int64_t count = end - begin;
+        const std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
+        txengine::OutputPlaces places{.status = status.mutable_data() + begin};
+        if (!text) places.numbers = numbers.mutable_data() + begin;
+        if (callRoutine) places.lengths = lengths.mutable_data() + begin;
+        txengine::Result result;
+        {
+            py::gil_scoped_release released;
+            std::lock_guard<std::mutex> lock(runtime.running);
+            result = program->run(batch, count, places);
+        }
+        addMessages(messages, result.messages);
+        if (text) fillText(texts, begin, result.text, sourceValidity, runtime.codec, prepared.bytesOut, label);
+        if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+        if (rows == 0) break;
     }
     py::dict out;
-    out["status"] = statusArray(result.status);
-    out["messages"] = messageList(result.messages);
+    out["status"] = status;
+    out["messages"] = messageList(messages);
     if (callRoutine) {
-        out["position"] = numberArray(result.numbers, result.numberValid);
-        out["length"] = numberArray(result.lengths);
-    } else if (function == "KSCANX") {
-        out["text"] = textArray(result.text, runtime.codec, bytesOut, label);
+        out["position"] = numbers;
+        out["length"] = lengths;
+    } else if (text) {
+        out["text"] = texts;
     } else {
-        out["number"] = numberArray(result.numbers, result.numberValid);
+        out["number"] = numbers;
     }
     return out;
+}
+
+// The engine alone over the same rows, for the benchmark: CPU seconds of
+// the thread for each of `rounds` runs of one Program on columns already in
+// the engine's layout (offsets and bytes).
+std::vector<double> engineSeconds(Runtime& runtime, const std::string& function, bool callRoutine, const py::list& arguments,
+                     std::int64_t rows, int rounds) {
+    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine");
+    std::vector<std::int64_t> offsets{0};
+    std::vector<char> bytes;
+    std::vector<txengine::Input> inputs = prepared.inputs;
+    const txengine::TextViewColumn& views = prepared.inputs[0].views;
+    for (std::int64_t row = 0; row < rows; ++row) {
+        const txengine::TextView& v = views.views[row];
+        bytes.insert(bytes.end(), v.data, v.data + v.length);
+        offsets.push_back(static_cast<std::int64_t>(bytes.size()));
+    }
+    inputs[0] = txengine::Input::column(txengine::TextColumn{offsets.data(), bytes.data(), views.validity});
+    py::gil_scoped_release released;
+    std::lock_guard<std::mutex> lock(runtime.running);
+    txengine::Program program = runtime.engine->prepare(
+        txengine::ProgramOptions{.function = function, .callRoutine = callRoutine, .maxLength = 200});
+    std::vector<double> seconds;
+    for (int round = 0; round < rounds; ++round) {
+        timespec start{}, end{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+        txengine::Result result = program.run(inputs, rows);
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+        seconds.push_back(static_cast<double>(end.tv_sec - start.tv_sec) +
+                          1e-9 * static_cast<double>(end.tv_nsec - start.tv_nsec));
+    }
+    return seconds;
 }
 
 }  // namespace
@@ -151,7 +274,10 @@ PYBIND11_MODULE(_core, m) {
         .def_property_readonly("encoding", [](const Runtime& r) { return r.codec.name; })
         .def_property_readonly("threads", [](const Runtime& r) { return r.engine->threads(); });
     m.def("run", &run, py::arg("runtime"), py::arg("label"), py::arg("function"), py::arg("call_routine"),
-          py::arg("arguments"), py::arg("rows"), py::arg("max_length"), py::arg("bytes_out"), py::arg("na"));
+          py::arg("arguments"), py::arg("rows"), py::arg("max_length"), py::arg("na"));
+    m.def("abandon_after_fork", &abandonAfterFork);
+    m.def("engine_seconds", &engineSeconds, py::arg("runtime"), py::arg("function"), py::arg("call_routine"),
+          py::arg("arguments"), py::arg("rows"), py::arg("rounds"));
     m.def("status_name", &txhost::statusName);
     m.def("available_encodings", &txhost::availableEncodings);
 }

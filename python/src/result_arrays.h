@@ -1,10 +1,8 @@
-// The row engine's results as numpy arrays: numbers as float64 with NaN
-// where nothing (or the missing value) was stored, text as an object array of
-// str (or bytes) with None for rows that received no text.
+// Text results of the engine to Python objects, filled under the GIL.
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <string>
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -16,15 +14,13 @@ namespace txpython {
 
 namespace py = pybind11;
 
-py::array_t<double> numberArray(const std::vector<double>& values, const std::vector<std::uint8_t>& valid);
-
-// Every NaN, the module's missing value among them, becomes the plain NaN.
-py::array_t<double> numberArray(const std::vector<double>& values);
-
-py::array_t<std::int32_t> statusArray(const std::vector<std::int32_t>& status);
-
-// `asBytes`: the session-encoding bytes as they are; otherwise str decoded
-// with the codec. Throws py::value_error naming the row the codec refuses.
-py::array textArray(const txengine::TextResult& text, const Codec& codec, bool asBytes, const std::string& what);
+// Writes rows [begin, begin + batch rows) of the object array `out` from one
+// batch's text result: str decoded with the codec, or the bytes as they are
+// (`asBytes`); None where the module stored nothing; an empty text where
+// the source row is null (`sourceValidity`, over the whole column), where
+// the module answers one blank. Throws py::value_error naming the row the
+// codec refuses.
+void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, const std::uint8_t* sourceValidity,
+              const Codec& codec, bool asBytes, const std::string& what);
 
 }  // namespace txpython

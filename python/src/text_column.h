@@ -1,6 +1,15 @@
-// Text columns made from Python objects for the row engine: str rows in the
-// session encoding, bytes rows as they are, None, NaN and pandas' NA as null
-// rows. The column owns its bytes, so the engine may run without the GIL.
+// Columns of Python objects read for the row engine in one pass: str rows
+// in the session encoding, bytes rows as they are, None, NaN and pandas' NA
+// as null rows, or numbers. Text is viewed where it lies whenever its bytes
+// already are the session's (ASCII str for an ASCII-compatible encoding,
+// one-byte str for ISO-8859-1, bytes, a str's own UTF-8 copy); only the
+// other rows are transcoded, into an arena of the calling thread that is
+// sized once per column and kept for the thread's next calls. Nothing is
+// left behind in the caller's objects.
+//
+// The views point into the objects, so the column must stay alive and
+// unchanged until the engine is done with it: the package holds the array
+// for the length of the call.
 #pragma once
 
 #include <cstdint>
@@ -16,26 +25,32 @@ namespace txpython {
 
 namespace py = pybind11;
 
-// How str values reach the session encoding and come back: UTF-8 directly,
-// any other encoding through Python's codec of the same name.
+// How str values reach the session encoding and come back.
 struct Codec {
-    std::string name;   // the session encoding as the host names it
+    std::string name;           // the session encoding as the host names it
     bool utf8 = true;
+    bool latin1 = false;        // ISO-8859-1: every one-byte str is already its bytes
+    bool asciiSame = true;      // ASCII str encode to themselves (checked with Python's codec)
 };
 
-struct OwnedTextColumn {
-    std::vector<std::int64_t> offsets{0};
-    std::vector<char> bytes;
-    std::vector<std::uint8_t> validity;   // empty when every row holds a value
+Codec codecFor(const std::string& encoding);
 
-    txengine::TextColumn view() const;
+// One object column as the engine takes it.
+struct ObjectColumn {
+    bool numeric = false;        // numbers and nulls only: `values` holds them (NaN for null)
+    bool allBytes = false;       // every value is bytes: text results come back as bytes
+    txengine::TextViewColumn text{};
+    std::vector<double> values;
 };
 
-// `items` is a contiguous one-dimensional object array. `na` is pandas' NA
-// (or None). `what` names the argument in errors ("kfind: argument 1").
-// Throws py::value_error naming the row on a value that is not text or a str
-// the codec cannot encode.
-OwnedTextColumn textColumnFrom(const py::array& items, const Codec& codec, py::handle na, const std::string& what);
+// `items` is a contiguous one-dimensional object array. `slot` picks the
+// calling thread's buffers (one set per argument position). `na` is pandas'
+// NA. `what` names the argument in errors ("kfind: argument 1"). Throws
+// py::value_error naming the row on a value that is neither text, a number
+// nor null, on text mixed with numbers, and on a str the codec cannot
+// encode.
+ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
+                              const std::string& what);
 
 // One scalar as session-encoding bytes (str through the codec, bytes as is).
 std::string textScalar(py::handle value, const Codec& codec, const std::string& what);

@@ -1,6 +1,7 @@
 """The public functions: arguments sorted into columns and constants, one
 engine run per call, statuses turned into errors or NaN, messages kept and
-warned about, and a Series back when a Series came in."""
+warned about, and a Series back when a Series came in (nullable Int64 and
+string results for a pandas `string` column, as its `.str` gives)."""
 import threading
 import warnings
 from typing import NamedTuple
@@ -46,9 +47,12 @@ def _is_scalar_number(value):
 
 
 def _values(value):
+    """The column as a numpy array; object columns are the caller's own array, not a copy."""
     if isinstance(value, (pd.Series, pd.Index)):
         if pd.api.types.is_numeric_dtype(value.dtype) and not pd.api.types.is_bool_dtype(value.dtype):
             return value.to_numpy(dtype=np.float64, na_value=np.nan)
+        if isinstance(value.dtype, pd.StringDtype) and value.dtype.storage == "python":
+            return np.asarray(value.array)   # its objects, pd.NA for missing
         return value.to_numpy(dtype=object)
     # Lists stay objects: numpy would turn [ "a", 3 ] into the text "3".
     return value if isinstance(value, np.ndarray) else np.array(value, dtype=object)
@@ -69,11 +73,8 @@ def _argument(value, label, position):
     if kind in "iuf":
         return ("number_column", np.ascontiguousarray(array, dtype=np.float64))
     if kind in "USO":
-        array = np.ascontiguousarray(array, dtype=object)
-        if kind == "O" and pd.api.types.infer_dtype(array, skipna=True) in ("integer", "floating", "mixed-integer-float"):
-            numbers = pd.to_numeric(pd.Series(array, copy=False)).to_numpy(dtype=np.float64, na_value=np.nan)
-            return ("number_column", numbers)
-        return ("text_column", array)
+        # Text or numbers: the native side tells them apart in its one pass.
+        return ("column", np.ascontiguousarray(array, dtype=object))
     raise ValueError(f"{label}: argument {position} has values of type {array.dtype}, neither text nor numbers")
 
 
@@ -95,8 +96,23 @@ def _report(label, messages, notes, index):
                     stacklevel=4)
 
 
+def _converted(values, dtype):
+    """`values` (float64 with NaN, or objects with None) as `dtype`."""
+    if dtype is None:
+        return values
+    target = pd.api.types.pandas_dtype(dtype)
+    if isinstance(target, pd.Int64Dtype) and values.dtype == np.float64:
+        missing = np.isnan(values)
+        return pd.arrays.IntegerArray(np.where(missing, 0, values).astype(np.int64), missing)
+    if isinstance(target, pd.api.extensions.ExtensionDtype):
+        return pd.array(values, dtype=target)
+    if target.kind in "iub" and values.dtype == np.float64 and np.isnan(values).any():
+        raise ValueError(f"missing results cannot be held by dtype {target}; use a nullable one such as 'Int64'")
+    return values.astype(target)
+
+
 def _call(label, function, x, args, *, call_routine=False, length=200, encoding="UTF-8", errors="raise",
-          notes="warn"):
+          notes="warn", dtype=None):
     if errors not in ("raise", "coerce"):
         raise ValueError(f"{label}: errors must be 'raise' or 'coerce', not {errors!r}")
     if notes not in ("warn", "count"):
@@ -106,13 +122,13 @@ def _call(label, function, x, args, *, call_routine=False, length=200, encoding=
     index = x.index if isinstance(x, pd.Series) else None
     name = x.name if isinstance(x, pd.Series) else None
     first = _argument(x, label, 1)
-    if first[0] != "text_column":
+    if first[0] != "column":
         raise ValueError(f"{label}: argument 1 must hold text, not numbers")
     source = first[1]
+    if dtype is None and isinstance(getattr(x, "dtype", None), pd.StringDtype):
+        dtype = "string" if function == "KSCANX" and not call_routine else "Int64"
     arguments = [first] + [_argument(a, label, k) for k, a in enumerate(args, start=2)]
-    bytes_out = pd.api.types.infer_dtype(source, skipna=True) == "bytes"
-    out = _core.run(runtime(encoding), label, function, call_routine, arguments, len(source), length, bytes_out,
-                    pd.NA)
+    out = _core.run(runtime(encoding), label, function, call_routine, arguments, len(source), length, pd.NA)
 
     status = out["status"]
     bad = (status != 0) & (status != _STATUS_MISSING_START)
@@ -130,6 +146,7 @@ def _call(label, function, x, args, *, call_routine=False, length=200, encoding=
     _report(label, out["messages"], notes, index)
 
     def shaped(values):
+        values = _converted(values, dtype)
         return pd.Series(values, index=index, name=name, copy=False) if index is not None else values
 
     if call_routine:

@@ -10,7 +10,13 @@ further argument is a constant, or col(name) for another column of the frame.
 ("kscanx_call", ...) makes two columns, <name>_position and <name>_length.
 The graph carries only names and constants: each worker process imports the
 package and loads the module once, on its first partition.
+
+Importing this module also registers the accessor on dask Series, so the
+line that works on a pandas Series works on a dask one:
+
+    ddf["name"].txscan.kfind("x")
 """
+import dask.dataframe as dd
 import numpy as np
 import pandas as pd
 
@@ -68,3 +74,36 @@ def assign(ddf, *, encoding="UTF-8", errors="raise", notes="count", length=200, 
     plan = _Plan(planned, {"encoding": encoding, "errors": errors, "notes": notes, "length": length})
     meta = ddf._meta.assign(**empty)
     return ddf.map_partitions(_apply_plan, plan, meta=meta)
+
+
+def _call_routine_frame(series, *args, **options):
+    position, length = _functions.kscanx_call(series, *args, **options)
+    return pd.DataFrame({"position": position, "length": length})
+
+
+@dd.extensions.register_series_accessor("txscan")
+class DaskTxscanAccessor:
+    """The package's functions partition by partition, with the dask Series as their first argument; other dask
+    Series of the same frame may stand for column arguments."""
+
+    def __init__(self, series):
+        self._series = series
+
+    def __getattr__(self, name):
+        if name not in _FUNCTIONS:
+            raise AttributeError(f"txscan has no function {name!r}")
+        return lambda *args, **options: self._map(name, args, options)
+
+    def __dir__(self):
+        return list(_FUNCTIONS)
+
+    def _map(self, name, args, options):
+        # The result's dtype comes from the function itself on the empty partitions dask keeps as meta.
+        metas = [a._meta if isinstance(a, dd.Series) else a for a in args]
+        if name == "kscanx_call":
+            meta = _call_routine_frame(self._series._meta, *metas, **options)
+            frame = self._series.map_partitions(_call_routine_frame, *args, meta=meta, **options)
+            return frame["position"].rename(self._series.name), frame["length"].rename(self._series.name)
+        function = getattr(_functions, name)
+        meta = function(self._series._meta, *metas, **options)
+        return self._series.map_partitions(function, *args, meta=meta, **options)

@@ -1,6 +1,7 @@
 // txscan apply as a person runs it: the program on real files, its output,
 // its refusals, and its results against the same calls made one at a time.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -63,6 +64,10 @@ TEST(Apply, ReadsAndWritesCsvAsItIs) {
         // a result that needs quotes gets them
         {"a\n\"x,\"\"y z\"\n", "w = KSCANX(a, 1, ' ')", "a,w\n\"x,\"\"y z\",\"x,\"\"y\"\n"},
         {"a,b\n", "n = KCOUNTW(a)", "a,b,n\n"},
+        // a byte-order mark is not part of the first name, nor written out
+        {"\xEF\xBB\xBF" "a,b\nx y,1\n", "n = KCOUNTW(a)", "a,b,n\nx y,1,2\n"},
+        // fields are written as they came, quotes and all
+        {"a,b\n\"x\",\"y z\"\n", "n = KCOUNTW(b)", "a,b,n\n\"x\",\"y z\",2\n"},
         // numbers read from a column where only a number fits; missing is empty
         {"s,k\nab cd,2\nab cd,\nab cd,x\n", "w = KSCANX(s, k)", "s,k,w\nab cd,2,cd\nab cd,,\nab cd,x,\n"},
     };
@@ -71,6 +76,17 @@ TEST(Apply, ReadsAndWritesCsvAsItIs) {
         EXPECT_EQ(0, run.exitCode) << c.input << run.err;
         EXPECT_EQ(c.output, run.out) << c.input;
     }
+}
+
+// --escape: a backslash makes the next byte text, in quotes or not, beside
+// doubled quotes; a new text column that holds one is written escaped.
+TEST(Apply, ReadsBackslashEscapedQuotes) {
+    const Outcome run = apply({"--escape", "\\",
+                               writeFile("esc.csv", "a\n\"6\\\" pipe\"\n\"say \"\"hi\"\"\"\na\\\\b c\nx\\,y\n"),
+                               "w = KSCANX(a, 1, ' ')", "n = KCOUNTW(a, ' ')"});
+    EXPECT_EQ(0, run.exitCode) << run.err;
+    EXPECT_EQ("a,w,n\n\"6\\\" pipe\",\"6\"\"\",2\n\"say \"\"hi\"\"\",say,2\na\\\\b c,\"a\\\\b\",2\nx\\,y,\"x,y\",1\n",
+              run.out);
 }
 
 TEST(Apply, ComputesColumnsFromColumns) {
@@ -180,6 +196,20 @@ TEST(Apply, WritesTheOutputFileOnlyWhenTheRunSucceeds) {
     EXPECT_EQ(0, apply({writeFile("ok.csv", "a\n1\n"), "-o", output, "n = KCOUNTW(a)"}).exitCode);
     EXPECT_EQ("a,n\n1,1\n", slurp(output));
     std::remove(output.c_str());
+}
+
+// A run killed outright leaves its temporary file; the next run removes it
+// when its writer is gone, and leaves a live writer's alone.
+TEST(Apply, RemovesTheTemporaryFileOfAKilledRun) {
+    const std::string output = scratch("killed.csv");
+    const std::string stale = output + ".partial-999999999-abcdef";
+    const std::string live = output + ".partial-" + std::to_string(getpid()) + "-abcdef";
+    std::ofstream(stale) << "a,n\n";
+    std::ofstream(live) << "a,n\n";
+    EXPECT_EQ(0, apply({writeFile("ok.csv", "a\n1\n"), "-o", output, "n = KCOUNTW(a)"}).exitCode);
+    EXPECT_FALSE(std::ifstream(stale).good());
+    EXPECT_TRUE(std::ifstream(live).good());
+    for (const auto& path : {output, live}) std::remove(path.c_str());
 }
 
 // Every cell of every new column equals the same call made on its own row

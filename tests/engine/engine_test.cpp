@@ -40,6 +40,23 @@ struct Owned {
             }
         }
     }
+    // The same rows as one view each, read backwards from a copy of the
+    // bytes so that nothing depends on rows lying in order.
+    std::string viewBytes;
+    std::vector<txengine::TextView> views;
+    txengine::TextViewColumn viewColumn() {
+        viewBytes.clear();
+        views.assign(rows.size(), {});
+        viewBytes.reserve(bytes.size());
+        for (std::size_t i = rows.size(); i-- > 0;) {
+            views[i].length = offsets[i + 1] - offsets[i];
+            viewBytes.append(bytes, static_cast<std::size_t>(offsets[i]), static_cast<std::size_t>(views[i].length));
+        }
+        for (std::size_t i = rows.size(), at = 0; i-- > 0; at += static_cast<std::size_t>(views[i].length)) {
+            views[i].data = views[i].length == 0 ? nullptr : viewBytes.data() + at;
+        }
+        return txengine::TextViewColumn{views.data(), validity.data()};
+    }
     auto column() const {
         if constexpr (kText) {
             return txengine::TextColumn{offsets.data(), bytes.data(), validity.data()};
@@ -117,12 +134,14 @@ Data makeData(const Encoding& e) {
     return {OwnedText(wordRows(e.words, kRows)), OwnedText(setRows), OwnedNumbers(numberRows)};
 }
 
-std::vector<txengine::Input> engineInputs(const Case& c, const Data& d) {
+std::vector<txengine::Input> engineInputs(const Case& c, Data& d, bool views = false) {
     std::vector<txengine::Input> inputs;
     for (const Arg& a : c.args) {
         if (const Column* column = std::get_if<Column>(&a)) {
+            OwnedText& text = *column == Words ? d.words : d.sets;
             inputs.push_back(*column == Numbers ? txengine::Input::column(d.numbers.column())
-                                                : txengine::Input::column((*column == Words ? d.words : d.sets).column()));
+                             : views            ? txengine::Input::column(text.viewColumn())
+                                                : txengine::Input::column(text.column()));
         } else if (const std::string* text = std::get_if<std::string>(&a)) {
             inputs.push_back(txengine::Input::constant(*text));
         } else {
@@ -189,12 +208,37 @@ std::vector<std::string> engineRows(const txengine::Result& r, Messages& message
     return rows;
 }
 
+// The same run with text views in and numbers, lengths and statuses written
+// into the caller's places, which start out holding garbage.
+std::vector<std::string> placedRows(txengine::Program& program, const Case& c, Data& d, Messages& messages) {
+    std::vector<double> numbers(kRows, 12345.0), lengths(kRows, 12345.0);
+    std::vector<std::uint8_t> validity(kRows / 8 + 1, 0xA5);
+    std::vector<std::int32_t> status(kRows, 77);
+    txengine::Result r = program.run(engineInputs(c, d, true), kRows,
+                                     {numbers.data(), validity.data(), c.callRoutine ? lengths.data() : nullptr, status.data()});
+    EXPECT_TRUE(r.status.empty() && r.numbers.empty() && r.lengths.empty());
+    const bool text = !r.text.offsets.empty();
+    if (!text) {
+        r.status = status;
+        for (std::size_t i = 0; i < kRows; ++i) {
+            const bool valid = txengine::rowValid(validity.data(), static_cast<std::int64_t>(i));
+            EXPECT_EQ(!valid, std::isnan(numbers[i])) << "row " << i;
+            r.numbers.push_back(numbers[i]);
+            r.numberValid.push_back(valid ? 1 : 0);
+        }
+        if (c.callRoutine) r.lengths = lengths;
+    } else {
+        r.status = status;
+    }
+    return engineRows(r, messages);
+}
+
 class RowEngine : public ::testing::TestWithParam<const Encoding*> {};
 
 TEST_P(RowEngine, EqualsTheCallSiteRowForRowOnAnyNumberOfWorkers) {
     txhost::Session session({.encoding = GetParam()->name});
     auto module = txhost::Module::load(session);
-    const Data d = makeData(*GetParam());
+    Data d = makeData(*GetParam());
     for (const Case& c : kCases) {
         Messages expectedMessages;
         const std::vector<std::string> expected = callSiteRows(*module, c, d, expectedMessages);
@@ -208,6 +252,15 @@ TEST_P(RowEngine, EqualsTheCallSiteRowForRowOnAnyNumberOfWorkers) {
             ASSERT_EQ(expected.size(), rows.size()) << what;
             for (std::size_t row = 0; row < kRows; ++row) ASSERT_EQ(expected[row], rows[row]) << what << ", row " << row;
             EXPECT_EQ(expectedMessages, messages) << what;
+            if (threads == 1) continue;
+            // Views and places, twice on one Program: a second run finds its cached sets and the same rows.
+            txengine::Program placed = engine.prepare({c.function, c.callRoutine, c.maxLength});
+            for (int run = 0; run < 2; ++run) {
+                Messages placedMessages;
+                const std::vector<std::string> viewRows = placedRows(placed, c, d, placedMessages);
+                for (std::size_t row = 0; row < kRows; ++row) ASSERT_EQ(expected[row], viewRows[row]) << what << ", views, row " << row;
+                if (run == 0) EXPECT_EQ(expectedMessages, placedMessages) << what;
+            }
         }
     }
 }
@@ -236,6 +289,8 @@ TEST(RowEngineRefusals, BadShapesAndColumns) {
     backwards[9] = backwards[8] - 1;   // row 8 ends before it starts
     const txengine::TextColumn good = text.column();
     const txengine::TextColumn bad{backwards.data(), text.bytes.data(), nullptr};
+    std::vector<txengine::TextView> negative(10, txengine::TextView{"b", 1});
+    negative[6].length = -1;
     using txengine::Input;
     const struct { const char* function; std::vector<Input> inputs; const char* says; } cases[] = {
         {"KFIND", {Input::column(good)}, "inputs"},
@@ -243,6 +298,9 @@ TEST(RowEngineRefusals, BadShapesAndColumns) {
         {"KSCANX", {Input::column(good), Input::column(good)}, "argument 2 must be numeric"},
         {"KFIND", {Input::column(good), Input::column(bad)}, "argument 2: row 8 has offsets out of order"},
         {"KSCANX", {Input::column(good), Input::column(txengine::NumberColumn{})}, "argument 2: no values"},
+        {"KFIND", {Input::column(good), Input::column(txengine::TextViewColumn{})}, "argument 2: no views"},
+        {"KFIND", {Input::column(good), Input::column(txengine::TextViewColumn{negative.data(), nullptr})},
+         "argument 2: row 6 has a negative length (-1)"},
     };
     for (const auto& c : cases) {
         txengine::Program program = engine.prepare({c.function});

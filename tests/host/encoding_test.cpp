@@ -1,4 +1,4 @@
-// The EncodingHandle operations on UTF-8, Shift_JIS and single-byte code
+// The EncodingHandle operations on UTF-8, Shift_JIS, EUC-JP and single-byte code
 // pages, and the session's byte tables.
 #include <gtest/gtest.h>
 
@@ -28,6 +28,10 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
         {"UTF-8", "\xF4\x90\x80\x80", 4}, {"UTF-8", "\x80\xBF", 2}, {"Shift_JIS", kSjisMixed, 4},
         {"Shift_JIS", "\x82", 1}, {"Shift_JIS", "\x82\x20", 2}, {"Shift_JIS", "\x82\x7F", 2}, {"Shift_JIS", "\xF0\x40", 1},
         {"ISO-8859-1", "\xE9\xC3\xA9", 3},
+        // EUC-JP: a, 日, half-width ｱ, 丂 (JIS X 0212, three bytes); a lead
+        // without its trail bytes is a character of its own.
+        {"EUC-JP", "a\xC6\xFC\x8E\xB1\x8F\xB0\xA1", 4}, {"EUC-JP", "\xC6", 1}, {"EUC-JP", "\x8E\xE0", 2},
+        {"EUC-JP", "\x8F\xB0\x41", 3},
     };
     EXPECT_THROW(Session({.encoding = "EBCDIC-XYZ"}), std::invalid_argument);
     for (const auto& c : cases) {
@@ -47,7 +51,7 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
 // cursor alone. nextChar steps through the same offsets and then reports
 // the end.
 TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
-    for (const char* encoding : {"UTF-8", "Shift_JIS", "ISO-8859-1"}) {
+    for (const char* encoding : {"UTF-8", "Shift_JIS", "EUC-JP", "ISO-8859-1"}) {
         SCOPED_TRACE(encoding);
         Session session({.encoding = encoding});
         EncodingHandle* h = session.encodingHandle();
@@ -56,6 +60,7 @@ TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
         const std::string e = encoding;
         const std::string unit = e == "UTF-8"       ? kUtf8Mixed + "\xC3"
                                  : e == "Shift_JIS" ? kSjisMixed + "\x88\x9F\x88\x9F\x81" + "\x82"
+                                 : e == "EUC-JP"    ? std::string("a\xC6\xFC\x8F\xB0\xA1\x8E\xB1\xC6")
                                                     : "ab\xE9";
         std::string text;
         for (int i = 0; i < 40; ++i) text += unit;
@@ -111,6 +116,7 @@ TEST(EncodingHandle, CompareAtExactAndCaseless) {
         {"UTF-8", "abc", 0, "", 0, kCompareExact, false},                        // empty search never matches
         {"UTF-8", "a\xC3" "b", 1, "\xC3", 1, kCompareCaseless, true},             // invalid byte against itself
         {"Shift_JIS", "x\x82\x60\x84\x44", 1, "\x82\x81\x84\x74", 2, kCompareCaseless, true},   // Ａ Д vs ａ д
+        {"EUC-JP", "x\xA3\xC1", 1, "\xA3\xE1", 1, kCompareCaseless, true},                     // Ａ ａ
         {"ISO-8859-1", "x\xC4\xD6", 1, "\xE4\xF6", 2, kCompareCaseless, true},                  // ÄÖ äö
         {"ISO-8859-15", "\xA6", 0, "\xA8", 1, kCompareCaseless, true},                          // Š š
     };
@@ -186,7 +192,7 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
         {"UTF-8", "\xE2\x82\xAC", 0x200}, {"UTF-8", "\xE3\x80\x81", 0x10 | 0x200}, {"UTF-8", "\xEF\xBC\x90", 0x04 | 0x200},
         {"UTF-8", "\xC2\xA0", 0x08 | 0x20}, {"UTF-8", "\xC3", 0x00}, {"Shift_JIS", "\x82\x60", 0x01 | 0x100},
         {"Shift_JIS", "\xB1", 0x00}, {"ISO-8859-1", "\xBF", 0x10}, {"ISO-8859-1", "\xD7", 0x00},
-        {"windows-1252", "\x8A", 0x01},
+        {"windows-1252", "\x8A", 0x01}, {"EUC-JP", "\xA3\xC1", 0x01 | 0x100}, {"EUC-JP", "\x8E\xB1", 0x100},
     };
     const std::pair<int, std::int32_t> tests[] = {{kOpClassTestAlpha, 0x103},    {kOpClassTestCtlDigit, 0x44},
                                                   {kOpClassTestSpace, 0x28},     {kOpClassTestHex, 0x80}};

@@ -1,11 +1,13 @@
 """What the package adds around the engine: input and output shapes, absent
 values, refused arguments, notes and the accessor."""
+import sys
 import warnings
 
 import numpy as np
 import pandas as pd
 import pytest
 
+import rows as generated
 import txscanmd
 
 ROWS = ["Smith, John", "Müller Jörg", None, "山田 太郎", np.nan]
@@ -64,3 +66,56 @@ def test_notes_counted_and_warned_once_per_kind():
 def test_accessor():
     df = pd.DataFrame({"name": ["Smith, John", "Ødegård, Søren"], "comment": ["a b c", "日本語 テキスト"]})
     assert list(df["name"].txscan.kscanx(-1)) == ["John", "Søren"] and list(df["comment"].txscan.kcountw()) == [3, 2]
+
+
+@pytest.mark.parametrize("x,options,want", [
+    (pd.Series(["a b", "c"], dtype="string"), {}, pd.array([1, None], dtype="Int64")),
+    (pd.Series(["a b", "c"], dtype="string"), {"dtype": "float64"}, np.array([1.0, np.nan])),
+    (pd.Series(["a b", "c"]), {}, np.array([1.0, np.nan])),
+    (pd.Series(["a b", "c"]), {"dtype": "Int64"}, pd.array([1, None], dtype="Int64")),
+])
+def test_result_dtypes(x, options, want):
+    # A missing start gives no result: NA or NaN.
+    pd.testing.assert_series_equal(txscanmd.kfind(x, "a", [1, np.nan], **options), pd.Series(want, index=x.index))
+
+
+def test_string_dtype_text_results_and_absent_rows_give_empty_text():
+    x = pd.Series(["Smith, John", None, "b"], dtype="string")
+    assert txscanmd.kscanx(x, -1).tolist() == ["John", "", "b"] and txscanmd.kscanx(x, -1).dtype == "string"
+    assert list(txscanmd.kscanx([None, b"a b"], 2)) == [b"", b"b"]
+
+
+@pytest.mark.parametrize("encoding,rows,sought,want", [
+    ("UTF-8", ["Grüße", "日本語", "x\U0001F600y", "plain"], "y", [0, 0, 3, 0]),
+    ("ISO-8859-1", ["Grüße", "ßa"], "ß", [4, 1]),            # one-byte str read where it lies
+    ("ISO-8859-15", ["5 €", "Grüße"], "€", [3, 0]),          # wider str through Python's codec
+    ("Shift_JIS", ["日本語", "abc"], "語", [3, 0]),
+])
+def test_encodings_and_no_copy_left_in_the_callers_strings(encoding, rows, sought, want):
+    rows = ["".join(r) for r in rows]   # fresh objects with no UTF-8 copy made yet
+    sizes = [sys.getsizeof(r) for r in rows]
+    assert list(txscanmd.kfind(rows, sought, encoding=encoding)) == want
+    assert [sys.getsizeof(r) for r in rows] == sizes
+
+
+def test_lone_surrogate_and_mixed_columns_refused_by_row():
+    with pytest.raises(ValueError, match="kfind: argument 1, row 1: the text has no UTF-8 form"):
+        txscanmd.kfind(["a", "b\ud800"], "a")
+    with pytest.raises(ValueError, match="kscanx: argument 2, row 0: int is not text"):
+        txscanmd.kscanx(["a", "b", "c"], np.array([1, 2.0, "x"], dtype=object))
+    # Numbers in an object column are a number column.
+    assert list(txscanmd.kscanx(["a b", "c d", "e"], np.array([1, 2.0, np.int64(1)], dtype=object))) == ["a", "d", "e"]
+
+
+def test_batches_give_the_rows_and_counts_of_one_run():
+    rows = generated.generate(1000) * 150 + [None, "zz"]   # past two batches, not a multiple of 8
+    rows[70001] = None
+    whole = txscanmd.kfind(rows, "e", "zi", notes="count")
+    counted = txscanmd.last_messages()
+    parts, counts = [], 0
+    for i in range(0, len(rows), 50000):
+        parts.append(txscanmd.kfind(rows[i:i + 50000], "e", "zi", notes="count"))
+        counts += txscanmd.last_messages()[0].count
+    np.testing.assert_array_equal(whole, np.concatenate(parts))
+    assert [(m.character, m.count, m.first_row) for m in counted] == [("Z", counts, 2)]
+    assert txscanmd.kscanx(rows, 1)[[70001, -2, -1]].tolist() == ["", "", "zz"]

@@ -36,3 +36,17 @@ def test_unknown_column_refused_before_any_work():
     with pytest.raises(ValueError, match="new uses column 'x', which the frame does not have"):
         txscanmd.dask.assign(dd.from_pandas(pd.DataFrame({"name": ["a b"]}), npartitions=1),
                              new=("kfind", "name", col("x")))
+
+
+def test_accessor_line_works_on_pandas_and_dask():
+    frame = pd.DataFrame({"text": generated.generate(3000, seed=5), "word": ["e", "a", "the"] * 1000})
+    frame.loc[::7, "text"] = None
+    ddf = dd.from_pandas(frame, npartitions=4)
+    for name, call in [("kfind", lambda s, f: s.txscan.kfind(f["word"], "i")),
+                       ("kscanx", lambda s, f: s.txscan.kscanx(-1)),
+                       ("kcountw string", lambda s, f: s.astype("string").txscan.kcountw()),
+                       ("kscanx_call", lambda s, f: s.txscan.kscanx_call(2)[1])]:
+        want = call(frame["text"], frame)
+        got = call(ddf["text"], ddf)
+        assert got.dtype == want.dtype, name
+        pd.testing.assert_series_equal(got.compute(), want, obj=name)
