@@ -156,7 +156,7 @@ int runApply(const ApplySettings& settings) {
     // The header goes out with the first batch, so that a run refused at
     // its first record writes nothing at all.
     OutputText text;
-    writer.appendHeader(text, outputHeader);
+    writer.appendRecord(text, outputHeader);
 
     const bool skipBad = settings.onError == "skip";
     Progress progress(!settings.quiet && isatty(STDERR_FILENO), input.size());

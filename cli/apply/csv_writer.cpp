@@ -43,7 +43,7 @@ char* CsvWriter::field(char* to, std::string_view text) const {
     return to;
 }
 
-void CsvWriter::appendHeader(OutputText& out, const std::vector<std::string>& fields) const {
+void CsvWriter::appendRecord(OutputText& out, const std::vector<std::string>& fields) const {
     std::size_t bound = lineEnd_.size();
     for (const auto& f : fields) bound += 2 * f.size() + 3;
     char* to = out.reserve(bound);

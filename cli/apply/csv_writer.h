@@ -36,7 +36,8 @@ class CsvWriter {
 public:
     CsvWriter(CsvBytes bytes, const char* lineEnd) : bytes_(bytes), scan_(bytes), lineEnd_(lineEnd) {}
 
-    void appendHeader(OutputText& out, const std::vector<std::string>& fields) const;
+    // One record of text fields (the header, or rows from elsewhere).
+    void appendRecord(OutputText& out, const std::vector<std::string>& fields) const;
     void appendRows(OutputText& out, const CsvBatch& batch, const Plan& plan, const BatchEvaluator& outcomes) const;
 
 private:

@@ -101,26 +101,24 @@ void printTable(duckdb_result& result) {
 // NULL is an empty cell, as txscan apply writes a missing value.
 void printCsv(duckdb_result& result) {
     const idx_t columns = duckdb_column_count(&result);
-    std::string out;
-    for (idx_t c = 0; c < columns; ++c) {
-        if (c > 0) out += ',';
-        appendCsvField(out, duckdb_column_name(&result, c));
-    }
-    out += '\n';
+    const CsvWriter writer(CsvBytes{}, "\n");
+    OutputText out;
+    std::vector<std::string> fields(static_cast<std::size_t>(columns));
+    for (idx_t c = 0; c < columns; ++c) fields[c] = duckdb_column_name(&result, c);
+    writer.appendRecord(out, fields);
     for (idx_t r = 0; r < duckdb_row_count(&result); ++r) {
         for (idx_t c = 0; c < columns; ++c) {
-            if (c > 0) out += ',';
             char* value = duckdb_value_varchar(&result, c, r);
-            if (value != nullptr) appendCsvField(out, value);
+            fields[c] = value != nullptr ? value : "";
             duckdb_free(value);
         }
-        out += '\n';
+        writer.appendRecord(out, fields);
         if (out.size() > (1u << 16)) {
-            std::cout << out;
+            std::cout.write(out.data(), static_cast<std::streamsize>(out.size()));
             out.clear();
         }
     }
-    std::cout << out;
+    std::cout.write(out.data(), static_cast<std::streamsize>(out.size()));
 }
 
 std::string quoted(const std::string& path) {

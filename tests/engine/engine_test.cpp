@@ -259,7 +259,9 @@ TEST_P(RowEngine, EqualsTheCallSiteRowForRowOnAnyNumberOfWorkers) {
                 Messages placedMessages;
                 const std::vector<std::string> viewRows = placedRows(placed, c, d, placedMessages);
                 for (std::size_t row = 0; row < kRows; ++row) ASSERT_EQ(expected[row], viewRows[row]) << what << ", views, row " << row;
-                if (run == 0) EXPECT_EQ(expectedMessages, placedMessages) << what;
+                if (run == 0) {
+                    EXPECT_EQ(expectedMessages, placedMessages) << what;
+                }
             }
         }
     }
