@@ -55,9 +55,8 @@ struct ThreadPrograms {
         std::int64_t maxLength;
     };
     std::unordered_map<std::string, Entry> programs;
-    // Text columns laid out as offsets and bytes, reused from chunk to chunk.
-    std::vector<std::vector<std::int64_t>> offsets;
-    std::vector<std::vector<char>> bytes;
+    // Text columns as views of DuckDB's strings, reused from chunk to chunk.
+    std::vector<std::vector<txengine::TextView>> views;
     std::string key;
 };
 
@@ -119,21 +118,21 @@ txengine::Input textInput(ThreadPrograms& t, std::size_t i, duckdb_vector vector
         return txengine::Input::constant(text);
     }
     if (!first) t.key += 'V';
-    std::vector<std::int64_t>& offsets = t.offsets[i];
-    std::vector<char>& bytes = t.bytes[i];
-    offsets.resize(rows + 1);
-    bytes.clear();
-    offsets[0] = 0;
+    // The engine reads each row where DuckDB keeps it: inline in the vector
+    // or behind its pointer. Nothing is copied.
+    std::vector<txengine::TextView>& views = t.views[i];
+    views.resize(rows);
     for (idx_t row = 0; row < rows; ++row) {
         if (valid || ((validity[row / 64] >> (row % 64)) & 1) != 0) {
             const std::string_view text = textOf(strings[row]);
-            bytes.insert(bytes.end(), text.begin(), text.end());
+            views[row] = txengine::TextView{text.data(), static_cast<std::int64_t>(text.size())};
+        } else {
+            views[row] = txengine::TextView{};
         }
-        offsets[row + 1] = static_cast<std::int64_t>(bytes.size());
     }
     // DuckDB's validity words are Arrow's bitmap on a little-endian machine.
     return txengine::Input::column(
-        txengine::TextColumn{offsets.data(), bytes.data(), reinterpret_cast<const std::uint8_t*>(validity)});
+        txengine::TextViewColumn{views.data(), reinterpret_cast<const std::uint8_t*>(validity)});
 }
 
 txengine::Input numberInput(ThreadPrograms& t, duckdb_vector vector, idx_t rows) {
@@ -161,8 +160,8 @@ txengine::Input numberInput(ThreadPrograms& t, duckdb_vector vector, idx_t rows)
 std::int64_t longestFirstText(const txengine::Input& in, idx_t rows) {
     std::int64_t longest = 1;
     if (in.kind == txengine::Input::Kind::ConstantText) return std::max<std::int64_t>(longest, in.constantText.size());
-    if (in.kind != txengine::Input::Kind::Text) return longest;
-    for (idx_t row = 0; row < rows; ++row) longest = std::max(longest, in.text.offsets[row + 1] - in.text.offsets[row]);
+    if (in.kind != txengine::Input::Kind::TextViews) return longest;
+    for (idx_t row = 0; row < rows; ++row) longest = std::max(longest, in.views.views[row].length);
     return longest;
 }
 
@@ -322,10 +321,7 @@ void evaluate(duckdb_function_info info, const Overload& o, duckdb_data_chunk in
     if (rows == 0) return;
     ThreadPrograms& t = threadPrograms(*o.module);
     const std::size_t count = o.numeric.size();
-    if (t.offsets.size() < count) {
-        t.offsets.resize(count);
-        t.bytes.resize(count);
-    }
+    if (t.views.size() < count) t.views.resize(count);
     t.key = std::to_string(o.id);
     std::vector<txengine::Input> inputs;
     inputs.reserve(count);

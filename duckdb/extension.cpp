@@ -82,6 +82,7 @@ struct LogicalType {
 };
 
 bool registerFunctions(duckdb_connection connection, std::string& error) {
+    error.clear();
     const txsqlite::SharedHost* host = txsqlite::sharedHost(error);
     if (host == nullptr) return false;
     const LogicalType text(DUCKDB_TYPE_VARCHAR), number(DUCKDB_TYPE_DOUBLE), integer(DUCKDB_TYPE_BIGINT);
@@ -121,14 +122,30 @@ bool registerFunctions(duckdb_connection connection, std::string& error) {
 
 }  // namespace txduckdb
 
-DUCKDB_EXTENSION_ENTRYPOINT(duckdb_connection connection, duckdb_extension_info info,
-                            struct duckdb_extension_access* access) {
+// The function table DuckDB hands over, through which every duckdb_* call
+// of the extension goes.
+duckdb_ext_api_v1 duckdb_ext_api{};
+
+// The entry DuckDB looks for in txscan.duckdb_extension: it asks for the C
+// API v1.2.0 table and registers on a connection of its own.
+extern "C" __attribute__((visibility("default"))) bool txscan_init_c_api(duckdb_extension_info info,
+                                                                         duckdb_extension_access* access) {
+    const auto* api = static_cast<const duckdb_ext_api_v1*>(access->get_api(info, "v1.2.0"));
+    if (api == nullptr) return false;   // DuckDB has set the error
+    duckdb_ext_api = *api;
+    duckdb_connection connection = nullptr;
+    if (duckdb_connect(*access->get_database(info), &connection) == DuckDBError) {
+        access->set_error(info, "txscan: cannot open a connection to register the functions");
+        return false;
+    }
     std::string error;
     try {
-        if (txduckdb::registerFunctions(connection, error)) return true;
+        txduckdb::registerFunctions(connection, error);
     } catch (const std::exception& e) {
         error = e.what();
     }
+    duckdb_disconnect(&connection);
+    if (error.empty()) return true;
     access->set_error(info, ("txscan: " + error).c_str());
     return false;
 }
