@@ -10,15 +10,11 @@
 
 #include "duckdb_extension.h"
 #include "host/host.h"
+#include "host/sql_functions.h"
 
 namespace txduckdb {
 
-struct SqlFunction {
-    const char* sqlName;      // "kfind"
-    const char* moduleName;   // "KFIND"
-    bool callRoutine;
-    enum class Output { Result, Position, Length } output;
-};
+using txhost::SqlFunction;
 
 // One registered signature; its address is the scalar function's extra info.
 struct Overload {

@@ -12,6 +12,7 @@ DUCKDB_EXTENSION_EXTERN
 #include <string>
 
 #include "duckdb/duckdb_function.h"
+#include "host/binder.h"
 #include "module/abi/function_table.h"
 #include "sqlite/shared_host.h"
 
@@ -21,23 +22,7 @@ namespace {
 
 namespace contract = txscan::contract;
 
-constexpr std::array kSqlFunctions{
-    SqlFunction{"kfind", "KFIND", false, SqlFunction::Output::Result},
-    SqlFunction{"kcountx", "KCOUNTX", false, SqlFunction::Output::Result},
-    SqlFunction{"kfindc", "KFINDC", false, SqlFunction::Output::Result},
-    SqlFunction{"kcountc", "KCOUNTC", false, SqlFunction::Output::Result},
-    SqlFunction{"kcountw", "KCOUNTW", false, SqlFunction::Output::Result},
-    SqlFunction{"kfindw", "KFINDW", false, SqlFunction::Output::Result},
-    SqlFunction{"kscanx", "KSCANX", false, SqlFunction::Output::Result},
-    SqlFunction{"kscanx_position", "KSCANX", true, SqlFunction::Output::Position},
-    SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
-};
-
-// The call routine's outputs sit at frame positions 3 and 4 and are no SQL
-// arguments.
-int framePosition(const SqlFunction& f, int sqlArgument) {
-    return f.callRoutine && sqlArgument >= 3 ? sqlArgument + 2 : sqlArgument;
-}
+using txhost::kSqlFunctions;
 
 // Every signature of every function, made once per process (the addresses
 // are the registrations' extra info in every database).
@@ -46,20 +31,17 @@ const std::deque<Overload>& overloads(txhost::Module& module) {
     static std::once_flag once;
     std::call_once(once, [&module] {
         for (const SqlFunction& function : kSqlFunctions) {
-            const int index = module.functionIndex(function.moduleName, function.callRoutine);
-            const txhost::FunctionInfo& info = module.functions()[static_cast<std::size_t>(index)];
-            const contract::FunctionDescriptor& d = *info.descriptor;
-            const int outputs = function.callRoutine ? 2 : 0;
-            for (int count = d.minArgs - outputs; count <= d.maxArgs - outputs; ++count) {
+            const txhost::Binding binding(module, function.moduleName, function.callRoutine);
+            const txhost::FunctionInfo& info = binding.function();
+            for (int count = binding.minInputs(); count <= binding.maxInputs(); ++count) {
                 // Positions that take text or a number get both: DuckDB's
                 // binder then picks the one the argument's type fits.
                 std::vector<std::vector<bool>> signatures{{}};
                 for (int k = 1; k <= count; ++k) {
-                    const std::uint32_t code = contract::argumentTypeAt(d.argTypes, framePosition(function, k));
                     std::vector<std::vector<bool>> longer;
                     for (const auto& prefix : signatures) {
                         for (const bool numeric : {false, true}) {
-                            if ((code & (numeric ? contract::kArgNumeric : contract::kArgCharacter)) == 0) continue;
+                            if (!(numeric ? binding.takesNumber(k) : binding.takesText(k))) continue;
                             longer.push_back(prefix);
                             longer.back().push_back(numeric);
                         }

@@ -12,9 +12,6 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <variant>
-#include <vector>
 
 #include "host/binder.h"
 #include "host/host.h"
@@ -24,18 +21,6 @@
 namespace txpg {
 
 namespace contract = txscan::contract;
-
-const SqlFunction kSqlFunctions[kSqlFunctionCount] = {
-    {"kfind", "KFIND", false, SqlFunction::Output::Result},
-    {"kcountx", "KCOUNTX", false, SqlFunction::Output::Result},
-    {"kfindc", "KFINDC", false, SqlFunction::Output::Result},
-    {"kcountc", "KCOUNTC", false, SqlFunction::Output::Result},
-    {"kcountw", "KCOUNTW", false, SqlFunction::Output::Result},
-    {"kfindw", "KFINDW", false, SqlFunction::Output::Result},
-    {"kscanx", "KSCANX", false, SqlFunction::Output::Result},
-    {"kscanx_position", "KSCANX", true, SqlFunction::Output::Position},
-    {"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
-};
 
 namespace {
 
@@ -62,46 +47,25 @@ std::string modulePath() {
     return TXSCAN_MODULE_PATH;
 }
 
-const SqlFunction& sqlFunction(int function) { return kSqlFunctions[function]; }
-
-const contract::FunctionDescriptor& descriptorOf(int function) {
-    const SqlFunction& f = sqlFunction(function);
-    const int index = gModule->functionIndex(f.moduleName, f.callRoutine);
-    return *gModule->functions()[static_cast<std::size_t>(index)].descriptor;
-}
-
-// The module's position of SQL argument k: the call routine's two outputs
-// sit at 3 and 4 and are no SQL arguments.
-int modulePosition(int function, int sqlPosition) {
-    return sqlFunction(function).callRoutine && sqlPosition >= 3 ? sqlPosition + 2 : sqlPosition;
-}
-
-std::uint32_t typeCode(int function, int sqlPosition) {
-    return contract::argumentTypeAt(descriptorOf(function).argTypes, modulePosition(function, sqlPosition));
+txhost::Binding bindingOf(int function) {
+    const SqlFunction& f = kSqlFunctions[function];
+    return txhost::Binding(*gModule, f.moduleName, f.callRoutine);
 }
 
 }  // namespace
 
 struct Site {
-    int function = 0;
-    txhost::CallSite call;
-    std::vector<txhost::Argument> arguments;   // reused row after row
+    int function;
+    txhost::Binding binding;
+    txhost::BoundFrame frame;   // points at `binding`
+    std::unique_ptr<char[]> result;   // the KSCANX word
     std::int64_t resultCapacity = 0;
-    std::string word;                          // the KSCANX result of the last call
     bool noteShown = false;
+    std::string note;   // the first note, until the call that issued it returns
 
-    Site(int f, int index, std::uint8_t siteKind) : function(f), call(*gModule, index, siteKind) {}
+    Site(int f, std::uint8_t siteKind)
+        : function(f), binding(bindingOf(f)), frame(binding, gSession->defaultCallContext(), siteKind) {}
 };
-
-namespace {
-
-// Site kinds: one at which the module keeps a parsed set (modifier O), for a
-// site whose lists and modifiers are the same on every row, and one at which
-// it parses every call.
-constexpr std::uint8_t kCachingSite = 0x48;
-constexpr std::uint8_t kParsingSite = 0;
-
-}  // namespace
 
 bool startBackendHost(const char* encoding, char* error, std::size_t errorSize) noexcept {
     if (gModule != nullptr) return true;
@@ -121,12 +85,10 @@ bool startBackendHost(const char* encoding, char* error, std::size_t errorSize) 
 
 Site* newSite(int function, const bool* stable, int count, char* error, std::size_t errorSize) noexcept {
     try {
-        const SqlFunction& f = sqlFunction(function);
-        // A set is made from the texts after the first.
+        const txhost::Binding binding = bindingOf(function);
         bool caching = true;
-        for (int k = 2; k <= count; ++k) caching = caching && (stable[k - 1] || !takesText(function, k));
-        return new Site(function, gModule->functionIndex(f.moduleName, f.callRoutine),
-                        caching ? kCachingSite : kParsingSite);
+        for (int k = 1; k <= count; ++k) caching = caching && (stable[k - 1] || !binding.setDependsOn(k));
+        return new Site(function, caching ? txhost::kCachingSiteKind : txhost::kParsingSiteKind);
     } catch (const std::exception& e) {
         copyText(error, errorSize, e.what());
     }
@@ -135,45 +97,21 @@ Site* newSite(int function, const bool* stable, int count, char* error, std::siz
 
 void deleteSite(Site* site) noexcept { delete site; }
 
-bool takesText(int function, int position) noexcept { return (typeCode(function, position) & contract::kArgCharacter) != 0; }
-bool takesNumber(int function, int position) noexcept { return (typeCode(function, position) & contract::kArgNumeric) != 0; }
-
-int minArguments(int function) noexcept {
-    return descriptorOf(function).minArgs - (sqlFunction(function).callRoutine ? 2 : 0);
-}
-int maxArguments(int function) noexcept {
-    return descriptorOf(function).maxArgs - (sqlFunction(function).callRoutine ? 2 : 0);
-}
+bool takesText(int function, int position) noexcept { return bindingOf(function).takesText(position); }
+bool takesNumber(int function, int position) noexcept { return bindingOf(function).takesNumber(position); }
+int minArguments(int function) noexcept { return bindingOf(function).minInputs(); }
+int maxArguments(int function) noexcept { return bindingOf(function).maxInputs(); }
 
 namespace {
 
-// NULL where text may go is an absent argument (the function's answer for
-// one); where only a number goes it is the missing value.
-void setArgument(txhost::Argument& place, const RowArgument& a, std::uint32_t code) {
-    if (a.isNull && (code & contract::kArgCharacter) != 0) {
-        place = txhost::Absent{};
-    } else if (a.isNull) {
-        place = contract::missingValue();
-    } else if (a.isText) {
-        if (auto* text = std::get_if<std::string>(&place)) {
-            text->assign(a.data, static_cast<std::size_t>(a.length));   // keeps the capacity of earlier rows
-        } else {
-            place = std::string(a.data, static_cast<std::size_t>(a.length));
-        }
-    } else {
-        place = a.number;
-    }
-}
-
 // The argument a failed call blames: the one the module marked, else the
 // first number that is missing (a missing start or count).
-int blamedArgument(const Site& site, const txhost::CallResult& r, const RowArgument* arguments, int count) {
+int blamedArgument(const Site& site, const RowArgument* arguments, int count) {
     for (int k = 1; k <= count; ++k) {
-        const auto i = static_cast<std::size_t>(modulePosition(site.function, k) - 1);
-        if (i < r.errorMarks.size() && r.errorMarks[i] != 0) return k;
+        if (site.frame.errorMarks(k) != 0) return k;
     }
     for (int k = 1; k <= count; ++k) {
-        if (arguments[k - 1].isNull && typeCode(site.function, k) == contract::kArgNumeric) return k;
+        if (arguments[k - 1].isNull && !site.binding.takesText(k)) return k;
     }
     return 0;
 }
@@ -187,55 +125,78 @@ void answerNumber(RowAnswer& answer, std::optional<double> number) {
     }
 }
 
+// A site's first note is shown; the others would repeat it row after row.
+void takeNote(void* site, const txhost::MessageEvent& event) {
+    auto& s = *static_cast<Site*>(site);
+    if (s.noteShown) return;
+    s.noteShown = true;
+    s.note = txhost::messageText(event);
+}
+
 }  // namespace
 
 void callRow(Site& site, const RowArgument* arguments, int count, RowAnswer& answer) noexcept {
-    const SqlFunction& f = sqlFunction(site.function);
+    const SqlFunction& f = kSqlFunctions[site.function];
+    txhost::BoundFrame& frame = site.frame;
     try {
-        const int moduleCount = count + (f.callRoutine ? 2 : 0);
-        site.arguments.resize(static_cast<std::size_t>(moduleCount));
+        // NULL where text may go is an absent argument (the function's
+        // answer for one); where only a number goes it is the missing value.
+        frame.start(count);
         for (int k = 1; k <= count; ++k) {
-            const int position = modulePosition(site.function, k);
-            setArgument(site.arguments[static_cast<std::size_t>(position - 1)], arguments[k - 1],
-                        typeCode(site.function, k));
+            const RowArgument& a = arguments[k - 1];
+            if (a.isNull && site.binding.takesText(k)) {
+                frame.absent(k);
+            } else if (a.isNull) {
+                frame.number(k, contract::missingValue());
+            } else if (a.isText) {
+                frame.text(k, a.data, a.length);
+            } else {
+                frame.number(k, a.number);
+            }
         }
-        if (f.callRoutine) site.arguments[2] = site.arguments[3] = 0.0;
-        if (descriptorOf(site.function).resultKind == contract::kCharacterResult) {
+        if (site.binding.resultKind() == contract::kCharacterResult) {
             // A word is never longer than the text it comes from, so the
             // result is never cut (an absent text gives one blank).
             const std::int64_t needed = std::max<std::int64_t>(arguments[0].isNull ? 1 : arguments[0].length, 1);
             if (needed > site.resultCapacity) {
                 site.resultCapacity = std::max(needed, 2 * site.resultCapacity);
-                site.call.useFixedResult(site.resultCapacity);
+                site.result.reset(new char[static_cast<std::size_t>(site.resultCapacity)]);
             }
+            frame.useTextResult(site.result.get(), site.resultCapacity);
         }
-        txhost::CallResult r = site.call.call(site.arguments);
-        if (!r.messages.empty()) {
-            // The session keeps a record of every message too; a backend
-            // runs for days, so it is emptied here.
-            gSession->takeMessages();
-            if (!site.noteShown) {
-                site.noteShown = true;
-                copyText(answer.note, sizeof answer.note, r.messages.front().text);
-            }
+        std::int32_t status = 0;
+        {
+            const txhost::MessageSink sink{&site, takeNote};
+            txhost::TaskScope task(*gSession, &sink);
+            status = frame.call();
         }
-        answer.status = r.status;
-        if (r.status != contract::kStatusOk) {
-            answer.outcome = r.status == contract::kStatusNoMemory ? RowAnswer::Outcome::NoMemory
-                                                                   : RowAnswer::Outcome::Refused;
-            answer.blamedArgument = blamedArgument(site, r, arguments, count);
-            copyText(answer.words, sizeof answer.words, txhost::statusName(r.status));
+        if (!site.note.empty()) {
+            copyText(answer.note, sizeof answer.note, site.note);
+            site.note.clear();
+        }
+        answer.status = status;
+        if (status != contract::kStatusOk) {
+            answer.outcome = status == contract::kStatusNoMemory ? RowAnswer::Outcome::NoMemory
+                                                                 : RowAnswer::Outcome::Refused;
+            answer.blamedArgument = blamedArgument(site, arguments, count);
+            copyText(answer.words, sizeof answer.words, txhost::statusName(status));
         } else if (f.output == SqlFunction::Output::Position) {
-            answerNumber(answer, r.position);
+            answerNumber(answer, frame.number());
         } else if (f.output == SqlFunction::Output::Length) {
-            answerNumber(answer, r.length);
-        } else if (r.text) {
-            site.word = std::move(*r.text);
-            answer.outcome = RowAnswer::Outcome::Text;
-            answer.text = site.word.data();
-            answer.textLength = static_cast<std::int64_t>(site.word.size());
+            answerNumber(answer, frame.length());
+        } else if (site.binding.resultKind() == contract::kCharacterResult) {
+            if (frame.textImpossible()) {
+                answer.outcome = RowAnswer::Outcome::HostError;
+                copyText(answer.words, sizeof answer.words, "the module stored an impossible result length");
+            } else if (const contract::StringValue* word = frame.text()) {
+                answer.outcome = RowAnswer::Outcome::Text;
+                answer.text = word->data;
+                answer.textLength = word->length;
+            } else {
+                answer.outcome = RowAnswer::Outcome::Null;
+            }
         } else {
-            answerNumber(answer, r.number);
+            answerNumber(answer, frame.number());
         }
     } catch (const std::bad_alloc&) {
         answer.outcome = RowAnswer::Outcome::NoMemory;

@@ -9,19 +9,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/sql_functions.h"
+
 namespace txpg {
 
-// One SQL name. The call routine appears twice, once per output, since an
-// SQL function gives one value.
-struct SqlFunction {
-    const char* sqlName;      // "kfind"
-    const char* moduleName;   // "KFIND"
-    bool callRoutine;
-    enum class Output { Result, Position, Length } output;
-};
+using txhost::SqlFunction;
+using txhost::kSqlFunctions;
 
-inline constexpr int kSqlFunctionCount = 9;
-extern const SqlFunction kSqlFunctions[kSqlFunctionCount];
+inline constexpr int kSqlFunctionCount = static_cast<int>(kSqlFunctions.size());
 
 // The most SQL arguments any function takes.
 inline constexpr int kMaxSqlArguments = 6;

@@ -15,17 +15,7 @@ namespace txsqlite {
 
 namespace {
 
-constexpr std::array kSqlFunctions{
-    SqlFunction{"kfind", "KFIND", false, SqlFunction::Output::Result},
-    SqlFunction{"kcountx", "KCOUNTX", false, SqlFunction::Output::Result},
-    SqlFunction{"kfindc", "KFINDC", false, SqlFunction::Output::Result},
-    SqlFunction{"kcountc", "KCOUNTC", false, SqlFunction::Output::Result},
-    SqlFunction{"kcountw", "KCOUNTW", false, SqlFunction::Output::Result},
-    SqlFunction{"kfindw", "KFINDW", false, SqlFunction::Output::Result},
-    SqlFunction{"kscanx", "KSCANX", false, SqlFunction::Output::Result},
-    SqlFunction{"kscanx_position", "KSCANX", true, SqlFunction::Output::Position},
-    SqlFunction{"kscanx_length", "KSCANX", true, SqlFunction::Output::Length},
-};
+using txhost::kSqlFunctions;
 
 // The host's random-number services serve one task at a time, and a call
 // context builds its function environment (which makes a random stream) on

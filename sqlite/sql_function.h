@@ -8,18 +8,12 @@
 #include <sqlite3ext.h>
 
 #include "host/binder.h"
+#include "host/sql_functions.h"
 #include "sqlite/sql_call_site.h"
 
 namespace txsqlite {
 
-// One SQL name. The call routine appears twice, once per output, since an
-// SQL function gives one value.
-struct SqlFunction {
-    const char* sqlName;        // "kfind"
-    const char* moduleName;     // "KFIND"
-    bool callRoutine;
-    enum class Output { Result, Position, Length } output;
-};
+using txhost::SqlFunction;
 
 std::span<const SqlFunction> sqlFunctions();
 
