@@ -320,3 +320,55 @@ TEST(RowEngineRefusals, BadShapesAndColumns) {
 }
 
 }  // namespace
+
+namespace {
+
+// Refused memory at every allocation a run makes (the function environment,
+// its random stream, a cached set under O): each row either answers as
+// without the fault or carries the no-memory status, nothing crashes, and
+// the next run on the same Program answers every row.
+TEST(RowEngineFaults, RefusedAllocationsGiveTheirStatusRowByRow) {
+    const OwnedText text({"a b,c", "x", std::nullopt, "", "one two three", "abc", "b c"});
+    using txengine::Input;
+    const struct { const char* function; std::vector<Input> inputs; } cases[] = {
+        {"KCOUNTW", {Input::column(text.column())}},
+        {"KFINDC", {Input::column(text.column()), Input::constant("cb"), Input::constant("o")}},
+        {"KFINDW", {Input::column(text.column()), Input::constant("c"), Input::constant(", "), Input::constant("o")}},
+    };
+    constexpr std::int64_t kRows = 7;
+    constexpr std::int32_t kNoMemory = static_cast<std::int32_t>(0x8001D811u);
+    for (const auto& c : cases) {
+        std::vector<double> expected;
+        bool refused = false;   // the sweep reached an allocation at all
+        for (std::int64_t failAt = 0; failAt <= 12; ++failAt) {
+            txhost::Session session;
+            auto module = txhost::Module::load(session);
+            txengine::Engine engine(session, *module, {1, 8});
+            txengine::Program program = engine.prepare({c.function});
+            session.failAllocationAfter(failAt);
+            const txengine::Result r = program.run(c.inputs, kRows);
+            session.failAllocationAfter(0);
+            if (failAt == 0) expected = r.numbers;
+            for (std::int64_t row = 0; row < kRows; ++row) {
+                const auto i = static_cast<std::size_t>(row);
+                SCOPED_TRACE(std::string(c.function) + ", allocation " + std::to_string(failAt) + ", row " +
+                             std::to_string(row));
+                if (r.status[i] == 0) {
+                    EXPECT_EQ(std::bit_cast<std::uint64_t>(expected[i]), std::bit_cast<std::uint64_t>(r.numbers[i]));
+                } else {
+                    EXPECT_EQ(kNoMemory, r.status[i]);
+                    refused = true;
+                }
+            }
+            const txengine::Result again = program.run(c.inputs, kRows);
+            for (std::int64_t row = 0; row < kRows; ++row) {
+                EXPECT_EQ(0, again.status[static_cast<std::size_t>(row)]) << c.function << ", " << failAt;
+                EXPECT_EQ(std::bit_cast<std::uint64_t>(expected[static_cast<std::size_t>(row)]),
+                          std::bit_cast<std::uint64_t>(again.numbers[static_cast<std::size_t>(row)]));
+            }
+        }
+        EXPECT_TRUE(refused) << c.function;
+    }
+}
+
+}  // namespace
