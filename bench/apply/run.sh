@@ -12,12 +12,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 txscan=$(realpath "${1:-build-bench/bin/txscan}")
 rows=${2:-1000000}
 scratch=${TXSCAN_BENCH_DIR:-${TMPDIR:-/tmp}/txscan-bench-apply}
-mkdir -p "$scratch"
+. "$here/../sample_input.sh"
+sample_input "$scratch" "$rows"
 input=$scratch/people.csv
-if [ ! -s "$input" ] || [ "$(cat "$scratch/rows" 2>/dev/null)" != "$rows" ]; then
-    /usr/bin/python3 "$here/../../examples/make_samples.py" --rows "$rows" --only utf8 --out "$scratch"
-    echo "$rows" >"$scratch/rows"
-fi
 
 cat >"$scratch/peer.R" <<'R'
 suppressMessages({ library(data.table); library(stringi) })

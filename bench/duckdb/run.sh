@@ -13,12 +13,9 @@ txscan=$(realpath "${1:-build-bench/bin/txscan}")
 rows=${2:-1000000}
 rounds=${3:-3}
 scratch=${TXSCAN_BENCH_DIR:-${TMPDIR:-/tmp}/txscan-bench-duckdb}
-mkdir -p "$scratch"
+. "$here/../sample_input.sh"
+sample_input "$scratch" "$rows"
 input=$scratch/people.csv
-if [ ! -s "$input" ] || [ "$(cat "$scratch/rows" 2>/dev/null)" != "$rows" ]; then
-    /usr/bin/python3 "$here/../../examples/make_samples.py" --rows "$rows" --only utf8 --out "$scratch"
-    echo "$rows" >"$scratch/rows"
-fi
 parquet=$scratch/people.parquet
 "$txscan" sql -o "$parquet" "SELECT * FROM read_csv('$input', all_varchar = true)"
 
