@@ -339,8 +339,8 @@ std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
     }
     if (flags.quotes) {
         // A quote byte is never a delimiter; `built` is this call's own set.
-        built.member['"'] = 0;
-        built.member['\''] = 0;
+        built.member[static_cast<unsigned char>('"')] = 0;
+        built.member[static_cast<unsigned char>('\'')] = 0;
     }
     const std::int64_t answer =
         flags.backward ? findLeft(source, word, set, flags, s) : findRight(source, word, set, flags, s);

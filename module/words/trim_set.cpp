@@ -5,8 +5,8 @@ namespace txscan {
 
 void trimSetBytes(const std::uint8_t** data, std::int32_t* length, std::uint8_t set[256], bool quotes) {
     if (quotes) {
-        set['"'] = 0;
-        set['\''] = 0;
+        set[static_cast<unsigned char>('"')] = 0;
+        set[static_cast<unsigned char>('\'')] = 0;
     }
     const std::uint8_t* text = *data;
     std::int32_t n = *length;
