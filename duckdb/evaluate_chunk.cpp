@@ -238,9 +238,7 @@ int blamedArgument(const Overload& o, duckdb_data_chunk input, idx_t row) {
 }
 
 std::string statusError(const Overload& o, std::int32_t status, duckdb_data_chunk input, idx_t row) {
-    char text[64];
-    std::snprintf(text, sizeof text, " (status %d = 0x%X)", status, static_cast<unsigned>(status));
-    std::string message = std::string(o.function->sqlName) + ": " + txhost::statusName(status) + text;
+    std::string message = std::string(o.function->sqlName) + ": " + txhost::statusText(status);
     if (const int k = blamedArgument(o, input, row); k > 0) {
         duckdb_vector v = duckdb_data_chunk_get_vector(input, static_cast<idx_t>(k - 1));
         message += " in argument " + std::to_string(k) + " (" + shownValue(v, o.numeric[static_cast<std::size_t>(k - 1)], row) + ")";

@@ -179,7 +179,7 @@ void callRow(Site& site, const RowArgument* arguments, int count, RowAnswer& ans
             answer.outcome = status == contract::kStatusNoMemory ? RowAnswer::Outcome::NoMemory
                                                                  : RowAnswer::Outcome::Refused;
             answer.blamedArgument = blamedArgument(site, arguments, count);
-            copyText(answer.words, sizeof answer.words, txhost::statusName(status));
+            copyText(answer.words, sizeof answer.words, txhost::statusText(status));
         } else if (f.output == SqlFunction::Output::Position) {
             answerNumber(answer, frame.number());
         } else if (f.output == SqlFunction::Output::Length) {

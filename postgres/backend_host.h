@@ -37,7 +37,7 @@ struct RowAnswer {
     std::int64_t textLength = 0;
     std::int32_t status = 0;
     int blamedArgument = 0;       // SQL position of the argument at fault, 0 for none
-    char words[200] = {};         // the status by name, or why the host failed
+    char words[200] = {};         // the status in words with its number, or why the host failed
     char note[200] = {};          // the first note a site issues, once
 };
 

@@ -121,13 +121,11 @@ void reportFailure(int function, const txpg::RowAnswer& answer, const txpg::RowA
     if (answer.status == 0) {   // the host failed, not the module
         ereport(ERROR, (errcode(code), errmsg("%s: %s", name, answer.words)));
     }
-    const auto status = static_cast<unsigned>(answer.status);
     if (answer.blamedArgument > 0) {
-        ereport(ERROR, (errcode(code), errmsg("%s: %s (status %d = 0x%X) in argument %d (%s)", name, answer.words,
-                                              answer.status, status, answer.blamedArgument,
+        ereport(ERROR, (errcode(code), errmsg("%s: %s in argument %d (%s)", name, answer.words, answer.blamedArgument,
                                               shownArgument(arguments[answer.blamedArgument - 1]))));
     }
-    ereport(ERROR, (errcode(code), errmsg("%s: %s (status %d = 0x%X)", name, answer.words, answer.status, status)));
+    ereport(ERROR, (errcode(code), errmsg("%s: %s", name, answer.words)));
 }
 
 Datum evaluate(FunctionCallInfo fcinfo, int function) {

@@ -64,7 +64,7 @@ std::string scratch(const std::string& name) { return ::testing::TempDir() + "tx
 void run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
 
 TEST(DuckDb, CallsNullsTypesAndStatuses) {
-    const std::string invalid = "error: Invalid Input Error: kfind: invalid argument (status 120836 = 0x1D804) in argument ";
+    const std::string invalid = "error: Invalid Input Error: kfind: invalid argument (status 0x1D804) in argument ";
     const std::string cases[][2] = {   // the calls, their row or the start of their error
         {"kfind('abcabc', 'bc', -4), kcountx('aXaxAX', 'ax', 'i'), kfindc('Grüße', 'ßü'), "
          "kcountc('Grüße aus Köln', 'äöüß'), kfindw('one two three', 'three')", "2|3|3|3|9"},
@@ -77,7 +77,7 @@ TEST(DuckDb, CallsNullsTypesAndStatuses) {
          "0|0|2| |NULL"},
         {"kfind('', 'a'), kcountw(''), kscanx('', 1), kfindc('abc', ''), kcountc('', 'a', 'v')", "0|0| |0|0"},
         {"kfind('abc', 'b', 'i', 'x')", invalid + "4 ('x')"},
-        {"kscanx('a b', NULL)", "error: Invalid Input Error: kscanx: invalid argument (status 120836 = 0x1D804) in argument 2 (NULL)"},
+        {"kscanx('a b', NULL)", "error: Invalid Input Error: kscanx: invalid argument (status 0x1D804) in argument 2 (NULL)"},
         // Types DuckDB's binder refuses or cannot cast.
         {"kscanx('a b', 'two')", "error: Conversion Error: Could not convert string 'two' to DOUBLE"},
         {"kfind(12345, '3')", "error: Binder Error: No function matches"},
