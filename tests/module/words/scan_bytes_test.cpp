@@ -3,7 +3,7 @@
 // length on every call, in UTF-8 (ASCII-heavy, multi-byte-heavy and
 // malformed text) and in the single-byte sessions.
 #include "module/frame/workers.h"
-#include "module/words/scan_bytes.h"
+#include "module/words/word_scanner.h"
 #include "tests/support/generated_calls.h"
 
 namespace {
