@@ -12,6 +12,7 @@
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
+#include "module/charset/utf8_text.h"
 #include "module/frame/module_state.h"
 #include "module/words/quote_parts.h"
 
@@ -100,12 +101,13 @@ inline int utf8LeadLength(std::uint8_t b) { return b < 0xC0 ? 1 : b < 0xE0 ? 2 :
 template <bool Utf8>
 struct ByteWalker {
     static constexpr bool kOnBytes = true;
+    static constexpr bool kUtf8 = Utf8;
 
     DelimiterDecision* d;
     const std::uint8_t* s;
     std::int64_t n;
     std::int64_t bound;          // end of the scanned bytes (trailing blanks left out under T)
-    std::int64_t sourceChars;    // characters before `bound`
+    std::int64_t sourceChars;    // characters before `bound`, once check() has counted them
     const std::uint8_t* word = nullptr;   // the search word's compared bytes (after T and R)
     std::int64_t wordBytes = 0;
     std::int64_t wordChars = 0;
@@ -114,7 +116,30 @@ struct ByteWalker {
     std::int64_t pos = 0;
     std::int64_t off = 0;
     std::int64_t matched = 0;    // bytes of the source the last match covered
+    bool malformed = false;      // a walk of unchecked text met a malformed sequence
     CaselessPairs pairs;         // read by caseless compares only
+
+    // Checks the whole text and counts the characters before `bound`; false
+    // for malformed UTF-8. Every walk but a forward one that checks as it
+    // goes needs it first.
+    bool check() {
+        std::int64_t chars = n;
+        if constexpr (Utf8) chars = utf8CharsIfWellFormed(s, n);
+        sourceChars = chars - (n - bound);
+        return chars >= 0;
+    }
+    // The decision at `at` in text not checked yet, and the offset past the
+    // character; a malformed sequence ends the walk there.
+    bool delimiterChecking(std::int64_t at, std::int64_t* beyond) {
+        if (!Utf8 || s[at] < 0x80) {
+            *beyond = at + 1;
+            return d->decision[s[at]] != 0;
+        }
+        const int length = utf8Length(s + at, n - at);
+        malformed = malformed || length == 0;
+        *beyond = length == 0 ? n : at + length;
+        return length == 0 || wideDelimiter(*d, s + at, length);
+    }
 
     int lengthAt(std::int64_t at) const {
         if constexpr (Utf8) {
@@ -132,8 +157,9 @@ struct ByteWalker {
     }
 
     bool delimiterAt(std::int64_t at) {
-        const int length = lengthAt(at);
-        return length == 1 ? d->decision[s[at]] != 0 : wideDelimiter(*d, s + at, length);
+        const std::uint8_t c = s[at];
+        if (!Utf8 || c < 0x80) return d->decision[c] != 0;
+        return wideDelimiter(*d, s + at, utf8LeadLength(c));
     }
     bool delimiter() { return delimiterAt(off); }
     QuoteKind quote() const { return lengthAt(off) == 1 ? quoteKindOf(s[off]) : kNoQuote; }

@@ -44,6 +44,9 @@ struct WordCall {
     const ModifierSet* mods;
     std::int64_t start;      // 1-based character of the first step
     std::int64_t count;      // the word number of kExtractWord and kLocateWord
+    // The byte walkers read the start argument once the text is counted.
+    const contract::ArgumentFrame* frame;
+    std::uint32_t startRole;
 };
 
 namespace words {
@@ -270,58 +273,49 @@ std::int64_t firstWholeWord(ByteWalker<Utf8>& w, const WordCall& c) {
 
 // Without M and Q the n-th word starts after a delimiter (or at the edge)
 // and ends at the next delimiter or at the end of the scanned text: runs
-// found on the bytes, stopping at the n-th.
-template <bool Utf8>
+// found on the bytes, stopping at the n-th, each character decided once.
+// Forward, the text is checked only as far as the walk goes.
+template <bool Utf8, bool Forward>
 WordRange nthWordRun(ByteWalker<Utf8>& w, const WordCall& c) {
-    const bool forward = !c.mods->has(kModB);
-    // `at` is the byte boundary the walk has reached; a backward walk looks
-    // at the character before it.
-    std::int64_t at = forward ? 0 : w.bound;
-    std::int64_t first = 0;   // where the current word began
-    std::int64_t words = 0;
-    bool inWord = false;
-    const auto range = [&](std::int64_t end) {
-        WordRange r{true, 0, 0, forward ? first : end, forward ? end : first};
-        if (c.mode == kLocateWord) {
-            r.first = Utf8 ? leadBytes(w.s, r.firstByte) : r.firstByte;
-            r.end = r.first + (Utf8 ? leadBytes(w.s + r.firstByte, r.endByte - r.firstByte) : r.endByte - r.firstByte);
+    // `at` is the byte boundary reached; the next character lies after it
+    // forward, before it backward. `beyond` is the boundary past that character.
+    const auto more = [&w](std::int64_t at) { return Forward ? at < w.bound : at > 0; };
+    const auto delimiterNext = [&w](std::int64_t at, std::int64_t* beyond) {
+        if constexpr (Forward) {
+            return w.delimiterChecking(at, beyond);
+        } else {
+            *beyond = w.startBefore(at);
+            return w.delimiterAt(*beyond);
         }
-        return r;
     };
-    while (forward ? at < w.bound : at > 0) {
-        const std::int64_t start = forward ? at : w.startBefore(at);
-        const bool delimiter = w.delimiterAt(start);
-        if (delimiter && inWord && words == c.count) return range(at);
-        if (!delimiter && !inWord) {
-            ++words;
-            first = at;
+    std::int64_t at = Forward ? 0 : w.bound;
+    std::int64_t beyond = 0;
+    for (std::int64_t words = 1;; ++words) {
+        while (more(at) && delimiterNext(at, &beyond)) at = beyond;
+        if (!more(at)) return {};
+        const std::int64_t first = at;
+        at = beyond;
+        while (more(at) && !delimiterNext(at, &beyond)) at = beyond;
+        if (words == c.count) {
+            WordRange r{true, 0, 0, Forward ? first : at, Forward ? at : first};
+            if (c.mode == kLocateWord) {
+                r.first = Utf8 ? leadBytes(w.s, r.firstByte) : r.firstByte;
+                r.end = r.first + (Utf8 ? leadBytes(w.s + r.firstByte, r.endByte - r.firstByte)
+                                        : r.endByte - r.firstByte);
+            }
+            return r;
         }
-        inWord = !delimiter;
-        at = forward ? at + w.lengthAt(at) : start;
+        if (!more(at)) return {};
+        at = beyond;
     }
-    return inWord && words == c.count ? range(at) : WordRange{};
 }
 
 }  // namespace words
 
-// The walk and the end rules that turn it into the mode's answer, with the
-// byte walkers' shortcuts where the mode allows them.
+// The walk's answer in each mode.
 template <class W>
-WordAnswer answerWords(W& w, const WordCall& c) {
+WordAnswer answerOfWalk(W& w, const WordCall& c) {
     const ModifierSet& m = *c.mods;
-    const bool locating = c.mode == kExtractWord || c.mode == kLocateWord;
-    if constexpr (W::kOnBytes) {
-        if (c.mode == kCountWords && !m.has(kModM) && !m.has(kModQ)) {
-            return {static_cast<double>(words::countRuns(w)), {}};
-        }
-        // An empty word is left to the walk, which asks the handle at every
-        // position it reaches.
-        if (c.mode == kFindWord && !m.has(kModQ) && !m.has(kModE) && !(w.wordSet && w.wordChars == 0)) {
-            const std::int64_t at = w.wordSet ? words::firstWholeWord(w, c) : -1;
-            return {at >= 0 ? static_cast<double>(at + 1) : 0.0, {}};
-        }
-        if (locating && !m.has(kModM) && !m.has(kModQ)) return {0.0, words::nthWordRun(w, c)};
-    }
     const words::Walk o = words::walk(w, c);
     switch (c.mode) {
         case kCountWords: {
@@ -337,6 +331,41 @@ WordAnswer answerWords(W& w, const WordCall& c) {
         default:
             return {0.0, words::rangeOf(w, c, o)};
     }
+}
+
+// The walk and the end rules that turn it into the mode's answer, with the
+// byte walkers' shortcuts where the mode allows them. False when a byte
+// walker meets malformed UTF-8 (the handle must take the call).
+template <class W>
+bool answerWords(W& w, WordCall c, WordAnswer* answer) {
+    const ModifierSet& m = *c.mods;
+    const bool locating = c.mode == kExtractWord || c.mode == kLocateWord;
+    if constexpr (W::kOnBytes) {
+        if (locating && !m.has(kModM) && !m.has(kModQ) && !m.has(kModB)) {
+            *answer = {0.0, words::nthWordRun<W::kUtf8, true>(w, c)};
+            return !w.malformed;
+        }
+        if (!w.check()) return false;
+        // A negative start has set B already.
+        c.start = startPosition(c.frame, c.startRole, m.has(kModB), w.sourceChars);
+        if (c.mode == kCountWords && !m.has(kModM) && !m.has(kModQ)) {
+            *answer = {static_cast<double>(words::countRuns(w)), {}};
+            return true;
+        }
+        // An empty word is left to the walk, which asks the handle at every
+        // position it reaches.
+        if (c.mode == kFindWord && !m.has(kModQ) && !m.has(kModE) && !(w.wordSet && w.wordChars == 0)) {
+            const std::int64_t at = w.wordSet ? words::firstWholeWord(w, c) : -1;
+            *answer = {at >= 0 ? static_cast<double>(at + 1) : 0.0, {}};
+            return true;
+        }
+        if (locating && !m.has(kModM) && !m.has(kModQ)) {
+            *answer = {0.0, words::nthWordRun<W::kUtf8, false>(w, c)};
+            return true;
+        }
+    }
+    *answer = answerOfWalk(w, c);
+    return true;
 }
 
 }  // namespace txscan

@@ -115,7 +115,8 @@ std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHand
     HandleWalker w(h, parsed, mods);
     if (mode == kFindWord && mods.has(kModR) && parsed.secondSet) trimSearchWord(w, parsed);
 
-    WordAnswer answer = answerWords(w, WordCall{mode, &mods, parsed.start, parsed.count});
+    WordAnswer answer;
+    answerWords(w, WordCall{mode, &mods, parsed.start, parsed.count, frame, 0}, &answer);
     WordRange& range = answer.range;
     if (mode == kExtractWord && range.found) {
         // The range is turned into bytes from character 0.

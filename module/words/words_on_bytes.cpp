@@ -37,7 +37,9 @@ bool trimsAlike(bool utf8, const std::uint8_t* p, std::int64_t n) {
 // has too few arguments for a list. Without modifiers no character ever
 // needs the handle, so nothing else is set up.
 void readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, DelimiterDecision* d) {
+    std::memset(&d->mods, 0, sizeof d->mods);
     d->parsed.count = 1;
+    d->parsed.delimitersSet = 0;
     if (usableNumber(frame, roles.count, &d->parsed.count) && d->parsed.count < 0) {
         d->mods.set(kModB);
         d->parsed.count = -d->parsed.count;
@@ -52,7 +54,7 @@ void readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::
     }
 }
 
-// A text argument of the walk, if it is well formed; its characters in *chars.
+// The search word, if it is well formed; its characters in *chars.
 bool readText(const StringValue* value, bool utf8, const std::uint8_t** p, std::int64_t* n, std::int64_t* chars) {
     if (value->length < 0 || (value->data == nullptr && value->length > 0)) return false;
     *p = reinterpret_cast<const std::uint8_t*>(value->data);
@@ -91,15 +93,14 @@ void trimWord(ByteWalker<Utf8>& w) {
 template <bool Utf8>
 bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRoles& roles, std::int32_t mode,
                    double* numericResult, StringValue* textResult, std::int32_t* status) {
-    ByteWalker<Utf8> w{};
+    ByteWalker<Utf8> w;   // large; each field is set below before it is read
     w.d = &d;
-    std::int64_t chars = 0;
-    if (!readText(frame->string(1), Utf8, &w.s, &w.n, &chars)) return false;
+    w.s = reinterpret_cast<const std::uint8_t*>(frame->string(1)->data);
+    w.n = frame->string(1)->length;
     const ModifierSet& mods = d.mods;
     const bool trim = mods.has(kModT);
     if (trim && !trimsAlike(Utf8, w.s, w.n)) return false;
     w.bound = trim ? blankTrimmed(w.s, w.n) : w.n;
-    w.sourceChars = chars - (w.n - w.bound);
     if (const StringValue* wordValue = roles.second != 0 ? frame->string(2) : nullptr) {
         if (!readText(wordValue, Utf8, &w.word, &w.wordBytes, &w.wordChars)) return false;
         if (trim) {
@@ -115,11 +116,9 @@ bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRol
     if (w.caseless) w.pairs.clear();
     if (mode == kFindWord && mods.has(kModR) && w.wordSet) trimWord(w);
 
-    // A negative start has set B already.
-    const WordCall call{mode, &mods, startPosition(frame, roles.start, mods.has(kModB), w.sourceChars),
-                        d.parsed.count};
-    *status = storeWordAnswer(frame, numericResult, textResult, d.h, mods, mode, answerWords(w, call),
-                              frame->string(1)->data);
+    WordAnswer answer;
+    if (!answerWords(w, WordCall{mode, &mods, 0, d.parsed.count, frame, roles.start}, &answer)) return false;
+    *status = storeWordAnswer(frame, numericResult, textResult, d.h, mods, mode, answer, frame->string(1)->data);
     return true;
 }
 
@@ -133,7 +132,7 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
     const StringValue* sourceValue = frame->string(1);
     if (sourceValue == nullptr || sourceValue->length < 1 || sourceValue->data == nullptr) return false;
 
-    DelimiterDecision d{};
+    DelimiterDecision d;   // large; what is read is set here, by the reader or by the preparation
     d.h = h;
     d.utf8 = utf8;
     if (roles.modifiers == 0 && (mode == kExtractWord || mode == kLocateWord)) {
