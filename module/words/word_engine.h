@@ -276,7 +276,7 @@ std::int64_t firstWholeWord(ByteWalker<Utf8>& w, const WordCall& c) {
 // found on the bytes, stopping at the n-th, each character decided once.
 // Forward, the text is checked only as far as the walk goes.
 template <bool Utf8, bool Forward>
-WordRange nthWordRun(ByteWalker<Utf8>& w, const WordCall& c) {
+[[gnu::always_inline]] inline WordRange nthWordRun(ByteWalker<Utf8>& w, const WordCall& c) {
     // `at` is the byte boundary reached; the next character lies after it
     // forward, before it backward. `beyond` is the boundary past that character.
     const auto more = [&w](std::int64_t at) { return Forward ? at < w.bound : at > 0; };
@@ -337,7 +337,8 @@ WordAnswer answerOfWalk(W& w, const WordCall& c) {
 // byte walkers' shortcuts where the mode allows them. False when a byte
 // walker meets malformed UTF-8 (the handle must take the call).
 template <class W>
-bool answerWords(W& w, WordCall c, WordAnswer* answer) {
+bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
+    WordCall c = call;
     const ModifierSet& m = *c.mods;
     const bool locating = c.mode == kExtractWord || c.mode == kLocateWord;
     if constexpr (W::kOnBytes) {
