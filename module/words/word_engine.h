@@ -335,7 +335,8 @@ WordAnswer answerOfWalk(W& w, const WordCall& c) {
 
 // The walk and the end rules that turn it into the mode's answer, with the
 // byte walkers' shortcuts where the mode allows them. False when a byte
-// walker meets malformed UTF-8 (the handle must take the call).
+// walker meets malformed UTF-8 (the handle must take the call). A byte
+// walker sets c.start once it has counted the text.
 template <class W>
 bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
     WordCall c = call;

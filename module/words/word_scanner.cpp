@@ -115,8 +115,9 @@ std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHand
     HandleWalker w(h, parsed, mods);
     if (mode == kFindWord && mods.has(kModR) && parsed.secondSet) trimSearchWord(w, parsed);
 
+    WordCall call{mode, &mods, parsed.start, parsed.count, frame, 0};
     WordAnswer answer;
-    answerWords(w, WordCall{mode, &mods, parsed.start, parsed.count, frame, 0}, &answer);
+    answerWords(w, call, &answer);
     WordRange& range = answer.range;
     if (mode == kExtractWord && range.found) {
         // The range is turned into bytes from character 0.

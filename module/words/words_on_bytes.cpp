@@ -116,8 +116,9 @@ bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRol
     if (w.caseless) w.pairs.clear();
     if (mode == kFindWord && mods.has(kModR) && w.wordSet) trimWord(w);
 
+    WordCall call{mode, &mods, 0, d.parsed.count, frame, roles.start};
     WordAnswer answer;
-    if (!answerWords(w, WordCall{mode, &mods, 0, d.parsed.count, frame, roles.start}, &answer)) return false;
+    if (!answerWords(w, call, &answer)) return false;
     *status = storeWordAnswer(frame, numericResult, textResult, d.h, mods, mode, answer, frame->string(1)->data);
     return true;
 }
