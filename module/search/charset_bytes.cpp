@@ -83,7 +83,15 @@ std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
 
 std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
     if (EncodingHandle* h = byteRecheck(frame)) return findCharMultiByte(frame, result, h, 0);
+    return findCharOnBytes(frame, result);
+}
 
+std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return countCharMultiByte(frame, result, h, 0);
+    return countCharOnBytes(frame, result);
+}
+
+std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result) {
     const Bytes source = bytesOf(frame, 1);
     if (source.length <= 0 || frame->argCount <= 1) {
         *result = 0.0;
@@ -155,9 +163,7 @@ std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
     return kStatusOk;
 }
 
-std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countCharMultiByte(frame, result, h, 0);
-
+std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result) {
     const Bytes source = bytesOf(frame, 1);
     if (source.length <= 0) {
         *result = 0.0;

@@ -136,9 +136,10 @@ bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
 
 // Reads the call as the handle-walking path does; false when the source or
 // the list is not well-formed UTF-8.
-bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Set* s) {
+bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind,
+              std::int64_t sourceChars, Utf8Set* s) {
     Utf8Source source;
-    if (!readUtf8Call(frame, h, roles, kind, &s->parsed, &s->modifiers, &source)) return false;
+    if (!readUtf8Call(frame, h, roles, kind, sourceChars, &s->parsed, &s->modifiers, &source)) return false;
     s->h = h;
     s->source = source.data;
     s->sourceBytes = source.bytes;
@@ -185,14 +186,15 @@ std::int64_t sourceEnd(const Utf8Set& s) {
 
 }  // namespace
 
-bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     ArgumentRoles roles;
     if (std::int32_t clash = findCharRoles(frame, &roles)) {
         *status = clash;
         return true;
     }
     Utf8Set s;
-    if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
+    if (!readCall(frame, h, roles, kCallFinding, sourceChars, &s)) return false;
     if (s.modifiers.has(kModK)) {
         s.modifiers.clear(kModK);
         s.modifiers.set(kModV);
@@ -228,10 +230,11 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     return true;
 }
 
-bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     const ArgumentRoles roles = countRoles(frame, true);
     Utf8Set s;
-    if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
+    if (!readCall(frame, h, roles, kCallCounting, sourceChars, &s)) return false;
     // K has no effect on this path: only V negates a count.
     *status = kStatusOk;
     *result = 0.0;

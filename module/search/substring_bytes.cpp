@@ -41,7 +41,15 @@ ByteModifiers modifiersOf(const ArgumentFrame* frame, int k, const LetterTable& 
 
 std::int32_t findBytes(ArgumentFrame* frame, double* result) {
     if (EncodingHandle* h = byteRecheck(frame)) return findMultiByte(frame, result, h, 0);
+    return findOnBytes(frame, result);
+}
 
+std::int32_t countBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return countMultiByte(frame, result, h, 0);
+    return countOnBytes(frame, result);
+}
+
+std::int32_t findOnBytes(ArgumentFrame* frame, double* result) {
     StartAndModifiers roles;
     if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustBeCharacter, &roles)) {
         return status;
@@ -73,9 +81,7 @@ std::int32_t findBytes(ArgumentFrame* frame, double* result) {
     return kStatusOk;
 }
 
-std::int32_t countBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countMultiByte(frame, result, h, 0);
-
+std::int32_t countOnBytes(ArgumentFrame* frame, double* result) {
     const ByteModifiers modifiers = modifiersOf(frame, frame->argCount > 2 ? 3 : 0, kCountLetters);
     const Bytes source = bytesOf(frame, 1);
     const Bytes search = bytesOf(frame, 2);

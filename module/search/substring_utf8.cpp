@@ -40,8 +40,9 @@ struct Utf8Search {
 
 // Reads the call as the handle-walking path does; false when its text is not
 // well-formed UTF-8.
-bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Search* s) {
-    if (!readUtf8Call(frame, h, roles, kind, &s->parsed, &s->modifiers, &s->source)) return false;
+bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind,
+              std::int64_t sourceChars, Utf8Search* s) {
+    if (!readUtf8Call(frame, h, roles, kind, sourceChars, &s->parsed, &s->modifiers, &s->source)) return false;
     s->h = h;
     s->needle = {nullptr, 0};
     if (s->parsed.secondSet && s->parsed.secondChars > 0) {
@@ -151,10 +152,11 @@ std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
 
 }  // namespace
 
-bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     const ArgumentRoles roles = findRoles(frame);
     Utf8Search s;
-    if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
+    if (!readCall(frame, h, roles, kCallFinding, sourceChars, &s)) return false;
     *status = kStatusOk;
     *result = 0.0;
     const ParsedArguments& parsed = s.parsed;
@@ -171,10 +173,11 @@ bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int3
     return true;
 }
 
-bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     const ArgumentRoles roles = countRoles(frame, false);
     Utf8Search s;
-    if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
+    if (!readCall(frame, h, roles, kCallCounting, sourceChars, &s)) return false;
     *status = kStatusOk;
     *result = 0.0;
     if (s.parsed.sourceChars == 0 || s.parsed.secondChars == 0) return true;
