@@ -75,7 +75,11 @@ SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) {
         if (!holdsWideCharacter(h, source->data, source->length)) return {SourceShape::kSingleBytes, source->length};
         return {SourceShape::kOtherMultiByte, -1};
     }
-    // One pass answers all three questions: ASCII when every byte is a character.
+    // One pass answers all three questions: ASCII when every byte is a
+    // character. A short row is mostly ASCII, told by its high bits alone.
+    if (source->length <= 16 && !anyHighBit(source->data, source->length)) {
+        return {SourceShape::kSingleBytes, source->length};
+    }
     const std::int64_t characters =
         utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(source->data), source->length);
     if (characters == source->length) return {SourceShape::kSingleBytes, characters};

@@ -50,6 +50,20 @@ std::int32_t countBytes(ArgumentFrame* frame, double* result) {
 }
 
 std::int32_t findOnBytes(ArgumentFrame* frame, double* result) {
+    // Two arguments: the whole source rightwards, and no roles, start or
+    // modifiers to read, which on short rows cost more than the search.
+    if (frame->argCount <= 2) {
+        const Bytes source = bytesOf(frame, 1);
+        const Bytes search = bytesOf(frame, 2);
+        const auto length = static_cast<std::int32_t>(source.length);
+        const auto m = static_cast<std::int32_t>(search.length);
+        *result = 0.0;
+        if (m <= 0 || length < m) return kStatusOk;
+        const Pattern pattern{reinterpret_cast<const std::uint8_t*>(search.data), m, false};
+        const std::int64_t at = findFirstOccurrence(reinterpret_cast<const std::uint8_t*>(source.data), length, pattern);
+        if (at >= 0) *result = static_cast<double>(at + 1);
+        return kStatusOk;
+    }
     StartAndModifiers roles;
     if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustBeCharacter, &roles)) {
         return status;
