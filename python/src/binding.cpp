@@ -193,6 +193,9 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
     const std::uint8_t* sourceValidity = prepared.inputs[0].kind == txengine::Input::Kind::TextViews
                                              ? prepared.inputs[0].views.validity
                                              : nullptr;
+    PyObject* const* sourceItems = nullptr;
+    if (text) sourceItems = static_cast<PyObject* const*>(py::reinterpret_borrow<py::array>(arguments[0].cast<py::tuple>()[1]).data());
+    SharedResults shared;
     std::vector<txengine::MessageCount> messages;
     std::optional<txengine::Program> program;
     {
@@ -214,7 +217,8 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
             result = program->run(batch, count, places);
         }
         addMessages(messages, result.messages);
-        if (text) fillText(texts, begin, result.text, sourceValidity, runtime.codec, prepared.bytesOut, label);
+        if (text) fillText(texts, begin, result.text, sourceItems, sourceValidity, runtime.codec, prepared.bytesOut, shared,
+                           label);
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         if (rows == 0) break;
     }
