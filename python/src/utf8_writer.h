@@ -1,7 +1,5 @@
 // CPython's three str layouts (one, two or four bytes a character) written
-// as UTF-8, for the rows that cannot be read in place. Runs of ASCII go a
-// vector at a time; other characters are encoded without a branch on their
-// width, since mixed text switches widths too often for a predictor.
+// as UTF-8, for the rows that cannot be read in place.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +7,10 @@
 
 namespace txpython {
 
-// Bytes the writers may store past the end of what they report written:
-// each character is stored as a whole 4-byte word before the cursor moves
-// by its width.
-constexpr std::size_t kUtf8Slack = 4;
+// Bytes the writers may store past the end of what they report written
+// (a vector of packed characters is stored whole before the cursor moves
+// by the bytes that count).
+constexpr std::size_t kUtf8Slack = 16;
 
 // Most UTF-8 bytes `length` characters of `unitBytes`-byte units can take.
 constexpr std::size_t utf8Bound(int unitBytes, std::int64_t length) {
