@@ -194,8 +194,12 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     b.transcoded.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
     std::uint8_t bits = 0;   // validity of the current eight rows
+    constexpr std::int64_t kAhead = 8;
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
+        // Objects lie wherever the allocator put them: ask for a later row's
+        // header (and an ASCII str's first bytes) while this one is read.
+        if (row + kAhead < rows) __builtin_prefetch(values[row + kAhead]);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
