@@ -12,7 +12,7 @@ namespace txcli {
 
 namespace {
 
-void appendBytes(std::vector<char>& to, const char* begin, const char* end) { to.insert(to.end(), begin, end); }
+void appendBytes(LargeVector<char>& to, const char* begin, const char* end) { to.insert(to.end(), begin, end); }
 
 }  // namespace
 
@@ -193,7 +193,7 @@ void CsvReader::skipLine() {
     }
 }
 
-void CsvReader::appendField(std::vector<char>& to, const Field& field) const {
+void CsvReader::appendField(LargeVector<char>& to, const Field& field) const {
     if (!field.escaped) {
         appendBytes(to, field.begin, field.end);
         return;
@@ -209,7 +209,7 @@ void CsvReader::takeRecord(CsvBatch* batch) {
     ++recordNumber_;
     if (readingHeader_) {
         for (const Field& field : fields_) {
-            std::vector<char> name;
+            LargeVector<char> name;
             appendField(name, field);
             header_.emplace_back(name.begin(), name.end());
         }
@@ -308,7 +308,7 @@ bool CsvReader::read(CsvBatch& batch, std::int64_t maxRows, std::int64_t maxByte
     // The buffer goes to the batch; the batch's old one, with the unparsed
     // rest copied to its front, is read into next.
     if (keepBuffer_) {
-        std::vector<char> next = std::move(batch.text);
+        LargeVector<char> next = std::move(batch.text);
         next.resize(buffer_.size());
         const std::size_t rest = length_ - pos_;
         if (rest != 0) std::memcpy(next.data(), buffer_.data() + pos_, rest);

@@ -11,14 +11,15 @@
 #include <vector>
 
 #include "cli/apply/csv_scan.h"
+#include "cli/apply/large_pages.h"
 
 namespace txcli {
 
 // One column of a batch in the engine's text layout: row i is
 // bytes[offsets[i], offsets[i + 1]).
 struct CsvColumn {
-    std::vector<std::int64_t> offsets{0};
-    std::vector<char> bytes;
+    LargeVector<std::int64_t> offsets{0};
+    LargeVector<char> bytes;
 };
 
 // A run of consecutive good records. Cleared, not freed, between batches so
@@ -29,9 +30,9 @@ struct CsvBatch {
     // Each record's text as in the input, its line end left out: row i is
     // text[recordBegin[i], recordEnd[i]). `text` is the read buffer the
     // records were parsed in, handed over whole: no record is copied.
-    std::vector<char> text;
-    std::vector<std::int64_t> recordBegin;
-    std::vector<std::int64_t> recordEnd;
+    LargeVector<char> text;
+    LargeVector<std::int64_t> recordBegin;
+    LargeVector<std::int64_t> recordEnd;
     void clear(std::size_t columnCount);
 };
 
@@ -87,7 +88,7 @@ private:
     bool fill();
     void skipLine();
     void consume(const char* to);
-    void appendField(std::vector<char>& to, const Field& field) const;
+    void appendField(LargeVector<char>& to, const Field& field) const;
     void takeRecord(CsvBatch* batch);
     void settleFault(bool skipBad);
     Step step(CsvBatch* batch, bool skipBad);
@@ -95,7 +96,7 @@ private:
     std::FILE* input_;
     CsvBytes bytes_;
     CsvScan scan_;
-    std::vector<char> buffer_;
+    LargeVector<char> buffer_;
     std::size_t pos_ = 0;      // the next record's first byte
     std::size_t length_ = 0;
     bool eof_ = false;
