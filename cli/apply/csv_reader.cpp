@@ -90,7 +90,10 @@ CsvReader::Parse CsvReader::parseRecord() {
     };
     const char* p = start;
     for (;;) {   // one field a turn, p at its first byte
-        Field field{p, p, false, false};
+        // Built where it is kept: a copy made at the end stalled on its
+        // freshly written bytes (store forwarding) longer than the scan took.
+        Field& field = fields_.emplace_back();
+        field.begin = field.end = p;
         if (p < end && *p == quote) {
             field.quoted = true;
             const char* q = p + 1;
@@ -141,7 +144,6 @@ CsvReader::Parse CsvReader::parseRecord() {
         if (static_cast<std::size_t>(field.end - field.begin) > kMaxFieldBytes) {
             return fault(p, "a field longer than " + std::to_string(kMaxFieldBytes >> 20) + " MiB");
         }
-        fields_.push_back(field);
         if (p == end) {
             if (!eof_) return more();
             contentEnd_ = recordEnd_ = end;
