@@ -227,8 +227,8 @@ std::vector<std::vector<std::string>> readCsv(const std::string& path) {
         for (std::int64_t row = 0; row < batch.rows; ++row) {
             records.emplace_back();
             for (const auto& column : batch.columns) {
-                records.back().emplace_back(column.bytes.data() + column.offsets[row],
-                                            column.bytes.data() + column.offsets[row + 1]);
+                const auto& cell = column.views[static_cast<std::size_t>(row)];
+                records.back().emplace_back(cell.data, static_cast<std::size_t>(cell.length));
             }
         }
     }
