@@ -136,6 +136,9 @@ TEST(Apply, RefusesBadInputWithTheRecordAtFault) {
         {"/nonexistent/in.csv", {}, "n = KCOUNTW(a)", "cannot open", ""},
         {writeFile("skip.csv", "a,b\n1\n2,3\n4,\"5\"x\n6,7,8\n"), {"--on-error", "skip"}, "n = KCOUNTW(a)", "",
          "a,b,n\n2,3,1\n"},
+        // a skipped line longer than the read buffer moves the batch's cells
+        {writeFile("long.csv", "a,b\n\"x \"\"y\"\"\",1\nz,2\nq\"" + std::string(3 << 20, 'q') + "\n\"w \"\"v\",3\n"),
+         {"--on-error", "skip"}, "n = KSCANX(a, 2)", "", "a,b,n\n\"x \"\"y\"\"\",1,\"\"\"y\"\"\"\nz,2, \n\"w \"\"v\",3,\"\"\"v\"\n"},
     };
     for (const auto& c : cases) {
         std::vector<std::string> arguments = c.options;
