@@ -46,22 +46,6 @@ SqlCallSite* siteOfThisCall(sqlite3_context* context, int argc) {
     return nullptr;
 }
 
-// SQLite keeps a function's auxiliary data on an argument from one row to
-// the next only when the argument is constant in the statement (a literal,
-// a bound parameter, or an expression of those), and drops it from every
-// other argument after the row that set it. So on a site's second call each
-// argument still holding it is a constant one, and the site may keep a
-// parsed set only when every argument the set depends on is: a set parsed
-// from a column would otherwise answer for the next rows, and the answers
-// would depend on the order of the scan.
-void settleSiteKind(SqlCallSite& site, sqlite3_context* context, const txhost::Binding& binding, int argc) {
-    site.kindSettled = true;
-    for (int k = 1; k <= argc; ++k) {
-        if (binding.setDependsOn(k) && sqlite3_get_auxdata(context, k - 1) != &site) return;
-    }
-    site.call.setSiteKind(txhost::kCachingSiteKind);
-}
-
 // Text of an argument for an error message, cut to whole UTF-8 characters.
 std::string describeValue(sqlite3_value* value) {
     switch (sqlite3_value_type(value)) {
@@ -99,23 +83,26 @@ bool parseNumber(sqlite3_value* value, double& number) {
     return *end == '\0';
 }
 
-// Binds SQLite's value as input k; false and a reason when it cannot be one.
-inline bool bindValue(sqlite3_value* value, const txhost::Binding& binding, int k, txhost::BoundFrame& call,
-                      const char*& reason) {
+enum class Bound { Refused, Text, Other };
+
+// Binds SQLite's value as input k, saying whether it went as a text; a
+// refused value leaves a reason.
+inline Bound bindValue(sqlite3_value* value, const txhost::Binding& binding, int k, txhost::BoundFrame& call,
+                       const char*& reason) {
     switch (sqlite3_value_type(value)) {
     case SQLITE_TEXT:
         if (binding.takesText(k)) break;
         if (double number = 0; parseNumber(value, number)) {
             call.number(k, number);
-            return true;
+            return Bound::Other;
         }
         reason = "is not a number";
-        return false;
+        return Bound::Refused;
     case SQLITE_INTEGER:
     case SQLITE_FLOAT:
         if (!binding.takesNumber(k)) break;   // a number where text goes reads as SQLite prints it
         call.number(k, sqlite3_value_double(value));
-        return true;
+        return Bound::Other;
     case SQLITE_NULL:
         // Absent where text may go; else the missing value.
         if (binding.takesText(k)) {
@@ -123,14 +110,50 @@ inline bool bindValue(sqlite3_value* value, const txhost::Binding& binding, int 
         } else {
             call.number(k, contract::missingValue());
         }
-        return true;
+        return Bound::Other;
     default:
         reason = "is a blob; text or a number is expected";   // its bytes need not be text at all
-        return false;
+        return Bound::Refused;
     }
+    // The text first, then its length: asking for the text may convert it.
     const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
     call.text(k, text, sqlite3_value_bytes(value));
-    return true;
+    return Bound::Text;
+}
+
+// SQLite keeps a function's auxiliary data on an argument from one row to
+// the next only when the argument is constant in the statement (a literal,
+// a bound parameter, or an expression of those), and drops it from every
+// other argument after the row that set it. So on a site's second call each
+// argument still holding it is a constant one, and the site may keep a
+// parsed set only when every argument the set depends on is: a set parsed
+// from a column would otherwise answer for the next rows, and the answers
+// would depend on the order of the scan. The constant arguments are bound
+// here for good.
+void settleSiteKind(SqlCallSite& site, sqlite3_context* context, const Registration& r, int argc,
+                    sqlite3_value** argv) {
+    site.kindSettled = true;
+    bool setIsConstant = true;
+    for (int k = 1; k <= argc; ++k) {
+        if (sqlite3_get_auxdata(context, k - 1) != &site) {
+            if (r.binding.setDependsOn(k)) setIsConstant = false;
+            continue;
+        }
+        // A constant's value is the same on every row the site serves, so
+        // it is bound here once; SQLite promises nothing about where its
+        // text stays, so the site binds its own copy.
+        const char* reason = nullptr;
+        const Bound bound = bindValue(argv[k - 1], r.binding, k, site.call, reason);
+        if (bound == Bound::Refused) continue;   // refused again on each row, with the message
+        if (bound == Bound::Text) {
+            const contract::StringValue& text = *site.call.frame().string(r.binding.position(k));
+            std::string& copy = site.constantTexts[k - 1];
+            copy.assign(text.data, static_cast<std::size_t>(text.length));
+            site.call.text(k, copy.data(), text.length);
+        }
+        site.boundOnce |= 1u << k;
+    }
+    if (setIsConstant) site.call.setSiteKind(txhost::kCachingSiteKind);
 }
 
 void resultNumber(sqlite3_context* context, std::optional<double> stored) {
@@ -195,7 +218,7 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
             if (!r.spare) r.spare = std::make_unique<SqlCallSite>(r);
             site = r.spare.get();
         } else if (!site->kindSettled) {
-            settleSiteKind(*site, context, r.binding, argc);
+            settleSiteKind(*site, context, r, argc, argv);
         }
     } catch (const std::exception& e) {
         sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
@@ -220,11 +243,12 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
     } handover{context, site, argc, newSite};
 
     // One registration serves one argument count, so the frame's shape was
-    // set once (SqlCallSite) and every argument is bound anew on each row.
+    // set once (SqlCallSite); the arguments that change are bound anew.
     txhost::BoundFrame& call = site->call;
     for (int k = 1; k <= argc; ++k) {
+        if ((site->boundOnce & (1u << k)) != 0) continue;
         const char* reason = nullptr;
-        if (!bindValue(argv[k - 1], r.binding, k, call, reason)) {
+        if (bindValue(argv[k - 1], r.binding, k, call, reason) == Bound::Refused) {
             argumentError(context, r, k, argv[k - 1], reason);
             return;
         }
@@ -265,8 +289,11 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
 }  // namespace txsqlite
 
 // Sites start parsing on every call, until their second call shows whether
-// what a parsed set depends on is constant.
+// what a parsed set depends on is constant. The entry tests argument 1 for
+// multi-byte characters before it picks the byte path, so the byte path's
+// own second look at the whole text is skipped.
 txsqlite::SqlCallSite::SqlCallSite(Registration& registration)
     : call(registration.binding, registration.task->callContext, txhost::kParsingSiteKind), owner(&registration) {
+    call.setRecheck(false);
     call.start(registration.inputs);
 }

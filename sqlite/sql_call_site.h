@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "host/binder.h"
 
@@ -22,6 +23,11 @@ struct SqlCallSite {
     // Whether the site may keep a parsed set is settled on its second call,
     // once SQLite has shown which arguments are constant (see evaluateRow).
     bool kindSettled = false;
+    // Arguments that are constant in the statement, bound once when the
+    // kind is settled (bit k for argument k) and skipped on every later
+    // row; a constant text is bound from this site's own copy of it.
+    std::uint32_t boundOnce = 0;
+    std::string constantTexts[txscan::contract::kMaxArguments];
     std::unique_ptr<char[]> result;   // the KSCANX word
     std::int64_t resultCapacity = 0;
 

@@ -12,17 +12,15 @@ namespace txcli {
 
 namespace {
 
-void appendBytes(std::vector<char>& to, const char* begin, const char* end) { to.insert(to.end(), begin, end); }
+void appendBytes(LargeVector<char>& to, const char* begin, const char* end) { to.insert(to.end(), begin, end); }
 
 }  // namespace
 
 void CsvBatch::clear(std::size_t columnCount) {
     rows = 0;
     columns.resize(columnCount);
-    for (auto& column : columns) {
-        column.offsets.assign(1, 0);
-        column.bytes.clear();
-    }
+    for (auto& column : columns) column.views.clear();
+    unescaped.clear();
     // `text` stays: the reader swaps it for its buffer and reads into it.
     recordBegin.clear();
     recordEnd.clear();
@@ -36,15 +34,23 @@ CsvReader::CsvReader(std::FILE* input, CsvBytes bytes, std::size_t bufferBytes)
 bool CsvReader::fill() {
     if (eof_) return false;
     if (keepBuffer_) {
-        // Records of the batch are in the buffer: nothing may move (only a
-        // skipped bad line gets here).
-        if (length_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+        // Records of the batch are in the buffer: nothing may move but the
+        // buffer as a whole (only a skipped bad line gets here).
+        if (length_ == buffer_.size()) {
+            const char* old = buffer_.data();
+            buffer_.resize(buffer_.size() * 2);
+            moveViews(old, old + length_, buffer_.data());
+        }
     } else if (pos_ > 0) {
         std::memmove(buffer_.data(), buffer_.data() + pos_, length_ - pos_);
         length_ -= pos_;
         pos_ = 0;
     }
-    if (length_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+    if (length_ == buffer_.size()) {
+        const char* old = buffer_.data();
+        buffer_.resize(buffer_.size() * 2);
+        if (keepBuffer_) moveViews(old, old + length_, buffer_.data());
+    }
     const std::size_t got = std::fread(buffer_.data() + length_, 1, buffer_.size() - length_, input_);
     // The scan restarts at every fill: the bytes moved, and parsing goes back
     // to the start of a cut record.
@@ -90,7 +96,10 @@ CsvReader::Parse CsvReader::parseRecord() {
     };
     const char* p = start;
     for (;;) {   // one field a turn, p at its first byte
-        Field field{p, p, false, false};
+        // Built where it is kept: a copy made at the end stalled on its
+        // freshly written bytes (store forwarding) longer than the scan took.
+        Field& field = fields_.emplace_back();
+        field.begin = field.end = p;
         if (p < end && *p == quote) {
             field.quoted = true;
             const char* q = p + 1;
@@ -141,7 +150,6 @@ CsvReader::Parse CsvReader::parseRecord() {
         if (static_cast<std::size_t>(field.end - field.begin) > kMaxFieldBytes) {
             return fault(p, "a field longer than " + std::to_string(kMaxFieldBytes >> 20) + " MiB");
         }
-        fields_.push_back(field);
         if (p == end) {
             if (!eof_) return more();
             contentEnd_ = recordEnd_ = end;
@@ -193,7 +201,7 @@ void CsvReader::skipLine() {
     }
 }
 
-void CsvReader::appendField(std::vector<char>& to, const Field& field) const {
+void CsvReader::appendField(LargeVector<char>& to, const Field& field) const {
     if (!field.escaped) {
         appendBytes(to, field.begin, field.end);
         return;
@@ -205,11 +213,22 @@ void CsvReader::appendField(std::vector<char>& to, const Field& field) const {
     }
 }
 
+// The batch's views of bytes that moved from [from, to) to `moved` follow
+// them.
+void CsvReader::moveViews(const char* from, const char* to, const char* moved) {
+    if (filling_ == nullptr || from == moved) return;
+    for (CsvColumn& column : filling_->columns) {
+        for (txengine::TextView& view : column.views) {
+            if (view.data >= from && view.data < to) view.data = moved + (view.data - from);
+        }
+    }
+}
+
 void CsvReader::takeRecord(CsvBatch* batch) {
     ++recordNumber_;
     if (readingHeader_) {
         for (const Field& field : fields_) {
-            std::vector<char> name;
+            LargeVector<char> name;
             appendField(name, field);
             header_.emplace_back(name.begin(), name.end());
         }
@@ -224,9 +243,20 @@ void CsvReader::takeRecord(CsvBatch* batch) {
     } else {
         for (std::size_t c = 0; c < fields_.size(); ++c) {
             if (!wanted_.empty() && !wanted_[c]) continue;
-            CsvColumn& column = batch->columns[c];
-            appendField(column.bytes, fields_[c]);
-            column.offsets.push_back(static_cast<std::int64_t>(column.bytes.size()));
+            const Field& field = fields_[c];
+            if (!field.escaped) {
+                batch->columns[c].views.push_back({field.begin, field.end - field.begin});
+                continue;
+            }
+            LargeVector<char>& out = batch->unescaped;
+            const std::size_t at = out.size();
+            if (out.capacity() - at < static_cast<std::size_t>(field.end - field.begin)) {
+                const char* old = out.data();
+                out.reserve(std::max(2 * out.capacity(), at + static_cast<std::size_t>(field.end - field.begin)));
+                moveViews(old, old + at, out.data());
+            }
+            appendField(out, field);
+            batch->columns[c].views.push_back({out.data() + at, static_cast<std::int64_t>(out.size() - at)});
         }
         batch->recordBegin.push_back(static_cast<std::int64_t>(pos_));
         batch->recordEnd.push_back(contentEnd_ - buffer_.data());
@@ -299,16 +329,21 @@ std::vector<std::string> CsvReader::readHeader() {
 
 bool CsvReader::read(CsvBatch& batch, std::int64_t maxRows, std::int64_t maxBytes, bool skipBad) {
     batch.clear(header_.size());
+    // Cells taken out of escapes are never longer than the records.
+    batch.unescaped.reserve(buffer_.size());
     batchBytes_ = 0;
+    filling_ = &batch;
     while (!finished_ && batch.rows < maxRows && batchBytes_ < maxBytes) {
         const Step next = step(&batch, skipBad);
         if (next == Step::End) finished_ = true;
         if (next == Step::BatchFull) break;
     }
-    // The buffer goes to the batch; the batch's old one, with the unparsed
-    // rest copied to its front, is read into next.
+    filling_ = nullptr;
+    // The buffer goes to the batch (moved whole, so the views stay good);
+    // the batch's old one, with the unparsed rest copied to its front, is
+    // read into next.
     if (keepBuffer_) {
-        std::vector<char> next = std::move(batch.text);
+        LargeVector<char> next = std::move(batch.text);
         next.resize(buffer_.size());
         const std::size_t rest = length_ - pos_;
         if (rest != 0) std::memcpy(next.data(), buffer_.data() + pos_, rest);

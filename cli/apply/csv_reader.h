@@ -11,14 +11,15 @@
 #include <vector>
 
 #include "cli/apply/csv_scan.h"
+#include "cli/apply/large_pages.h"
+#include "engine/engine.h"
 
 namespace txcli {
 
-// One column of a batch in the engine's text layout: row i is
-// bytes[offsets[i], offsets[i + 1]).
+// One column of a batch: row i's cell as a view of its bytes, in the batch's
+// `text` where the cell needs no unescaping, else in its `unescaped`.
 struct CsvColumn {
-    std::vector<std::int64_t> offsets{0};
-    std::vector<char> bytes;
+    LargeVector<txengine::TextView> views;
 };
 
 // A run of consecutive good records. Cleared, not freed, between batches so
@@ -28,10 +29,13 @@ struct CsvBatch {
     std::vector<CsvColumn> columns;   // the columns the reader was asked for; the others stay empty
     // Each record's text as in the input, its line end left out: row i is
     // text[recordBegin[i], recordEnd[i]). `text` is the read buffer the
-    // records were parsed in, handed over whole: no record is copied.
-    std::vector<char> text;
-    std::vector<std::int64_t> recordBegin;
-    std::vector<std::int64_t> recordEnd;
+    // records were parsed in, handed over whole: neither a record nor a
+    // cell is copied.
+    LargeVector<char> text;
+    LargeVector<std::int64_t> recordBegin;
+    LargeVector<std::int64_t> recordEnd;
+    // Cells with doubled quotes or escape bytes, taken out.
+    LargeVector<char> unescaped;
     void clear(std::size_t columnCount);
 };
 
@@ -87,15 +91,16 @@ private:
     bool fill();
     void skipLine();
     void consume(const char* to);
-    void appendField(std::vector<char>& to, const Field& field) const;
+    void appendField(LargeVector<char>& to, const Field& field) const;
     void takeRecord(CsvBatch* batch);
+    void moveViews(const char* from, const char* to, const char* moved);
     void settleFault(bool skipBad);
     Step step(CsvBatch* batch, bool skipBad);
 
     std::FILE* input_;
     CsvBytes bytes_;
     CsvScan scan_;
-    std::vector<char> buffer_;
+    LargeVector<char> buffer_;
     std::size_t pos_ = 0;      // the next record's first byte
     std::size_t length_ = 0;
     bool eof_ = false;
@@ -118,6 +123,7 @@ private:
     std::vector<bool> wanted_;
     std::int64_t batchBytes_ = 0;
     bool keepBuffer_ = false;            // the buffer holds records of the batch being read
+    CsvBatch* filling_ = nullptr;        // the batch being read, whose views point into the buffer
 
     std::string pendingFault_;
     std::int64_t skipped_ = 0;

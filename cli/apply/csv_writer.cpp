@@ -17,14 +17,8 @@ constexpr std::size_t kNumberBytes = 32;
 }  // namespace
 
 char* OutputText::reserve(std::size_t more) {
-    if (capacity_ - size_ < more) {
-        const std::size_t capacity = std::max(2 * capacity_, size_ + more);
-        std::unique_ptr<char[]> grown(new char[capacity]);
-        if (size_ != 0) std::memcpy(grown.get(), data_.get(), size_);
-        data_ = std::move(grown);
-        capacity_ = capacity;
-    }
-    return data_.get() + size_;
+    if (data_.size() - size_ < more) data_.resize(std::max(2 * data_.size(), size_ + more));
+    return data_.data() + size_;
 }
 
 // The escape byte, where there is one, is doubled too, so that the output

@@ -21,15 +21,14 @@ class OutputText {
 public:
     // Room for `more` bytes at the end; returns where they go.
     char* reserve(std::size_t more);
-    void setEnd(const char* end) { size_ = static_cast<std::size_t>(end - data_.get()); }
-    const char* data() const { return data_.get(); }
+    void setEnd(const char* end) { size_ = static_cast<std::size_t>(end - data_.data()); }
+    const char* data() const { return data_.data(); }
     std::size_t size() const { return size_; }
     void clear() { size_ = 0; }
 
 private:
-    std::unique_ptr<char[]> data_;
+    LargeVector<char> data_;   // its size is the capacity; size_ bytes are text
     std::size_t size_ = 0;
-    std::size_t capacity_ = 0;
 };
 
 class CsvWriter {

@@ -64,10 +64,8 @@ txengine::Input BatchEvaluator::input(const Source& source, const CsvBatch& batc
     using txengine::Input;
     const auto index = static_cast<std::size_t>(source.index);
     switch (source.kind) {
-    case Source::Kind::InputText: {
-        const CsvColumn& column = batch.columns[index];
-        return Input::column(txengine::TextColumn{column.offsets.data(), column.bytes.data(), nullptr});
-    }
+    case Source::Kind::InputText:
+        return Input::column(txengine::TextViewColumn{batch.columns[index].views.data(), nullptr});
     case Source::Kind::InputNumber: {
         if (!inputNumbersReady_[index]) {
             const CsvColumn& column = batch.columns[index];
@@ -75,8 +73,8 @@ txengine::Input BatchEvaluator::input(const Source& source, const CsvBatch& batc
             std::vector<std::uint8_t> valid(static_cast<std::size_t>(batch.rows));
             values.assign(valid.size(), 0);
             for (std::size_t row = 0; row < valid.size(); ++row) {
-                const char* cell = column.bytes.data();
-                valid[row] = readNumber(cell + column.offsets[row], cell + column.offsets[row + 1], values[row]);
+                const txengine::TextView cell = column.views[row];
+                valid[row] = readNumber(cell.data, cell.data + cell.length, values[row]);
             }
             packBitmap(valid, inputNumberBitmaps_[index]);
             inputNumbersReady_[index] = true;

@@ -2,7 +2,7 @@
 // functions run in SQL over CSV and Parquet files. Results print as a table,
 // as CSV (--csv), or go to a file through COPY ... TO (-o, Parquet or CSV by
 // the file's extension).
-#include <duckdb.h>
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +14,7 @@
 
 #include "cli/apply/csv_writer.h"
 #include "cli/commands.h"
+#include "cli/sql/sql_library.h"
 
 namespace txcli {
 
@@ -26,16 +27,16 @@ struct SqlOptions {
     int threads = 0;
 };
 
-// The extension sits in lib/ beside the program's bin/, in the build tree
-// and in an installation alike.
-std::string extensionPath() {
+// The extension and the DuckDB side of this command sit in lib/ beside the
+// program's bin/, in the build tree and in an installation alike.
+std::string besideProgram(const char* name, const char* builtAt) {
     std::error_code error;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
     if (!error) {
-        const auto beside = self.parent_path().parent_path() / "lib" / "txscan.duckdb_extension";
+        const auto beside = self.parent_path().parent_path() / "lib" / name;
         if (std::filesystem::exists(beside, error)) return beside.string();
     }
-    return TXSCAN_DUCKDB_EXTENSION;
+    return builtAt;
 }
 
 // Columns of a wide East Asian character take two cells on a terminal.
@@ -59,67 +60,68 @@ int width(const std::string& text) {
     return w;
 }
 
-bool numericColumn(duckdb_type type) {
-    switch (type) {
-    case DUCKDB_TYPE_TINYINT: case DUCKDB_TYPE_SMALLINT: case DUCKDB_TYPE_INTEGER: case DUCKDB_TYPE_BIGINT:
-    case DUCKDB_TYPE_UTINYINT: case DUCKDB_TYPE_USMALLINT: case DUCKDB_TYPE_UINTEGER: case DUCKDB_TYPE_UBIGINT:
-    case DUCKDB_TYPE_HUGEINT: case DUCKDB_TYPE_FLOAT: case DUCKDB_TYPE_DOUBLE: case DUCKDB_TYPE_DECIMAL: return true;
-    default: return false;
+// Rows as an aligned table, numbers to the right (all rows are read first,
+// to know the widths).
+class TablePrinter : public SqlRows {
+public:
+    void columns(const std::vector<std::string>& names, const std::vector<bool>& numeric) override {
+        cells_.assign(1, names);
+        numeric_ = numeric;
     }
-}
-
-void printTable(duckdb_result& result) {
-    const idx_t columns = duckdb_column_count(&result);
-    const idx_t rows = duckdb_row_count(&result);
-    std::vector<std::vector<std::string>> cellsOf(rows + 1);
-    std::vector<int> widths(columns, 0);
-    for (idx_t c = 0; c < columns; ++c) cellsOf[0].emplace_back(duckdb_column_name(&result, c));
-    for (idx_t r = 0; r < rows; ++r) {
-        for (idx_t c = 0; c < columns; ++c) {
-            char* value = duckdb_value_varchar(&result, c, r);
-            cellsOf[r + 1].emplace_back(value != nullptr ? value : "NULL");
-            duckdb_free(value);
+    void row(const std::vector<std::optional<std::string>>& fields) override {
+        auto& row = cells_.emplace_back();
+        for (const auto& field : fields) row.push_back(field.value_or("NULL"));
+    }
+    void print() const {
+        if (cells_.empty()) return;
+        const std::size_t columns = numeric_.size();
+        std::vector<int> widths(columns, 0);
+        for (const auto& row : cells_) {
+            for (std::size_t c = 0; c < columns; ++c) widths[c] = std::max(widths[c], width(row[c]));
         }
-    }
-    for (const auto& row : cellsOf) {
-        for (idx_t c = 0; c < columns; ++c) widths[c] = std::max(widths[c], width(row[c]));
-    }
-    auto line = [&](const std::vector<std::string>& row, bool header) {
-        for (idx_t c = 0; c < columns; ++c) {
-            const std::string pad(static_cast<std::size_t>(widths[c] - width(row[c])), ' ');
-            const bool right = !header && numericColumn(duckdb_column_type(&result, c));
-            std::cout << (c > 0 ? "  " : "") << (right ? pad + row[c] : row[c] + (c + 1 < columns ? pad : ""));
+        auto line = [&](const std::vector<std::string>& row, bool header) {
+            for (std::size_t c = 0; c < columns; ++c) {
+                const std::string pad(static_cast<std::size_t>(widths[c] - width(row[c])), ' ');
+                const bool right = !header && numeric_[c];
+                std::cout << (c > 0 ? "  " : "") << (right ? pad + row[c] : row[c] + (c + 1 < columns ? pad : ""));
+            }
+            std::cout << "\n";
+        };
+        line(cells_[0], true);
+        for (std::size_t c = 0; c < columns; ++c) {
+            std::cout << (c > 0 ? "  " : "") << std::string(static_cast<std::size_t>(widths[c]), '-');
         }
         std::cout << "\n";
-    };
-    line(cellsOf[0], true);
-    for (idx_t c = 0; c < columns; ++c) std::cout << (c > 0 ? "  " : "") << std::string(static_cast<std::size_t>(widths[c]), '-');
-    std::cout << "\n";
-    for (idx_t r = 1; r <= rows; ++r) line(cellsOf[r], false);
-}
+        for (std::size_t r = 1; r < cells_.size(); ++r) line(cells_[r], false);
+    }
+
+private:
+    std::vector<std::vector<std::string>> cells_;
+    std::vector<bool> numeric_;
+};
 
 // NULL is an empty cell, as txscan apply writes a missing value.
-void printCsv(duckdb_result& result) {
-    const idx_t columns = duckdb_column_count(&result);
-    const CsvWriter writer(CsvBytes{}, "\n");
-    OutputText out;
-    std::vector<std::string> fields(static_cast<std::size_t>(columns));
-    for (idx_t c = 0; c < columns; ++c) fields[c] = duckdb_column_name(&result, c);
-    writer.appendRecord(out, fields);
-    for (idx_t r = 0; r < duckdb_row_count(&result); ++r) {
-        for (idx_t c = 0; c < columns; ++c) {
-            char* value = duckdb_value_varchar(&result, c, r);
-            fields[c] = value != nullptr ? value : "";
-            duckdb_free(value);
-        }
-        writer.appendRecord(out, fields);
-        if (out.size() > (1u << 16)) {
-            std::cout.write(out.data(), static_cast<std::streamsize>(out.size()));
-            out.clear();
-        }
+class CsvPrinter : public SqlRows {
+public:
+    void columns(const std::vector<std::string>& names, const std::vector<bool>&) override {
+        fields_ = names;
+        writer_.appendRecord(out_, fields_);
     }
-    std::cout.write(out.data(), static_cast<std::streamsize>(out.size()));
-}
+    void row(const std::vector<std::optional<std::string>>& fields) override {
+        for (std::size_t c = 0; c < fields.size(); ++c) fields_[c] = fields[c].value_or("");
+        writer_.appendRecord(out_, fields_);
+        if (out_.size() > (1u << 16)) flush();
+    }
+    void flush() {
+        std::cout.write(out_.data(), static_cast<std::streamsize>(out_.size()));
+        out_.clear();
+    }
+
+private:
+    const CsvWriter writer_{CsvBytes{}, "\n"};
+    OutputText out_;
+    std::vector<std::string> fields_;
+};
 
 std::string quoted(const std::string& path) {
     std::string out = "'";
@@ -140,47 +142,36 @@ int runSql(const SqlOptions& options) {
             return kUsageError;
         }
     }
-    duckdb_config config = nullptr;
-    duckdb_create_config(&config);
-    duckdb_set_config(config, "allow_unsigned_extensions", "true");
-    if (options.threads > 0) duckdb_set_config(config, "threads", std::to_string(options.threads).c_str());
-    duckdb_database db = nullptr;
-    char* openError = nullptr;
-    if (duckdb_open_ext(nullptr, &db, config, &openError) != DuckDBSuccess) {
-        std::cerr << "txscan sql: " << (openError != nullptr ? openError : "cannot open DuckDB") << "\n";
-        duckdb_free(openError);
-        duckdb_destroy_config(&config);
-        return 1;
-    }
-    duckdb_destroy_config(&config);
-    duckdb_connection con = nullptr;
-    duckdb_connect(db, &con);
     std::string query = options.query;
     while (!query.empty() && (query.back() == ';' || std::isspace(static_cast<unsigned char>(query.back())))) query.pop_back();
-    const std::string statements[] = {
-        "LOAD " + quoted(extensionPath()),
+    SqlRequest request;
+    request.statements = {
+        "LOAD " + quoted(besideProgram("txscan.duckdb_extension", TXSCAN_DUCKDB_EXTENSION)),
         options.output.empty() ? query : "COPY (" + query + ") TO " + quoted(options.output) + copyTo,
     };
-    int code = 0;
-    for (const std::string& statement : statements) {
-        duckdb_result result;
-        if (duckdb_query(con, statement.c_str(), &result) != DuckDBSuccess) {
-            std::cerr << "txscan sql: " << duckdb_result_error(&result) << "\n";
-            code = kUsageError;
-        } else if (&statement == &statements[1] && options.output.empty() &&
-                   duckdb_result_return_type(result) == DUCKDB_RESULT_TYPE_QUERY_RESULT) {
-            if (options.csv) {
-                printCsv(result);
-            } else {
-                printTable(result);
-            }
-        }
-        duckdb_destroy_result(&result);
-        if (code != 0) break;
+    request.rowsWanted = options.output.empty();
+    request.threads = options.threads;
+
+    // Opened for good: DuckDB's threads and globals outlive this call.
+    const std::string library = besideProgram("txscan_sql.so", TXSCAN_SQL_LIBRARY);
+    void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    const auto run = handle != nullptr ? reinterpret_cast<SqlRun>(dlsym(handle, kSqlRunSymbol)) : nullptr;
+    if (run == nullptr) {
+        std::cerr << "txscan sql: cannot load " << library << ": " << dlerror() << "\n";
+        return 1;
+    }
+    TablePrinter table;
+    CsvPrinter csv;
+    std::string error;
+    const int code = run(request, options.csv ? static_cast<SqlRows&>(csv) : table, error);
+    if (code != 0) {
+        std::cerr << "txscan sql: " << error << "\n";
+    } else if (options.csv) {
+        csv.flush();
+    } else {
+        table.print();
     }
     std::cout.flush();
-    duckdb_disconnect(&con);
-    duckdb_close(&db);
     return code;
 }
 

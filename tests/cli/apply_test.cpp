@@ -136,6 +136,9 @@ TEST(Apply, RefusesBadInputWithTheRecordAtFault) {
         {"/nonexistent/in.csv", {}, "n = KCOUNTW(a)", "cannot open", ""},
         {writeFile("skip.csv", "a,b\n1\n2,3\n4,\"5\"x\n6,7,8\n"), {"--on-error", "skip"}, "n = KCOUNTW(a)", "",
          "a,b,n\n2,3,1\n"},
+        // a skipped line longer than the read buffer moves the batch's cells
+        {writeFile("long.csv", "a,b\n\"x \"\"y\"\"\",1\nz,2\nq\"" + std::string(3 << 20, 'q') + "\n\"w \"\"v\",3\n"),
+         {"--on-error", "skip"}, "n = KSCANX(a, 2)", "", "a,b,n\n\"x \"\"y\"\"\",1,\"\"\"y\"\"\"\nz,2, \n\"w \"\"v\",3,\"\"\"v\"\n"},
     };
     for (const auto& c : cases) {
         std::vector<std::string> arguments = c.options;
@@ -227,8 +230,8 @@ std::vector<std::vector<std::string>> readCsv(const std::string& path) {
         for (std::int64_t row = 0; row < batch.rows; ++row) {
             records.emplace_back();
             for (const auto& column : batch.columns) {
-                records.back().emplace_back(column.bytes.data() + column.offsets[row],
-                                            column.bytes.data() + column.offsets[row + 1]);
+                const auto& cell = column.views[static_cast<std::size_t>(row)];
+                records.back().emplace_back(cell.data, static_cast<std::size_t>(cell.length));
             }
         }
     }

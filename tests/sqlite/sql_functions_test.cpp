@@ -167,6 +167,41 @@ TEST(SqlFunctions, ModifierOAnswersAlikeInEitherScanOrder) {
     }
 }
 
+// A constant argument (a literal, an expression of literals, a parameter)
+// answers as a column holding the same value on every row does, over rows
+// of ASCII and of multi-byte text.
+TEST(SqlFunctions, ConstantArgumentsAnswerAsColumnsOfTheSameValue) {
+    Connection c;
+    c.rows("CREATE TABLE t(id INTEGER PRIMARY KEY, s, an, i, two, twelve, u, none); "
+           "WITH RECURSIVE n(k) AS (SELECT 1 UNION ALL SELECT k + 1 FROM n WHERE k < 400) "
+           "INSERT INTO t SELECT k, CASE k % 5 WHEN 0 THEN 'banana 12 AN' WHEN 1 THEN 'Grüße ünd an 12' "
+           "WHEN 2 THEN '東京 an 12 ü' WHEN 3 THEN '' ELSE NULL END, 'an', 'i', 2, 12, 'ü', NULL FROM n");
+    const std::string calls[][2] = {   // with constants, and with the columns holding them
+        {"kfind(s, 'an', 'i')", "kfind(s, an, i)"},
+        {"kfind(s, 'a' || 'n', 2)", "kfind(s, an, two)"},
+        {"kfind(s, ?1)", "kfind(s, u)"},
+        {"kcountx(s, 12)", "kcountx(s, twelve)"},
+        {"kscanx(s, '2')", "kscanx(s, two)"},
+        {"kfindc(s, NULL), kfindw(s, 'an', 'I')", "kfindc(s, none), kfindw(s, an, upper(i))"},
+    };
+    for (const auto& [constant, column] : calls) {
+        sqlite3_stmt* statement = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(c.db, ("SELECT id, " + constant + " FROM t").c_str(), -1, &statement, nullptr),
+                  SQLITE_OK);
+        sqlite3_bind_text(statement, 1, "ü", -1, SQLITE_TRANSIENT);
+        Rows rows;
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            std::string& row = rows.emplace_back();
+            for (int k = 0; k < sqlite3_column_count(statement); ++k) {
+                const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, k));
+                row += (k > 0 ? "|" : "") + std::string(text != nullptr ? text : "NULL");
+            }
+        }
+        sqlite3_finalize(statement);
+        EXPECT_EQ(rows, c.rows("SELECT id, " + column + " FROM t")) << constant;
+    }
+}
+
 std::int64_t allocatedBytes() {
 #if defined(__SANITIZE_ADDRESS__)
     return static_cast<std::int64_t>(__sanitizer_get_current_allocated_bytes());
