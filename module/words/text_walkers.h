@@ -108,14 +108,14 @@ struct ByteWalker {
     std::int64_t n;
     std::int64_t bound;          // end of the scanned bytes (trailing blanks left out under T)
     std::int64_t sourceChars;    // characters before `bound`, once check() has counted them
-    const std::uint8_t* word = nullptr;   // the search word's compared bytes (after T and R)
-    std::int64_t wordBytes = 0;
-    std::int64_t wordChars = 0;
     bool wordSet = false;
-    bool caseless = false;
+    const std::uint8_t* word;    // with wordSet: the search word's compared bytes (after T and R)
+    std::int64_t wordBytes;
+    std::int64_t wordChars;
+    bool caseless;
     std::int64_t pos = 0;
     std::int64_t off = 0;
-    std::int64_t matched = 0;    // bytes of the source the last match covered
+    std::int64_t matched;        // bytes of the source the last match covered
     bool malformed = false;      // a walk of unchecked text met a malformed sequence
     CaselessPairs pairs;         // read by caseless compares only
 

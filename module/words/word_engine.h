@@ -34,9 +34,27 @@ struct WordAnswer {
 
 // Stores the mode's answer: the number, the call routine's position and
 // length, or the function's string cut from `source` by the range's bytes.
-std::int32_t storeWordAnswer(contract::ArgumentFrame* frame, double* numericResult, contract::StringValue* textResult,
-                             contract::EncodingHandle* h, const ModifierSet& modifiers, std::int32_t mode,
-                             const WordAnswer& answer, const char* source);
+inline std::int32_t storeWordAnswer(contract::ArgumentFrame* frame, double* numericResult,
+                                    contract::StringValue* textResult, contract::EncodingHandle* h,
+                                    const ModifierSet& modifiers, std::int32_t mode, const WordAnswer& answer,
+                                    const char* source) {
+    if (mode == kCountWords || mode == kFindWord) {
+        if (numericResult != nullptr) *numericResult = answer.number;
+        return contract::kStatusOk;
+    }
+    const WordRange& range = answer.range;
+    if (textResult == nullptr) {
+        // Position and length in characters; no such word reports 0 and 0.
+        double* position = const_cast<double*>(frame->number(3));
+        double* length = const_cast<double*>(frame->number(4));
+        if (position != nullptr) *position = range.found ? static_cast<double>(range.first + 1) : 0.0;
+        if (length != nullptr) *length = range.found ? static_cast<double>(range.end - range.first) : 0.0;
+        return contract::kStatusOk;
+    }
+    // No such word: one blank, or the empty string when empty words count.
+    if (!range.found) return storeWordText(textResult, h, " ", modifiers.has(kModM) ? 0 : 1, modifiers);
+    return storeWordText(textResult, h, source + range.firstByte, range.endByte - range.firstByte, modifiers);
+}
 
 // What the engine needs of a call besides its walker.
 struct WordCall {

@@ -80,27 +80,6 @@ std::int32_t emptySourceAnswer(ArgumentFrame* frame, double* numericResult, std:
 
 }  // namespace
 
-std::int32_t storeWordAnswer(ArgumentFrame* frame, double* numericResult, StringValue* textResult,
-                             EncodingHandle* h, const ModifierSet& modifiers, std::int32_t mode,
-                             const WordAnswer& answer, const char* source) {
-    if (mode == kCountWords || mode == kFindWord) {
-        if (numericResult != nullptr) *numericResult = answer.number;
-        return kStatusOk;
-    }
-    const WordRange& range = answer.range;
-    if (textResult == nullptr) {
-        // Position and length in characters; no such word reports 0 and 0.
-        double* position = const_cast<double*>(frame->number(3));
-        double* length = const_cast<double*>(frame->number(4));
-        if (position != nullptr) *position = range.found ? static_cast<double>(range.first + 1) : 0.0;
-        if (length != nullptr) *length = range.found ? static_cast<double>(range.end - range.first) : 0.0;
-        return kStatusOk;
-    }
-    // No such word: one blank, or the empty string when empty words count.
-    if (!range.found) return storeWordText(textResult, h, " ", modifiers.has(kModM) ? 0 : 1, modifiers);
-    return storeWordText(textResult, h, source + range.firstByte, range.endByte - range.firstByte, modifiers);
-}
-
 std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHandle* h, std::uint8_t textWidth,
                        const ArgumentRoles* roles, std::int32_t mode, StringValue* textResult) {
     if (h == nullptr) return kStatusInvalidArgument;
