@@ -176,6 +176,18 @@ inline void bindRow(txhost::BoundFrame& call, const RunPlan& plan, std::int64_t 
     }
 }
 
+// Views point wherever their owner keeps the text (a Python str, a DuckDB
+// string): ask for a later row's first bytes while this row is evaluated,
+// as offsets and bytes get from the hardware's own prefetch.
+constexpr std::int64_t kViewsAhead = 4;
+
+inline void prefetchViews(const RunPlan& plan, std::int64_t row) {
+    for (int v = 0; v < plan.varyingCount; ++v) {
+        const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(plan.varying[static_cast<std::size_t>(v)] - 1)];
+        if (a.kind == Input::Kind::TextViews) __builtin_prefetch(a.views[row].data);
+    }
+}
+
 // Where a run's per-row outputs go: the Result's vectors, or the caller's
 // places (with a plain NaN for no value and an optional bitmap).
 struct Outputs {
@@ -227,6 +239,7 @@ void evaluate(CallLane& lane, const RunPlan& plan, const Outputs& o, Result& r, 
     bindConstants(call, plan);
     for (std::int64_t row = begin; row < end; ++row) {
         lane.tally.currentRow = plan.rowsBefore + row;
+        if (row + kViewsAhead < end) prefetchViews(plan, row + kViewsAhead);
         bindRow(call, plan, row);
         if constexpr (Kind == kCallRoutine) call.primeOutputs();
         const std::int32_t status = call.call();

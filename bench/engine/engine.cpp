@@ -4,8 +4,14 @@
 // text), ASCII and mixed with accented Latin and CJK. Prints one line per
 // function, set and way of calling: "RESULT set function mode ns_per_row".
 // With --write-rows DIR it also writes each set's rows, one per line, to
-// DIR/ascii.txt and DIR/mixed.txt for the peers (compare.py runs them on the
-// same rows).
+// DIR/SET.txt for the peers (compare.py runs them on the same rows).
+//
+// A second table sets the direct call against a plain string_view loop
+// written here for each of its calls ("RESULT set label loop ns_per_row"),
+// the practical limit of the machine: the loop's answers are checked equal
+// to the module's on every row before either is timed, and both are timed
+// as CPU time of this thread, median of five rounds. Its rows also run on a
+// set of one-character rows ("one"), where the call's fixed cost shows.
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -17,7 +23,10 @@
 #include <string>
 #include <vector>
 
+#include <string_view>
+
 #include <sys/resource.h>
+#include <time.h>
 
 #include "engine/engine.h"
 #include "host/host.h"
@@ -53,15 +62,30 @@ const char* pick(std::mt19937& random, const char* const (&list)[N]) {
 // The row sets: plain ASCII; "mixed", where 30% of the rows hold accented
 // Latin or CJK (the rest ASCII); "wide", where every row may draw from the
 // accented and CJK names and words (about 83% of the rows hold some).
-enum class RowSet { Ascii, Mixed, Wide };
-constexpr RowSet kRowSets[] = {RowSet::Ascii, RowSet::Mixed, RowSet::Wide};
-const char* nameOf(RowSet set) { return set == RowSet::Ascii ? "ascii" : set == RowSet::Mixed ? "mixed" : "wide"; }
+// "one": rows of one ASCII letter or digit, for the fixed cost of a call.
+enum class RowSet { Ascii, Mixed, Wide, One };
+constexpr RowSet kRowSets[] = {RowSet::Ascii, RowSet::Mixed, RowSet::Wide, RowSet::One};
+const char* nameOf(RowSet set) {
+    return set == RowSet::Ascii ? "ascii" : set == RowSet::Mixed ? "mixed" : set == RowSet::Wide ? "wide" : "one";
+}
 
 bool holdsWide(const std::string& row) {
     return std::any_of(row.begin(), row.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
 }
 
+Rows oneCharacterRows(std::size_t count) {
+    const char* const characters[] = {"a", "7", "S", "e", "0", "t", "h", "d", "x", "3"};
+    std::mt19937 random(99);
+    Rows rows;
+    for (std::size_t i = 0; i < count; ++i) {
+        rows.bytes += pick(random, characters);
+        rows.offsets.push_back(static_cast<std::int64_t>(rows.bytes.size()));
+    }
+    return rows;
+}
+
 Rows generate(RowSet set, std::size_t count) {
+    if (set == RowSet::One) return oneCharacterRows(count);
     std::mt19937 random(static_cast<unsigned>(set) + 1);
     Rows rows;
     rows.bytes.reserve(count * 70);
@@ -130,8 +154,126 @@ double secondsOf(const std::function<void()>& pass, int repeats) {
 
 volatile double gSink = 0;
 
-// The entry routine on a frame prepared once; only argument 1 changes per row.
-double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Function& call, const Rows& rows) {
+// The plain loops. A row is UTF-8 (ASCII included); a byte position becomes
+// a character position by counting the lead bytes before it, which is what a
+// hand-written loop over UTF-8 text has to do.
+struct Answer {
+    double number = 0;
+    std::string_view text;
+    bool operator==(const Answer&) const = default;
+};
+
+double characterPosition(std::string_view row, std::size_t at) {
+    std::size_t characters = 0;
+    for (std::size_t i = 0; i < at; ++i) characters += (static_cast<unsigned char>(row[i]) & 0xC0) != 0x80;
+    return static_cast<double>(characters + 1);
+}
+
+struct ByteTable {
+    bool member[256] = {};
+    explicit ByteTable(std::string_view bytes) {
+        for (const char c : bytes) member[static_cast<unsigned char>(c)] = true;
+    }
+    bool operator()(char c) const { return member[static_cast<unsigned char>(c)]; }
+};
+
+const ByteTable kDigits("0123456789");
+const ByteTable kDelimiters(" !$%&()*+,-./;<^|");
+
+Answer loopFind(std::string_view row) {
+    const std::size_t at = row.find("Street");
+    return {at == std::string_view::npos ? 0 : characterPosition(row, at), {}};
+}
+
+Answer loopCount(std::string_view row) {
+    double count = 0;
+    for (std::size_t at = row.find("the"); at != std::string_view::npos; at = row.find("the", at + 3)) ++count;
+    return {count, {}};
+}
+
+Answer loopFindDigit(std::string_view row) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        if (kDigits(row[i])) return {characterPosition(row, i), {}};
+    }
+    return {};
+}
+
+Answer loopCountDigits(std::string_view row) {
+    double count = 0;
+    for (const char c : row) count += kDigits(c);
+    return {count, {}};
+}
+
+Answer loopCountWords(std::string_view row) {
+    double words = 0;
+    bool inWord = false;
+    for (const char c : row) {
+        const bool delimiter = kDelimiters(c);
+        words += !delimiter && !inWord;
+        inWord = !delimiter;
+    }
+    return {words, {}};
+}
+
+Answer loopLastWord(std::string_view row) {
+    std::size_t end = row.size();
+    while (end > 0 && kDelimiters(row[end - 1])) --end;
+    std::size_t start = end;
+    while (start > 0 && !kDelimiters(row[start - 1])) --start;
+    return {0, row.substr(start, end - start)};
+}
+
+Answer loopFindWord(std::string_view row) {
+    for (std::size_t at = row.find("the"); at != std::string_view::npos; at = row.find("the", at + 1)) {
+        const bool before = at == 0 || kDelimiters(row[at - 1]);
+        const bool after = at + 3 == row.size() || kDelimiters(row[at + 3]);
+        if (before && after) return {characterPosition(row, at), {}};
+    }
+    return {};
+}
+
+struct LoopCall {
+    const char* label;
+    Function call;
+    Answer (*loop)(std::string_view);
+};
+
+const LoopCall kLoopCalls[] = {
+    {"KFIND_Street", {"", "KFIND", {std::string("Street")}}, loopFind},
+    {"KCOUNTX_the", {"", "KCOUNTX", {std::string("the")}}, loopCount},
+    {"KFINDC_d", {"", "KFINDC", {std::string(), std::string("d")}}, loopFindDigit},
+    {"KCOUNTC_d", {"", "KCOUNTC", {std::string(), std::string("d")}}, loopCountDigits},
+    {"KCOUNTW", {"", "KCOUNTW", {}}, loopCountWords},
+    {"KSCANX_-1", {"", "KSCANX", {-1.0}}, loopLastWord},
+    {"KFINDW_the", {"", "KFINDW", {std::string("the")}}, loopFindWord},
+};
+
+double threadSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+
+double medianCpuSeconds(const std::function<void()>& pass) {
+    std::vector<double> rounds;
+    for (int r = 0; r < 5; ++r) {
+        const double start = threadSeconds();
+        pass();
+        rounds.push_back(threadSeconds() - start);
+    }
+    std::sort(rounds.begin(), rounds.end());
+    return rounds[rounds.size() / 2];
+}
+
+std::string_view rowOf(const Rows& rows, std::size_t r) {
+    return {rows.bytes.data() + rows.offsets[r], static_cast<std::size_t>(rows.offsets[r + 1] - rows.offsets[r])};
+}
+
+// The entry routine on a frame prepared once, as in direct(); `each` sees
+// every row's answer.
+template <typename Each>
+void callEachRow(txhost::Session& session, const txhost::FunctionInfo& f, const Function& call, const Rows& rows,
+                 Each each) {
     ArgumentFrame frame{};
     frame.callContext = session.defaultCallContext();
     frame.siteKind = 0x48;
@@ -153,19 +295,75 @@ double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Fun
     }
     frame.args[0].typeFlags = kTypeCharacter | kTypeRecheck;
     frame.args[0].value = &strings[0];
-    std::vector<char> buffer(200);
-    std::vector<double> out(rows.count());
+    char buffer[200];
     txhost::TaskScope task(session);
     const bool text = f.descriptor->resultKind == kCharacterResult;
-    return secondsOf([&] {
-        StringValue result{200, 0, buffer.data(), nullptr, 200};
-        for (std::size_t r = 0; r < rows.count(); ++r) {
-            const std::int64_t n = rows.offsets[r + 1] - rows.offsets[r];
-            strings[0] = StringValue{n, n, const_cast<char*>(rows.bytes.data()) + rows.offsets[r], nullptr, n};
-            double number = 0;
-            f.entry(&frame, text ? static_cast<void*>(&result) : &number);
-            out[r] = text ? static_cast<double>(result.length) : number;
+    for (std::size_t r = 0; r < rows.count(); ++r) {
+        const std::int64_t n = rows.offsets[r + 1] - rows.offsets[r];
+        strings[0] = StringValue{n, n, const_cast<char*>(rows.bytes.data()) + rows.offsets[r], nullptr, n};
+        StringValue result{200, 0, buffer, nullptr, 200};
+        double number = 0;
+        f.entry(&frame, text ? static_cast<void*>(&result) : &number);
+        each(r, text ? Answer{0, {buffer, static_cast<std::size_t>(result.length)}} : Answer{number, {}});
+    }
+}
+
+// False, naming the first row at fault, when the loop and the module differ.
+bool loopAgrees(txhost::Session& session, const txhost::FunctionInfo& f, const LoopCall& c, const Rows& rows,
+                const char* set) {
+    bool same = true;
+    callEachRow(session, f, c.call, rows, [&](std::size_t r, const Answer& module) {
+        const Answer loop = c.loop(rowOf(rows, r));
+        if (same && !(loop == module)) {
+            std::fprintf(stderr, "%s %s row %zu \"%.*s\": module %g \"%.*s\", loop %g \"%.*s\"\n", set, c.label, r,
+                         static_cast<int>(rowOf(rows, r).size()), rowOf(rows, r).data(), module.number,
+                         static_cast<int>(module.text.size()), module.text.data(), loop.number,
+                         static_cast<int>(loop.text.size()), loop.text.data());
+            same = false;
         }
+    });
+    return same;
+}
+
+// Direct calls and the loop, each the median CPU time of five passes.
+bool directAgainstLoop(txhost::Session& session, txhost::Module& module, const Rows& rows, const char* set,
+                       const std::string& only) {
+    bool same = true;
+    const double perRow = 1e9 / static_cast<double>(rows.count());
+    for (const LoopCall& c : kLoopCalls) {
+        if (!only.empty() && only != c.label) continue;
+        const txhost::FunctionInfo& f = module.functions()[static_cast<std::size_t>(module.functionIndex(c.call.name))];
+        if (!loopAgrees(session, f, c, rows, set)) {
+            same = false;
+            continue;
+        }
+        double sum = 0;
+        const double direct = medianCpuSeconds([&] {
+            callEachRow(session, f, c.call, rows, [&](std::size_t, const Answer& a) {
+                sum += a.number + static_cast<double>(a.text.size());
+            });
+        });
+        const double loop = medianCpuSeconds([&] {
+            for (std::size_t r = 0; r < rows.count(); ++r) {
+                const Answer a = c.loop(rowOf(rows, r));
+                sum += a.number + static_cast<double>(a.text.size());
+            }
+        });
+        gSink = sum;
+        std::printf("RESULT %s %s direct %.2f\nRESULT %s %s loop %.2f\n", set, c.label, direct * perRow, set, c.label,
+                    loop * perRow);
+        std::fflush(stdout);
+    }
+    return same;
+}
+
+// The entry routine on a frame prepared once; only argument 1 changes per row.
+double direct(txhost::Session& session, const txhost::FunctionInfo& f, const Function& call, const Rows& rows) {
+    std::vector<double> out(rows.count());
+    return secondsOf([&] {
+        callEachRow(session, f, call, rows, [&](std::size_t r, const Answer& a) {
+            out[r] = a.number + static_cast<double>(a.text.size());
+        });
         gSink = out[rows.count() / 2];
     }, 3);
 }
@@ -205,23 +403,31 @@ double engineRun(txhost::Session& session, txhost::Module& module, const Functio
     }, 3);
 }
 
+
 }  // namespace
 
 int main(int argc, char** argv) {
     std::size_t count = 1'000'000;
     std::string writeRows;
     bool withCallSite = true;
+    bool loopOnly = false;
+    std::string onlyCall, onlySet;   // --call LABEL, --set NAME: one of them alone, for a profile
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--write-rows" && i + 1 < argc) writeRows = argv[++i];
         if (arg == "--rows" && i + 1 < argc) count = std::stoul(argv[++i]);
         if (arg == "--no-callsite") withCallSite = false;
+        if (arg == "--loop-only") loopOnly = true;
+        if (arg == "--call" && i + 1 < argc) onlyCall = argv[++i];
+        if (arg == "--set" && i + 1 < argc) onlySet = argv[++i];
     }
     txhost::Session session;
     auto module = txhost::Module::load(session);
+    bool loopsAgree = true;
     for (const RowSet rowSet : kRowSets) {
-        const Rows rows = generate(rowSet, count);
         const char* set = nameOf(rowSet);
+        if (!onlySet.empty() && onlySet != set) continue;
+        const Rows rows = generate(rowSet, count);
         if (!writeRows.empty()) {
             std::ofstream out(writeRows + "/" + set + ".txt", std::ios::binary);
             for (std::size_t r = 0; r < rows.count(); ++r) {
@@ -237,6 +443,8 @@ int main(int argc, char** argv) {
         std::printf("# %s: %zu rows, %.1f bytes per row, %.0f%% of them holding a multi-byte character\n", set,
                     rows.count(), static_cast<double>(rows.bytes.size()) / static_cast<double>(rows.count()),
                     100.0 * static_cast<double>(multiByteRows) / static_cast<double>(rows.count()));
+        loopsAgree = directAgainstLoop(session, *module, rows, set, onlyCall) && loopsAgree;
+        if (loopOnly || rowSet == RowSet::One) continue;
         for (const Function& call : kFunctions) {
             const txhost::FunctionInfo& f = module->functions()[static_cast<std::size_t>(module->functionIndex(call.name))];
             const double perRow = 1e9 / static_cast<double>(rows.count());
@@ -250,5 +458,5 @@ int main(int argc, char** argv) {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     std::printf("# peak resident set %ld MiB\n", usage.ru_maxrss / 1024);
-    return 0;
+    return loopsAgree ? 0 : 1;
 }

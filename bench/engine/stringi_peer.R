@@ -22,7 +22,15 @@ peers <- list(
   KCOUNTW = function() stri_count_regex(rows, "[^ ,]+"),
   KFINDW = function() stri_locate_first_regex(rows, "(?<![^ ])de(?![^ ])")[, 1],
   KSCANX = function() stri_split_charclass(rows, "[ ,]", omit_empty = TRUE, simplify = TRUE)[, 2],
-  KSCANX_LAST = function() stri_extract_last_regex(rows, "[^ ,]+")
+  KSCANX_LAST = function() stri_extract_last_regex(rows, "[^ ,]+"),
+  # The calls that bench_engine also sets against its plain loops.
+  KFIND_Street = function() stri_locate_first_fixed(rows, "Street")[, 1],
+  KCOUNTX_the = function() stri_count_fixed(rows, "the"),
+  KFINDC_d = function() stri_locate_first_charclass(rows, "[0-9]")[, 1],
+  KCOUNTC_d = function() stri_count_charclass(rows, "[0-9]"),
+  KCOUNTW = function() stri_count_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
+  `KSCANX_-1` = function() stri_extract_last_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
+  KFINDW_the = function() stri_locate_first_regex(rows, "(?<![^ !$%&()*+,\\-./;<^|])the(?![^ !$%&()*+,\\-./;<^|])")[, 1]
 )
 for (name in names(peers)) {
   cat(sprintf("RESULT %s %s stringi %.2f\n", set, name, best(peers[[name]]) * 1e9 / length(rows)))

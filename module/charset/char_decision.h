@@ -1,5 +1,5 @@
-// One character's decision as the multi-byte paths ask it of the session's
-// EncodingHandle: whether it is a delimiter of the word functions (the
+// One character's decision: as the multi-byte paths ask it of the session's
+// EncodingHandle, whether it is a delimiter of the word functions (the
 // scanner's tests a to f), or whether it belongs to the set of KFINDC and
 // KCOUNTC beyond the list's own characters. The walkers on bytes answer
 // characters of one byte from tables and ask here only for the others,
@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "module/abi/encoding.h"
+#include "module/charset/argument_interpreter.h"
 #include "module/charset/modifier_set.h"
 #include "module/charset/wide_classes.h"
 #include "module/frame/encoding_ops.h"
@@ -91,5 +92,44 @@ struct CaselessPairs {
     void clear() { std::memset(key, 0, sizeof key); }
     bool sameChar(contract::EncodingHandle* h, const std::uint8_t* a, int la, const std::uint8_t* b, int lb);
 };
+
+// The word functions' delimiter decision for walkers on bytes: a 256-entry
+// table, built once per call from the session's byte tables, answers for
+// characters of one byte; characters of more than one byte ask the handle
+// through delimiterFromHandle, remembered per character in a CharMemo.
+// One call's decision state; lives on the call's stack. `parsed` and `mods`
+// are the interpreter's reading of the call (the delimiter list is read from
+// `parsed.delimiters`).
+struct DelimiterDecision {
+    contract::EncodingHandle* h;
+    bool utf8;
+    ParsedArguments parsed;
+    ModifierSet mods;
+    const std::uint8_t* list;     // delimiter list bytes, or null
+    std::int64_t listBytes;
+    bool listHasWide;             // a list character of more than one byte
+    bool wideAsksHandle;          // case or class questions for wide characters
+    const std::uint8_t* decision; // after K, for characters of one byte: `built` or a constant table
+    std::uint8_t built[256];
+    // Handle-side state for characters of more than one byte, set up on the
+    // first such character.
+    HandleQuestions questions;
+    bool handleReady;
+    CharMemo<16> memo;
+};
+
+// Sets up the decision once `h`, `utf8`, `parsed` and `mods` are filled.
+// False when the delimiter list is not well-formed UTF-8 (the scanner then
+// has to take the call).
+bool prepareDelimiterDecision(DelimiterDecision& d);
+
+// The decision for a character of more than one byte (well-formed UTF-8 of
+// `length` bytes at p), K applied.
+bool wideDelimiter(DelimiterDecision& d, const std::uint8_t* p, int length);
+
+// The decision, K applied, for the well-formed character of `length` bytes at p.
+inline bool delimiterAt(DelimiterDecision& d, const std::uint8_t* p, int length) {
+    return length == 1 ? d.decision[*p] != 0 : wideDelimiter(d, p, length);
+}
 
 }  // namespace txscan

@@ -72,4 +72,32 @@ void negateSet(CharSet* set);
 void buildByteSet(CharSet* set, std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless,
                   bool negated);
 
+// The set buildByteSet would fill, asked one byte at a time instead: for a
+// short text, where filling and scanning 256 entries costs more than asking
+// a few bytes. Covers the class tests of classTable, D, H and a short list.
+struct ByteSetTest {
+    const std::uint8_t* classes;   // the session's classTable
+    const std::uint8_t* upper;     // upcaseMap and lowcaseMap under I, else null
+    const std::uint8_t* lower;
+    const std::uint8_t* list;
+    std::int64_t listLength;
+    std::uint8_t mask;             // classTable bits of the class letters
+    bool digits, tab, negated;
+
+    bool holds(std::uint8_t b) const {
+        bool member = (classes[b] & mask) != 0 || (digits && static_cast<unsigned>(b - '0') < 10) || (tab && b == '\t');
+        for (std::int64_t i = 0; i < listLength && !member; ++i) {
+            member = upper == nullptr ? b == list[i] : b == upper[list[i]] || b == lower[list[i]];
+        }
+        return member != negated;
+    }
+};
+
+// Short lists only: each byte asked walks the list. False (and nothing to
+// use) for F or N, whose fixed texts with their lower-case forms want the
+// table, or a list longer than that.
+inline constexpr std::int64_t kByteSetTestListMax = 8;
+bool byteSetTestOf(std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless, bool negated,
+                   ByteSetTest* test);
+
 }  // namespace txscan

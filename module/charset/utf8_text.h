@@ -38,9 +38,16 @@ inline int utf8Length(const std::uint8_t* p, std::int64_t n) {
 }
 
 // The number of characters of the text when it is well-formed UTF-8, else
-// -1: the check and the count in one pass that jumps from one byte of 0x80
-// or more to the next, eight bytes at a time.
-inline std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n) {
+// -1: the check and the count in one pass, a vector at a time where the
+// processor allows (utf8_scan.cpp). kSse2 keeps to the baseline vectors
+// whatever the processor has, so that both forms can be tested.
+enum class Utf8Vectors { kBest, kSse2 };
+std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n, Utf8Vectors vectors = Utf8Vectors::kBest);
+
+// The same one sequence at a time, jumping from one byte of 0x80 or more to
+// the next eight bytes at a time: for short texts, and the reference the
+// vector forms are tested against.
+inline std::int64_t utf8CharsOneByOne(const std::uint8_t* p, std::int64_t n) {
     std::int64_t chars = n;
     for (std::int64_t off = 0; off < n;) {
         if constexpr (std::endian::native == std::endian::little) {
@@ -70,11 +77,7 @@ inline std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n)
 inline bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) { return utf8CharsIfWellFormed(p, n) >= 0; }
 
 // Characters of well-formed UTF-8 text: one lead byte each.
-inline std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n) {
-    std::int64_t count = 0;
-    for (std::int64_t i = 0; i < n; ++i) count += (p[i] & 0xC0) != 0x80;
-    return count;
-}
+std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n);
 
 inline bool anyHighByte(const std::uint8_t* p, std::int64_t n) {
     for (std::int64_t i = 0; i < n; ++i) {

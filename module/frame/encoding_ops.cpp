@@ -3,6 +3,7 @@
 // character result.
 #include <cstring>
 
+#include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/host_call.h"
 #include "module/frame/workers.h"
@@ -64,6 +65,25 @@ bool holdsWideCharacter(const EncodingHandle* h, const char* data, std::int64_t 
 bool isMultiByteText(const EncodingHandle* h, const char* data, std::int64_t length) {
     if (h->encodingKind == kSingleByteEncoding) return false;
     return holdsWideCharacter(h, data, length);
+}
+
+SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) {
+    if (h->encodingKind == kSingleByteEncoding || source->data == nullptr || source->length <= 0) {
+        return {SourceShape::kSingleBytes, source->length};
+    }
+    if (h->encodingId != kEncodingIdUtf8) {
+        if (!holdsWideCharacter(h, source->data, source->length)) return {SourceShape::kSingleBytes, source->length};
+        return {SourceShape::kOtherMultiByte, -1};
+    }
+    // One pass answers all three questions: ASCII when every byte is a
+    // character. A short row is mostly ASCII, told by its high bits alone.
+    if (source->length <= 16 && !anyHighBit(source->data, source->length)) {
+        return {SourceShape::kSingleBytes, source->length};
+    }
+    const std::int64_t characters =
+        utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(source->data), source->length);
+    if (characters == source->length) return {SourceShape::kSingleBytes, characters};
+    return {characters < 0 ? SourceShape::kOtherMultiByte : SourceShape::kWellFormedUtf8, characters};
 }
 
 EncodingHandle* multiByteHandleFor(ArgumentFrame* frame) {

@@ -2,7 +2,8 @@
 // with the session handle; its adapter sends the call to the byte path, or,
 // when argument 1 holds a character of more than one byte, to the UTF-8 path
 // in UTF-8 sessions and to the multi-byte path otherwise or when the UTF-8
-// path declines the call. Only argument 1 decides.
+// path declines the call. Only argument 1 decides, read once: the search
+// functions' paths take the answer and do not read it again to decide.
 #include "module/frame/entries.h"
 
 #include "module/frame/encoding_ops.h"
@@ -27,21 +28,21 @@ EncodingHandle* handleOf(PerCallRecord* record) {
     return static_cast<EncodingHandle*>(record->word[kPerCallHandleWord]);
 }
 
-bool firstArgumentIsMultiByte(ArgumentFrame* frame, EncodingHandle* h) {
-    const StringValue* source = frame->string(1);
-    return isMultiByteText(h, source->data, source->length);
-}
-
 using NumericByteWorker = std::int32_t (*)(ArgumentFrame*, double*);
 using NumericMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 using WordMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t, PerCallRecord*);
-using NumericUtf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*);
+using WordUtf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*);
+using SearchUtf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
 
-// KCOUNTX and KFIND: a null argument 1 counts as nothing found, like the
-// other numeric functions, although the host always passes given arguments.
-bool utf8Handles(NumericUtf8Worker utf8, ArgumentFrame* frame, double* number, EncodingHandle* h,
-                 std::int32_t* status) {
-    return h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, status);
+// The search paths take the source's count; the word paths read the source
+// themselves.
+bool runUtf8(SearchUtf8Worker utf8, ArgumentFrame* frame, double* number, EncodingHandle* h,
+             const SourceShape& shape, std::int32_t* status) {
+    return utf8(frame, number, h, shape.characters, status);
+}
+bool runUtf8(WordUtf8Worker utf8, ArgumentFrame* frame, double* number, EncodingHandle* h, const SourceShape&,
+             std::int32_t* status) {
+    return utf8(frame, number, h, status);
 }
 
 // The word workers' multi-byte paths also take the call's record.
@@ -54,17 +55,21 @@ std::int32_t runMultiByte(WordMultiByteWorker worker, ArgumentFrame* frame, doub
     return worker(frame, number, h, 0, record);
 }
 
-template <NumericByteWorker bytes, NumericUtf8Worker utf8, auto multiByte>
+// A null argument 1 counts as nothing found, although the host always
+// passes given arguments.
+template <NumericByteWorker bytes, auto utf8, auto multiByte>
 std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
     auto* number = static_cast<double*>(result);
-    if (frame->string(1) == nullptr) {
+    const StringValue* source = frame->string(1);
+    if (source == nullptr) {
         *number = 0.0;
         return kStatusOk;
     }
     EncodingHandle* h = handleOf(record);
-    if (!firstArgumentIsMultiByte(frame, h)) return bytes(frame, number);
+    const SourceShape shape = sourceShapeOf(h, source);
+    if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
     std::int32_t status = kStatusOk;
-    if (utf8Handles(utf8, frame, number, h, &status)) return status;
+    if (h->encodingId == kEncodingIdUtf8 && runUtf8(utf8, frame, number, h, shape, &status)) return status;
     return runMultiByte(multiByte, frame, number, h, record);
 }
 
@@ -92,19 +97,19 @@ std::int32_t scanCallAdapter(ArgumentFrame* frame, void*, PerCallRecord* record)
 }  // namespace
 
 std::int32_t kcountxEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countBytes, countUtf8, countMultiByte>>(frame, result);
+    return entry<numericAdapter<countOnBytes, countUtf8, countMultiByte>>(frame, result);
 }
 std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countCharBytes, countCharUtf8, countCharMultiByte>>(frame, result);
+    return entry<numericAdapter<countCharOnBytes, countCharUtf8, countCharMultiByte>>(frame, result);
 }
 std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<countWordsBytes, countWordsUtf8, countWordsMultiByte>>(frame, result);
 }
 std::int32_t kfindEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findBytes, findUtf8, findMultiByte>>(frame, result);
+    return entry<numericAdapter<findOnBytes, findUtf8, findMultiByte>>(frame, result);
 }
 std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findCharBytes, findCharUtf8, findCharMultiByte>>(frame, result);
+    return entry<numericAdapter<findCharOnBytes, findCharUtf8, findCharMultiByte>>(frame, result);
 }
 std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<findWordBytes, findWordUtf8, findWordMultiByte>>(frame, result);

@@ -1,6 +1,10 @@
 // The byte-path workers and multi-byte paths the adapters hand calls to.
 // A byte-path worker starts with the multi-byte re-check (byteRecheck) and
-// may pass the whole call on to its multi-byte path.
+// may pass the whole call on to its multi-byte path. The adapters read
+// argument 1 once (sourceShapeOf) and hand the answer down instead: they call
+// the search functions' byte paths proper (the ...OnBytes routines, for a
+// source known to hold no multi-byte character) and give the UTF-8 paths the
+// source's character count.
 #pragma once
 
 #include <cstdint>
@@ -20,20 +24,29 @@ using contract::StringValue;
 // changed nothing, when it leaves the call to the multi-byte path (malformed
 // text, or a call it does not cover); otherwise *status is the call's status.
 
-// KCOUNTX and KFIND
-bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
-bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
+// KCOUNTX and KFIND. The UTF-8 paths take the whole source's character
+// count, or -1 when the source is not well-formed (they then decline).
+bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+               std::int32_t* status);
+bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+              std::int32_t* status);
 std::int32_t countBytes(ArgumentFrame* frame, double* result);
+std::int32_t countOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t countMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 std::int32_t findBytes(ArgumentFrame* frame, double* result);
+std::int32_t findOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
 // KCOUNTC and KFINDC
-bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
-bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
+bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                   std::int32_t* status);
+bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status);
 std::int32_t countCharBytes(ArgumentFrame* frame, double* result);
+std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 std::int32_t findCharBytes(ArgumentFrame* frame, double* result);
+std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
 // KCOUNTW and KFINDW
@@ -52,6 +65,16 @@ std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandl
 
 // Shared helpers of the adapters and workers.
 bool isMultiByteText(const EncodingHandle* h, const char* data, std::int64_t length);
+
+// What one read of argument 1 tells: no multi-byte character (in a
+// single-byte session known without reading), or well-formed UTF-8 holding
+// one (with the source's character count), or some other multi-byte text
+// (malformed UTF-8 included; characters is then -1).
+struct SourceShape {
+    enum Kind : std::uint8_t { kSingleBytes, kWellFormedUtf8, kOtherMultiByte } kind;
+    std::int64_t characters;
+};
+SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source);
 EncodingHandle* multiByteHandleFor(ArgumentFrame* frame);
 // The worker's re-check: a handle when the session is multi-byte and
 // argument 1 holds a multi-byte character, else null (stay on the byte path).

@@ -26,6 +26,10 @@ constexpr LetterTable kCountCharLetters = makeLetterTable("COUNTC", "IOTV", true
 // byte, with no table to build.
 constexpr std::int64_t kShortSource = 100;
 
+// Up to this many bytes asking each byte of the set (ByteSetTest) is
+// cheaper than filling the 256 entries and scanning them.
+constexpr std::int64_t kAskEachByte = 32;
+
 // Cached records: KFINDC keeps direction and trim flag before its set,
 // KCOUNTC only the trim flag.
 enum FindCharFlag { kFindCharDirection, kFindCharTrim, kFindCharFlags };
@@ -52,6 +56,19 @@ std::int32_t searchRegion(const SearchRegion& region, const std::uint8_t* set) {
     const std::int32_t i = region.leftwards ? lastInSet(region.data, region.length, set)
                                             : firstInSet(region.data, region.length, set);
     return i < 0 ? 0 : region.base + i;
+}
+
+std::int32_t searchRegion(const SearchRegion& region, const ByteSetTest& test) {
+    if (region.leftwards) {
+        for (std::int32_t i = region.length - 1; i >= 0; --i) {
+            if (test.holds(region.data[i])) return region.base + i;
+        }
+        return 0;
+    }
+    for (std::int32_t i = 0; i < region.length; ++i) {
+        if (test.holds(region.data[i])) return region.base + i;
+    }
+    return 0;
 }
 
 std::int32_t searchRegion(const SearchRegion& region, const FewBytes& few) {
@@ -83,7 +100,15 @@ std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
 
 std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
     if (EncodingHandle* h = byteRecheck(frame)) return findCharMultiByte(frame, result, h, 0);
+    return findCharOnBytes(frame, result);
+}
 
+std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return countCharMultiByte(frame, result, h, 0);
+    return countCharOnBytes(frame, result);
+}
+
+std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result) {
     const Bytes source = bytesOf(frame, 1);
     if (source.length <= 0 || frame->argCount <= 1) {
         *result = 0.0;
@@ -145,6 +170,12 @@ std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
         }
     }
 
+    ByteSetTest test;
+    if (!caching && region.length <= kAskEachByte &&
+        byteSetTestOf(modifiers.classLetters, list.data, list.length, flags.has(kModI), negated, &test)) {
+        *result = searchRegion(region, test);
+        return kStatusOk;
+    }
     CharSet set;
     buildByteSet(&set, modifiers.classLetters, list.data, list.length, flags.has(kModI), negated);
     if (caching) {
@@ -155,9 +186,7 @@ std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
     return kStatusOk;
 }
 
-std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countCharMultiByte(frame, result, h, 0);
-
+std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result) {
     const Bytes source = bytesOf(frame, 1);
     if (source.length <= 0) {
         *result = 0.0;
@@ -210,6 +239,14 @@ std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
         return kStatusOk;
     }
 
+    ByteSetTest test;
+    if (!caching && length <= kAskEachByte &&
+        byteSetTestOf(modifiers.classLetters, list.data, list.length, flags.has(kModI), negated, &test)) {
+        std::int64_t n = 0;
+        for (std::int64_t i = 0; i < length; ++i) n += test.holds(static_cast<std::uint8_t>(source.data[i]));
+        *result = static_cast<double>(n);
+        return kStatusOk;
+    }
     CharSet set;
     buildByteSet(&set, modifiers.classLetters, list.data, list.length, flags.has(kModI), negated);
     if (caching) {

@@ -89,16 +89,38 @@ bool asciiMember(const Utf8Set& s, unsigned c) {
     return inClass != negated;
 }
 
+// The classTable bits that decide an ASCII character's membership when its
+// held character is itself (no caseless list) and every class asked is a
+// class table test; 0 when some class needs more (P, F, N, H).
+std::uint8_t plainClassMask(const Utf8Set& s) {
+    const ModifierSet& m = s.modifiers;
+    if (m.has(kModP) || m.has(kModF) || m.has(kModN) || m.has(kModH) || (s.list != nullptr && m.has(kModI))) return 0;
+    std::uint8_t mask = 0;
+    if (m.has(kModU)) mask |= kClassUpper;
+    if (m.has(kModL)) mask |= kClassLower;
+    for (ModifierFlag letter : kSourceClasses) {
+        if (m.has(letter)) mask |= byteClassMask(letter);
+    }
+    return mask;
+}
+
 // Without class letters or a caseless list the ASCII entries are the list's
-// bytes; otherwise each is worked out when its character first appears.
+// bytes; with class table tests alone they are filled from classTable at
+// once; otherwise each is worked out when its character first appears.
 void buildByteTable(Utf8Set* s) {
     s->listHas = AsciiTable{};
     for (std::int64_t i = 0; i < s->listBytes; ++i) {
         if (s->list[i] < 0x80) s->listHas.has[s->list[i]] = 1;
     }
+    const std::uint8_t negated = s->modifiers.has(kModV) ? 1 : 0;
+    const std::uint8_t plainMask = plainClassMask(*s);
     if (!anyClass(s->modifiers) && !(s->list != nullptr && s->modifiers.has(kModI))) {
-        const std::uint8_t negated = s->modifiers.has(kModV) ? 1 : 0;
         for (int c = 0; c < 128; ++c) s->table[c] = s->listHas.has[c] ^ negated;
+    } else if (plainMask != 0) {
+        const std::uint8_t* classes = host().classTable;
+        for (int c = 0; c < 128; ++c) {
+            s->table[c] = static_cast<std::uint8_t>((s->listHas.has[c] | ((classes[c] & plainMask) != 0)) ^ negated);
+        }
     } else {
         s->sourceMask = 0;
         for (ModifierFlag letter : kSourceClasses) {
@@ -136,9 +158,10 @@ bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
 
 // Reads the call as the handle-walking path does; false when the source or
 // the list is not well-formed UTF-8.
-bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Set* s) {
+bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind,
+              std::int64_t sourceChars, Utf8Set* s) {
     Utf8Source source;
-    if (!readUtf8Call(frame, h, roles, kind, &s->parsed, &s->modifiers, &source)) return false;
+    if (!readUtf8Call(frame, h, roles, kind, sourceChars, &s->parsed, &s->modifiers, &source)) return false;
     s->h = h;
     s->source = source.data;
     s->sourceBytes = source.bytes;
@@ -185,14 +208,15 @@ std::int64_t sourceEnd(const Utf8Set& s) {
 
 }  // namespace
 
-bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     ArgumentRoles roles;
     if (std::int32_t clash = findCharRoles(frame, &roles)) {
         *status = clash;
         return true;
     }
     Utf8Set s;
-    if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
+    if (!readCall(frame, h, roles, kCallFinding, sourceChars, &s)) return false;
     if (s.modifiers.has(kModK)) {
         s.modifiers.clear(kModK);
         s.modifiers.set(kModV);
@@ -228,10 +252,11 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     return true;
 }
 
-bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     const ArgumentRoles roles = countRoles(frame, true);
     Utf8Set s;
-    if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
+    if (!readCall(frame, h, roles, kCallCounting, sourceChars, &s)) return false;
     // K has no effect on this path: only V negates a count.
     *status = kStatusOk;
     *result = 0.0;
@@ -239,9 +264,13 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     prepare(&s);
 
     // Either direction visits every character of the trimmed source once.
+    // Decided bytes (0 or 1) are counted straight from the table.
     const std::int64_t end = sourceEnd(s);
     std::uint64_t count = 0;
-    for (std::int64_t off = 0; off < end; ++off) count += memberAt(&s, off) ? 1 : 0;
+    for (std::int64_t off = 0; off < end; ++off) {
+        const std::uint8_t entry = s.table[s.source[off]];
+        count += entry < kUnknown ? entry : memberAt(&s, off) ? 1 : 0;
+    }
     *result = static_cast<double>(count);
     return true;
 }

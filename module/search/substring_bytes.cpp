@@ -41,7 +41,29 @@ ByteModifiers modifiersOf(const ArgumentFrame* frame, int k, const LetterTable& 
 
 std::int32_t findBytes(ArgumentFrame* frame, double* result) {
     if (EncodingHandle* h = byteRecheck(frame)) return findMultiByte(frame, result, h, 0);
+    return findOnBytes(frame, result);
+}
 
+std::int32_t countBytes(ArgumentFrame* frame, double* result) {
+    if (EncodingHandle* h = byteRecheck(frame)) return countMultiByte(frame, result, h, 0);
+    return countOnBytes(frame, result);
+}
+
+std::int32_t findOnBytes(ArgumentFrame* frame, double* result) {
+    // Two arguments: the whole source rightwards, and no roles, start or
+    // modifiers to read, which on short rows cost more than the search.
+    if (frame->argCount <= 2) {
+        const Bytes source = bytesOf(frame, 1);
+        const Bytes search = bytesOf(frame, 2);
+        const auto length = static_cast<std::int32_t>(source.length);
+        const auto m = static_cast<std::int32_t>(search.length);
+        *result = 0.0;
+        if (m <= 0 || length < m) return kStatusOk;
+        const Pattern pattern{reinterpret_cast<const std::uint8_t*>(search.data), m, false};
+        const std::int64_t at = findFirstOccurrence(reinterpret_cast<const std::uint8_t*>(source.data), length, pattern);
+        if (at >= 0) *result = static_cast<double>(at + 1);
+        return kStatusOk;
+    }
     StartAndModifiers roles;
     if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustBeCharacter, &roles)) {
         return status;
@@ -73,9 +95,7 @@ std::int32_t findBytes(ArgumentFrame* frame, double* result) {
     return kStatusOk;
 }
 
-std::int32_t countBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countMultiByte(frame, result, h, 0);
-
+std::int32_t countOnBytes(ArgumentFrame* frame, double* result) {
     const ByteModifiers modifiers = modifiersOf(frame, frame->argCount > 2 ? 3 : 0, kCountLetters);
     const Bytes source = bytesOf(frame, 1);
     const Bytes search = bytesOf(frame, 2);

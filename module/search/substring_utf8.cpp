@@ -40,8 +40,9 @@ struct Utf8Search {
 
 // Reads the call as the handle-walking path does; false when its text is not
 // well-formed UTF-8.
-bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind, Utf8Search* s) {
-    if (!readUtf8Call(frame, h, roles, kind, &s->parsed, &s->modifiers, &s->source)) return false;
+bool readCall(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind,
+              std::int64_t sourceChars, Utf8Search* s) {
+    if (!readUtf8Call(frame, h, roles, kind, sourceChars, &s->parsed, &s->modifiers, &s->source)) return false;
     s->h = h;
     s->needle = {nullptr, 0};
     if (s->parsed.secondSet && s->parsed.secondChars > 0) {
@@ -149,12 +150,42 @@ std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
     return count;
 }
 
+// With two arguments the search is exact over the whole source, which on
+// well-formed text is a byte search: a well-formed search text matches only
+// where characters begin and end. False when the search text is malformed
+// (the call is left to the handle); an absent or empty one gives no bytes.
+bool twoArgumentNeedle(const ArgumentFrame* frame, Text* needle) {
+    *needle = {nullptr, 0};
+    const StringValue* value = frame->string(2);
+    if (value == nullptr || value->data == nullptr || value->length <= 0) return true;
+    const auto* data = reinterpret_cast<const std::uint8_t*>(value->data);
+    if (utf8CharsIfWellFormed(data, value->length) < 0) return false;
+    *needle = {data, value->length};
+    return true;
+}
+
+Text wholeSource(const ArgumentFrame* frame) {
+    const StringValue* source = frame->string(1);
+    return {reinterpret_cast<const std::uint8_t*>(source->data), source->length};
+}
+
 }  // namespace
 
-bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
+    Text needle;
+    if (frame->argCount == 2 && sourceChars > 0 && twoArgumentNeedle(frame, &needle)) {
+        const Text source = wholeSource(frame);
+        *status = kStatusOk;
+        *result = 0.0;
+        if (needle.bytes == 0) return true;
+        const std::int64_t at = findFirstOccurrence(source.data, source.bytes, {needle.data, needle.bytes, false});
+        if (at >= 0) *result = static_cast<double>(leadBytes(source.data, at) + 1);
+        return true;
+    }
     const ArgumentRoles roles = findRoles(frame);
     Utf8Search s;
-    if (!readCall(frame, h, roles, kCallFinding, &s)) return false;
+    if (!readCall(frame, h, roles, kCallFinding, sourceChars, &s)) return false;
     *status = kStatusOk;
     *result = 0.0;
     const ParsedArguments& parsed = s.parsed;
@@ -171,10 +202,21 @@ bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int3
     return true;
 }
 
-bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
+    Text needle;
+    if (frame->argCount == 2 && sourceChars > 0 && twoArgumentNeedle(frame, &needle)) {
+        const Text source = wholeSource(frame);
+        *status = kStatusOk;
+        *result = 0.0;
+        if (needle.bytes > 0) {
+            *result = static_cast<double>(countOccurrences(source.data, source.bytes, {needle.data, needle.bytes, false}));
+        }
+        return true;
+    }
     const ArgumentRoles roles = countRoles(frame, false);
     Utf8Search s;
-    if (!readCall(frame, h, roles, kCallCounting, &s)) return false;
+    if (!readCall(frame, h, roles, kCallCounting, sourceChars, &s)) return false;
     *status = kStatusOk;
     *result = 0.0;
     if (s.parsed.sourceChars == 0 || s.parsed.secondChars == 0) return true;

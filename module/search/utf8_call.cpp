@@ -1,5 +1,5 @@
 // readUtf8Call: the argument interpreter for everything but the source, and
-// the source's count, trimmed count and start position on its bytes.
+// the source's trimmed count and start position from the count it is given.
 #include "module/search/utf8_call.h"
 
 #include "module/frame/encoding_ops.h"
@@ -32,12 +32,12 @@ std::int64_t trimmedCharacters(EncodingHandle* h, const Utf8Source& s) {
 }  // namespace
 
 bool readUtf8Call(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t kind,
-                  ParsedArguments* parsed, ModifierSet* modifiers, Utf8Source* source) {
+                  std::int64_t sourceChars, ParsedArguments* parsed, ModifierSet* modifiers, Utf8Source* source) {
     const StringValue* text = frame->string(1);
     if (text == nullptr || text->length < 1 || text->data == nullptr) return false;
     source->data = reinterpret_cast<const std::uint8_t*>(text->data);
     source->bytes = text->length;
-    source->characters = utf8CharsIfWellFormed(source->data, source->bytes);
+    source->characters = sourceChars;
     if (source->characters < 0 || !wellFormedArgument(frame, roles.second) || !wellFormedArgument(frame, roles.list)) {
         return false;
     }

@@ -21,9 +21,11 @@ struct Utf8Source {
 
 // False, having read nothing that matters, when argument 1 is absent or
 // empty, or a text the path walks (the source, roles.second, roles.list) is
-// not well-formed UTF-8. Otherwise `parsed` is as interpretArguments leaves it
+// not well-formed UTF-8. `sourceChars` is the source's character count when
+// the caller has it (-1: malformed), so that the source is not read again. Otherwise `parsed` is as interpretArguments leaves it
 // but for the source cursor, which stays unset.
 bool readUtf8Call(contract::ArgumentFrame* frame, contract::EncodingHandle* h, const ArgumentRoles& roles,
-                  std::int32_t kind, ParsedArguments* parsed, ModifierSet* modifiers, Utf8Source* source);
+                  std::int32_t kind, std::int64_t sourceChars, ParsedArguments* parsed, ModifierSet* modifiers,
+                  Utf8Source* source);
 
 }  // namespace txscan

@@ -10,6 +10,7 @@
 #include "module/frame/function_environment.h"
 #include "module/frame/workers.h"
 #include "module/search/trim_blanks.h"
+#include "module/words/quote_parts.h"
 #include "module/words/word_starts.h"
 
 namespace txscan {
@@ -47,18 +48,7 @@ std::int64_t countQuoted(const std::uint8_t* data, std::int64_t length, const st
         if (isQuoteByte(c)) {
             if (!inWord) ++words;
             inWord = true;
-            std::int64_t j = i + step;
-            while (inside(j)) {
-                if (data[j] == c) {
-                    if (inside(j + step) && data[j + step] == c) {
-                        j += 2 * step;
-                        continue;
-                    }
-                    break;
-                }
-                j += step;
-            }
-            i = j + step;
+            i = closingQuote(data, i, step, 0, length) + step;
             continue;
         }
         if (set[c] != 0) {

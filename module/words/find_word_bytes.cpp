@@ -14,6 +14,7 @@
 #include "module/frame/module_state.h"
 #include "module/frame/workers.h"
 #include "module/search/trim_blanks.h"
+#include "module/words/quote_parts.h"
 #include "module/words/trim_set.h"
 
 namespace txscan {
@@ -45,27 +46,6 @@ struct FindFlags {
     bool quotes;       // Q
 };
 
-
-// Index of the quote that closes the part opened by the quote at `open`,
-// moving by `step` and staying within [low, high); a doubled quote stays
-// inside. `high` or `low - 1` when the part does not close there.
-std::int64_t closingQuote(const std::uint8_t* data, std::int64_t open, std::int64_t step, std::int64_t low,
-                          std::int64_t high) {
-    const std::uint8_t quote = data[open];
-    const auto inside = [low, high](std::int64_t k) { return k >= low && k < high; };
-    std::int64_t j = open + step;
-    while (inside(j)) {
-        if (data[j] == quote) {
-            if (inside(j + step) && data[j + step] == quote) {
-                j += 2 * step;
-                continue;
-            }
-            return j;
-        }
-        j += step;
-    }
-    return j;
-}
 
 // Under Q a match may not hold a quote that it does not close itself.
 bool quotesClosedWithin(const std::uint8_t* data, std::int64_t from, std::int64_t to) {

@@ -1,16 +1,13 @@
 // KSCANX, function and call routine: the word-number check, the roles, and
-// the result step that turns the scanner's word range into the returned
-// string (R and Q trimming, cut to whole characters) or into a position and
-// a length. Single-byte sessions and UTF-8 text take the byte path
-// (scan_bytes.cpp); everything else goes through the scanner.
+// the returned string (R and Q trimming, cut to whole characters).
+// Single-byte sessions and well-formed UTF-8 are walked on their bytes;
+// everything else goes through the handle.
 #include <cmath>
 #include <cstring>
 
 #include "module/charset/byte_classes.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
-#include "module/words/scan_bytes.h"
-#include "module/words/word_range.h"
 #include "module/words/word_scanner.h"
 
 namespace txscan {
@@ -47,28 +44,6 @@ std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* w
     return kStatusOk;
 }
 
-std::int32_t storeWordResult(ArgumentFrame* frame, StringValue* textResult, EncodingHandle* h,
-                             ParsedArguments* parsed, const ModifierSet& modifiers, const WordRange& range) {
-    if (textResult == nullptr) {
-        // Position and length in characters; no such word reports 0 and 0.
-        double* position = const_cast<double*>(frame->number(3));
-        double* length = const_cast<double*>(frame->number(4));
-        if (position != nullptr) *position = range.found ? static_cast<double>(range.first + 1) : 0.0;
-        if (length != nullptr) *length = range.found ? static_cast<double>(range.end - range.first) : 0.0;
-        return kStatusOk;
-    }
-    if (!range.found) {
-        // No such word: one blank, or the empty string when empty words count.
-        return storeWordText(textResult, h, " ", modifiers.has(kModM) ? 0 : 1, modifiers);
-    }
-    TextCursor* source = &parsed->source;
-    const bool trimmed = modifiers.has(kModT);
-    const std::int64_t byteStart = byteOffsetAt(h, source, range.first, parsed->sourceChars, trimmed);
-    const std::int64_t byteEnd =
-        range.end == range.first ? byteStart : byteOffsetAt(h, source, range.end, parsed->sourceChars, trimmed);
-    return storeWordText(textResult, h, source->text + byteStart, byteEnd - byteStart, modifiers);
-}
-
 namespace {
 
 // The word-number check and the roles, then the byte path when allowed and
@@ -97,7 +72,7 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         if (topBitsAllOnes(x) || x == 0.0 || x != std::floor(x)) return kStatusInvalidArgument;
     }
     std::int32_t status = kStatusOk;
-    if (bytePath && wide == 0 && scanWordsOnBytes(frame, h, roles, mode, result, &status)) return status;
+    if (bytePath && wide == 0 && wordsOnBytes(frame, h, roles, mode, nullptr, result, &status)) return status;
     return scanWords(frame, nullptr, h, wide, &roles, mode, result);
 }
 

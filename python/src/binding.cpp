@@ -179,20 +179,32 @@ std::int64_t batchEnd(const Runtime& runtime, const txengine::Input& first, std:
     return end;
 }
 
-// Evaluates `function` over `rows` rows. Returns a dict with "status",
+// Per-row statuses of this thread's last run: read only to see whether any
+// row failed, so kept from call to call rather than faulted in anew.
+std::int32_t* statusPlace(std::int64_t rows) {
+    thread_local std::vector<std::int32_t> statuses;
+    if (statuses.size() < static_cast<std::size_t>(rows)) statuses.resize(static_cast<std::size_t>(rows));
+    return statuses.data();
+}
+
+// Evaluates `function` over `rows` rows. Returns a dict with "status" (the
+// per-row statuses when some row is neither ok nor a missing start, else None),
 // "messages" and, by result kind, "number", "position" and "length", or
 // "text".
 py::dict run(Runtime& runtime, const std::string& label, const std::string& function, bool callRoutine,
              const py::list& arguments, std::int64_t rows, std::int64_t maxLength, py::handle na) {
     PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, na, label);
     const bool text = !callRoutine && function == "KSCANX";
-    py::array_t<std::int32_t> status(rows);
+    std::int32_t* status = statusPlace(rows);
     py::array_t<double> numbers(text ? 0 : rows);
     py::array_t<double> lengths(callRoutine ? rows : 0);
     py::array texts(py::dtype("O"), std::vector<py::ssize_t>{static_cast<py::ssize_t>(text ? rows : 0)});
     const std::uint8_t* sourceValidity = prepared.inputs[0].kind == txengine::Input::Kind::TextViews
                                              ? prepared.inputs[0].views.validity
                                              : nullptr;
+    PyObject* const* sourceItems = nullptr;
+    if (text) sourceItems = static_cast<PyObject* const*>(py::reinterpret_borrow<py::array>(arguments[0].cast<py::tuple>()[1]).data());
+    SharedResults shared;
     std::vector<txengine::MessageCount> messages;
     std::optional<txengine::Program> program;
     {
@@ -204,7 +216,7 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
         end = batchEnd(runtime, prepared.inputs[0], begin, rows);
         const std::int64_t count = end - begin;
         const std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
-        txengine::OutputPlaces places{.status = status.mutable_data() + begin};
+        txengine::OutputPlaces places{.status = status + begin};
         if (!text) places.numbers = numbers.mutable_data() + begin;
         if (callRoutine) places.lengths = lengths.mutable_data() + begin;
         txengine::Result result;
@@ -214,12 +226,16 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
             result = program->run(batch, count, places);
         }
         addMessages(messages, result.messages);
-        if (text) fillText(texts, begin, result.text, sourceValidity, runtime.codec, prepared.bytesOut, label);
+        if (text) fillText(texts, begin, result.text, sourceItems, sourceValidity, runtime.codec, prepared.bytesOut, shared,
+                           label);
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         if (rows == 0) break;
     }
     py::dict out;
-    out["status"] = status;
+    const bool failed = std::any_of(status, status + rows, [](std::int32_t code) {
+        return code != 0 && code != txscan::contract::kStatusMissingStart;
+    });
+    out["status"] = failed ? py::object(py::array_t<std::int32_t>(rows, status)) : py::object(py::none());
     out["messages"] = messageList(messages);
     if (callRoutine) {
         out["position"] = numbers;

@@ -1,10 +1,47 @@
-// Engine text results to Python objects: one object per row, no copy kept.
+// Engine text results to Python objects: one object per distinct short
+// result or per row, no copy kept.
 #include "python/src/result_arrays.h"
+
+#include <cstring>
 
 namespace txpython {
 
-void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, const std::uint8_t* sourceValidity,
-              const Codec& codec, bool asBytes, const std::string& what) {
+SharedResults::~SharedResults() {
+    for (Slot& slot : slots_) Py_XDECREF(slot.object);
+}
+
+template <typename Make>
+PyObject* SharedResults::get(const char* data, Py_ssize_t size, Make make) {
+    if (size > kLongest) return make();
+    char padded[kLongest] = {};
+    if (size > 0) std::memcpy(padded, data, static_cast<std::size_t>(size));
+    std::uint64_t head = 0, tail = 0;
+    std::memcpy(&head, padded, 8);
+    std::memcpy(&tail, padded + 8, 8);
+    const std::uint64_t mixed = (head * 0x9E3779B97F4A7C15u) ^ (tail * 0xC2B2AE3D27D4EB4Fu) ^ static_cast<std::uint64_t>(size);
+    Slot& slot = slots_[(mixed * 0x9E3779B97F4A7C15u) >> 52];
+    if (slot.size != size || slot.head != head || slot.tail != tail) {
+        PyObject* fresh = make();
+        if (fresh == nullptr) return nullptr;
+        Py_XDECREF(slot.object);
+        slot = Slot{head, tail, size, fresh};
+    }
+    return Py_NewRef(slot.object);
+}
+
+namespace {
+
+PyObject* asciiString(const char* data, Py_ssize_t size) {
+    PyObject* item = PyUnicode_New(size, 127);
+    if (item != nullptr && size > 0) std::memcpy(PyUnicode_DATA(item), data, static_cast<std::size_t>(size));
+    return item;
+}
+
+}  // namespace
+
+void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, PyObject* const* source,
+              const std::uint8_t* sourceValidity, const Codec& codec, bool asBytes, SharedResults& shared,
+              const std::string& what) {
     const auto rows = static_cast<std::int64_t>(text.offsets.size()) - 1;
     auto** items = static_cast<PyObject**>(out.mutable_data()) + begin;
     for (std::int64_t row = 0; row < rows; ++row) {
@@ -12,15 +49,19 @@ void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& te
         const char* data = text.bytes.data() + text.offsets[static_cast<std::size_t>(row)];
         auto size = static_cast<Py_ssize_t>(text.offsets[static_cast<std::size_t>(row + 1)] -
                                             text.offsets[static_cast<std::size_t>(row)]);
+        PyObject* from = source[begin + row];
         if (!txengine::rowValid(sourceValidity, begin + row)) size = 0;
         if (!txengine::rowValid(text.validity.data(), row)) {
             item = Py_NewRef(Py_None);
         } else if (asBytes) {
             item = PyBytes_FromStringAndSize(data, size);
+        } else if (PyUnicode_Check(from) && PyUnicode_IS_ASCII(from) && codec.asciiSame) {
+            // Every piece of an ASCII row is ASCII.
+            item = shared.get(data, size, [&] { return asciiString(data, size); });
         } else if (codec.utf8) {
-            item = PyUnicode_DecodeUTF8(data, size, "strict");
+            item = shared.get(data, size, [&] { return PyUnicode_DecodeUTF8(data, size, "strict"); });
         } else if (codec.latin1) {
-            item = PyUnicode_DecodeLatin1(data, size, "strict");
+            item = shared.get(data, size, [&] { return PyUnicode_DecodeLatin1(data, size, "strict"); });
         } else {
             item = PyUnicode_Decode(data, size, codec.name.c_str(), "strict");
         }

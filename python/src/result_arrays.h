@@ -1,6 +1,7 @@
 // Text results of the engine to Python objects, filled under the GIL.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -14,13 +15,41 @@ namespace txpython {
 
 namespace py = pybind11;
 
+// Results of a call that are equal and short share one object, as pandas'
+// CSV reader shares a column's repeated strings: a column of words repeats
+// most of them, and a new object costs more than the word took to find.
+// A small table keyed by the bytes themselves, so a miss costs one probe;
+// it holds a reference to each object it keeps until it is destroyed.
+class SharedResults {
+public:
+    SharedResults() = default;
+    SharedResults(const SharedResults&) = delete;
+    SharedResults& operator=(const SharedResults&) = delete;
+    ~SharedResults();
+    // A new reference to the object of these bytes, made by `make` (which
+    // returns a new reference or null) when the table has none.
+    template <typename Make>
+    PyObject* get(const char* data, Py_ssize_t size, Make make);
+
+private:
+    static constexpr Py_ssize_t kLongest = 16;
+    struct Slot {
+        std::uint64_t head = 0, tail = 0;   // the bytes, zero-padded
+        Py_ssize_t size = -1;               // -1: empty
+        PyObject* object = nullptr;
+    };
+    std::array<Slot, 4096> slots_{};
+};
+
 // Writes rows [begin, begin + batch rows) of the object array `out` from one
-// batch's text result: str decoded with the codec, or the bytes as they are
-// (`asBytes`); None where the module stored nothing; an empty text where
+// batch's text result: str decoded with the codec (built directly when the
+// source row was an ASCII str, so its result is too), or the bytes as they
+// are (`asBytes`); None where the module stored nothing; an empty text where
 // the source row is null (`sourceValidity`, over the whole column), where
-// the module answers one blank. Throws py::value_error naming the row the
-// codec refuses.
-void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, const std::uint8_t* sourceValidity,
-              const Codec& codec, bool asBytes, const std::string& what);
+// the module answers one blank. `source` is argument 1's objects. Throws
+// py::value_error naming the row the codec refuses.
+void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, PyObject* const* source,
+              const std::uint8_t* sourceValidity, const Codec& codec, bool asBytes, SharedResults& shared,
+              const std::string& what);
 
 }  // namespace txpython

@@ -2,6 +2,7 @@
 // rows that cannot be read in place.
 #include "python/src/text_column.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <new>
 
 #include "module/abi/argument_frame.h"
+#include "python/src/utf8_writer.h"
 
 namespace txpython {
 
@@ -42,11 +44,47 @@ private:
     std::size_t capacity_ = 0;
 };
 
+// Transcoded text of one thread. It grows (keeping what it holds) while a
+// pass fills it, so rows are written while their objects are at hand
+// rather than found again later; it is kept at its largest, so a thread
+// that calls again on a column no larger neither grows nor faults it in.
+class Arena {
+public:
+    // Room for `bytes` more past what is used, which may move the storage.
+    unsigned char* room(std::size_t bytes) {
+        if (used_ + bytes > capacity_) {
+            const std::size_t capacity = std::max(capacity_ * 2, used_ + bytes);
+            void* moved = std::realloc(data_.get(), capacity);
+            if (moved == nullptr) throw std::bad_alloc();
+            data_.release();
+            data_.reset(static_cast<char*>(moved));
+            capacity_ = capacity;
+        }
+        return reinterpret_cast<unsigned char*>(data_.get() + used_);
+    }
+    std::size_t used() const { return used_; }
+    void commit(std::size_t bytes) { used_ += bytes; }
+    void clear() { used_ = 0; }
+    const char* at(std::size_t offset) const { return data_.get() + offset; }
+
+private:
+    struct Free {
+        void operator()(char* p) const { std::free(p); }
+    };
+    std::unique_ptr<char, Free> data_;
+    std::size_t capacity_ = 0, used_ = 0;
+};
+
+struct Transcoded {
+    std::int64_t row;
+    std::size_t offset;   // in the arena, which may still move while the pass runs
+};
+
 struct ThreadBuffers {
     Reused<txengine::TextView> views;
     Reused<std::uint8_t> validity;
-    Reused<char> arena;
-    std::vector<std::int64_t> pending;   // rows to transcode
+    Arena arena;
+    std::vector<Transcoded> transcoded;
 };
 
 ThreadBuffers& buffersFor(int slot) {
@@ -69,64 +107,8 @@ bool isNumber(PyObject* item) {
     return PyNumber_Check(item) && std::strcmp(Py_TYPE(item)->tp_name, "numpy.bool_") != 0;
 }
 
-// The longest UTF-8 form of a str of `length` characters of `kind` bytes.
-std::size_t utf8Bound(int kind, Py_ssize_t length) {
-    return static_cast<std::size_t>(length) * (kind == PyUnicode_1BYTE_KIND ? 2 : kind == PyUnicode_2BYTE_KIND ? 3 : 4);
-}
-
-// Bits that are set in an 8-byte word of code units when one of them is
-// not ASCII.
-template <typename Char>
-constexpr std::uint64_t kWideBits = sizeof(Char) == 1 ? 0x8080808080808080u
-                                  : sizeof(Char) == 2 ? 0xFF80FF80FF80FF80u
-                                                      : 0xFFFFFF80FFFFFF80u;
-
-// Writes the UTF-8 form of `length` code points at `out`; false on a lone
-// surrogate, which has none. Runs of ASCII, most of most text, go 8 bytes
-// of code units at a time.
-template <typename Char>
-bool encodeUtf8(const Char* text, Py_ssize_t length, char* out, std::size_t& written) {
-    auto* o = reinterpret_cast<unsigned char*>(out);
-    std::size_t n = 0;
-    constexpr Py_ssize_t kUnits = 8 / sizeof(Char);
-    for (Py_ssize_t i = 0; i < length; ++i) {
-        while (i + kUnits <= length) {
-            std::uint64_t word = 0;
-            std::memcpy(&word, text + i, sizeof word);
-            if ((word & kWideBits<Char>) != 0) break;
-            if constexpr (sizeof(Char) == 1) {
-                std::memcpy(o + n, &word, sizeof word);
-            } else {
-                for (Py_ssize_t k = 0; k < kUnits; ++k) o[n + static_cast<std::size_t>(k)] = static_cast<unsigned char>(text[i + k]);
-            }
-            n += static_cast<std::size_t>(kUnits);
-            i += kUnits;
-        }
-        if (i >= length) break;
-        const std::uint32_t c = text[i];
-        if (c < 0x80) {
-            o[n++] = static_cast<unsigned char>(c);
-        } else if (c < 0x800) {
-            o[n++] = static_cast<unsigned char>(0xC0 | (c >> 6));
-            o[n++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            if (c >= 0xD800 && c <= 0xDFFF) return false;
-            o[n++] = static_cast<unsigned char>(0xE0 | (c >> 12));
-            o[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-            o[n++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-        } else {
-            o[n++] = static_cast<unsigned char>(0xF0 | (c >> 18));
-            o[n++] = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3F));
-            o[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-            o[n++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-        }
-    }
-    written = n;
-    return true;
-}
-
 // A str's bytes in the session encoding when they can be read where they
-// are; otherwise false, and the row is transcoded later.
+// are; otherwise false, and the row is transcoded.
 bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
     const Py_ssize_t length = PyUnicode_GET_LENGTH(item);
     if (PyUnicode_IS_ASCII(item) && codec.asciiSame) {
@@ -154,53 +136,35 @@ bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
 
 std::string unencodable(const Codec& codec) { return "the text has a character " + codec.name + " cannot encode"; }
 
-// The rows the pass left over, into one arena sized once.
-void transcode(PyObject* const* items, ThreadBuffers& b, std::size_t bound, const Codec& codec,
-               txengine::TextView* views, const std::string& what) {
-    if (b.pending.empty()) return;
+// Appends a str that cannot be read in place to the arena, in the session
+// encoding, and returns its length there.
+std::int64_t appendEncoded(PyObject* item, ThreadBuffers& b, const Codec& codec, std::int64_t row,
+                           const std::string& what) {
     if (codec.utf8) {
-        char* arena = b.arena.get(bound);
-        std::size_t at = 0;
-        for (const std::int64_t row : b.pending) {
-            PyObject* item = items[row];
-            const void* data = PyUnicode_DATA(item);
-            const Py_ssize_t length = PyUnicode_GET_LENGTH(item);
-            std::size_t written = 0;
-            bool ok = false;
-            switch (PyUnicode_KIND(item)) {
-            case PyUnicode_1BYTE_KIND: ok = encodeUtf8(static_cast<const Py_UCS1*>(data), length, arena + at, written); break;
-            case PyUnicode_2BYTE_KIND: ok = encodeUtf8(static_cast<const Py_UCS2*>(data), length, arena + at, written); break;
-            default: ok = encodeUtf8(static_cast<const Py_UCS4*>(data), length, arena + at, written); break;
-            }
-            if (!ok) refuse(what, row, "the text has no UTF-8 form");
-            views[row] = {arena + at, static_cast<std::int64_t>(written)};
-            at += written;
+        const void* data = PyUnicode_DATA(item);
+        const Py_ssize_t length = PyUnicode_GET_LENGTH(item);
+        const int kind = static_cast<int>(PyUnicode_KIND(item));
+        unsigned char* out = b.arena.room(utf8Bound(kind, length) + kUtf8Slack);
+        std::int64_t written = 0;
+        switch (kind) {
+        case PyUnicode_1BYTE_KIND: written = writeUtf8(static_cast<const std::uint8_t*>(data), length, out); break;
+        case PyUnicode_2BYTE_KIND: written = writeUtf8(static_cast<const std::uint16_t*>(data), length, out); break;
+        default: written = writeUtf8(static_cast<const std::uint32_t*>(data), length, out); break;
         }
-        return;
+        if (written < 0) refuse(what, row, "the text has no UTF-8 form");
+        b.arena.commit(static_cast<std::size_t>(written));
+        return written;
     }
-    // Other encodings go through Python's codec; their sizes are known only
-    // once encoded, so the encoded rows are held until the arena is sized.
-    std::vector<py::object> encoded;
-    encoded.reserve(b.pending.size());
-    std::size_t total = 0;
-    for (const std::int64_t row : b.pending) {
-        PyObject* bytes = PyUnicode_AsEncodedString(items[row], codec.name.c_str(), "strict");
-        if (bytes == nullptr) {
-            PyErr_Clear();
-            refuse(what, row, unencodable(codec));
-        }
-        encoded.push_back(py::reinterpret_steal<py::object>(bytes));
-        total += static_cast<std::size_t>(PyBytes_GET_SIZE(bytes));
+    PyObject* encoded = PyUnicode_AsEncodedString(item, codec.name.c_str(), "strict");
+    if (encoded == nullptr) {
+        PyErr_Clear();
+        refuse(what, row, unencodable(codec));
     }
-    char* arena = b.arena.get(total);
-    std::size_t at = 0;
-    for (std::size_t i = 0; i < encoded.size(); ++i) {
-        PyObject* bytes = encoded[i].ptr();
-        const auto size = static_cast<std::size_t>(PyBytes_GET_SIZE(bytes));
-        if (size > 0) std::memcpy(arena + at, PyBytes_AS_STRING(bytes), size);
-        views[b.pending[i]] = {arena + at, static_cast<std::int64_t>(size)};
-        at += size;
-    }
+    const auto size = static_cast<std::size_t>(PyBytes_GET_SIZE(encoded));
+    std::memcpy(b.arena.room(size), PyBytes_AS_STRING(encoded), size);
+    b.arena.commit(size);
+    Py_DECREF(encoded);
+    return static_cast<std::int64_t>(size);
 }
 
 }  // namespace
@@ -226,12 +190,16 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     ThreadBuffers& b = buffersFor(slot);
     txengine::TextView* views = b.views.get(static_cast<std::size_t>(rows));
     std::uint8_t* validity = nullptr;
-    b.pending.clear();
-    std::size_t bound = 0;
+    b.arena.clear();
+    b.transcoded.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
     std::uint8_t bits = 0;   // validity of the current eight rows
+    constexpr std::int64_t kAhead = 8;
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
+        // Objects lie wherever the allocator put them: ask for a later row's
+        // header (and an ASCII str's first bytes) while this one is read.
+        if (row + kAhead < rows) __builtin_prefetch(values[row + kAhead]);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
@@ -241,9 +209,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             }
             if (!viewInPlace(item, codec, views[row])) {
                 if (codec.latin1) refuse(what, row, unencodable(codec));
-                views[row] = {};
-                b.pending.push_back(row);
-                bound += utf8Bound(PyUnicode_KIND(item), PyUnicode_GET_LENGTH(item));
+                const std::size_t offset = b.arena.used();
+                views[row] = {nullptr, appendEncoded(item, b, codec, row, what)};
+                b.transcoded.push_back({row, offset});
             }
         } else if (PyBytes_Check(item)) {
             ++bytesRows;
@@ -289,7 +257,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
         }
         return column;
     }
-    transcode(values, b, bound, codec, views, what);
+    for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
     column.allBytes = bytesRows > 0 && textRows == 0;
     column.text = txengine::TextViewColumn{views, validity};
     return column;

@@ -3,8 +3,8 @@
 // as null rows, or numbers. Text is viewed where it lies whenever its bytes
 // already are the session's (ASCII str for an ASCII-compatible encoding,
 // one-byte str for ISO-8859-1, bytes, a str's own UTF-8 copy); only the
-// other rows are transcoded, into an arena of the calling thread that is
-// sized once per column and kept for the thread's next calls. Nothing is
+// other rows are transcoded during the same pass, into an arena of the calling thread
+// kept at its largest for the thread's next calls. Nothing is
 // left behind in the caller's objects.
 //
 // The views point into the objects, so the column must stay alive and

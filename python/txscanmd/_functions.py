@@ -130,9 +130,9 @@ def _call(label, function, x, args, *, call_routine=False, length=200, encoding=
     arguments = [first] + [_argument(a, label, k) for k, a in enumerate(args, start=2)]
     out = _core.run(runtime(encoding), label, function, call_routine, arguments, len(source), length, pd.NA)
 
-    status = out["status"]
-    bad = (status != 0) & (status != _STATUS_MISSING_START)
-    if bad.any():
+    status = out["status"]   # None when every row is ok or has a missing start
+    if status is not None:
+        bad = (status != 0) & (status != _STATUS_MISSING_START)
         if errors == "raise":
             row = int(np.flatnonzero(bad)[0])
             code = int(status[row])

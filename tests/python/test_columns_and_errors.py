@@ -1,5 +1,6 @@
 """What the package adds around the engine: input and output shapes, absent
 values, refused arguments, notes and the accessor."""
+import random
 import sys
 import warnings
 
@@ -119,3 +120,17 @@ def test_batches_give_the_rows_and_counts_of_one_run():
     np.testing.assert_array_equal(whole, np.concatenate(parts))
     assert [(m.character, m.count, m.first_row) for m in counted] == [("Z", counts, 2)]
     assert txscanmd.kscanx(rows, 1)[[70001, -2, -1]].tolist() == ["", "", "zz"]
+
+
+def test_every_str_layout_reaches_the_engine_and_comes_back_unchanged():
+    # Rows of each width (ASCII, Latin-1, two-byte, four-byte) and mixed, of
+    # every length around the 8-character blocks, repeated so that equal
+    # short results are shared; a whole row is its one word.
+    rng = random.Random(5)
+    alphabets = ["abc xyz", "aé ÿ\x80", "aé€日\uffff", "a日\U0001F600\U0010FFFF", "a\x7f\x80\u07ff\u0800\uffff\U00010000"]
+    rows = ["".join(rng.choice(chars) for _ in range(n)) for chars in alphabets for n in range(1, 40) for _ in range(3)]
+    rows += rows[::7]
+    assert txscanmd.kscanx(rows, 1, "\x01", length=1000).tolist() == rows
+    for at in (0, 5, 8, 13, 16, 30):
+        with pytest.raises(ValueError, match=f"row 1: the text has no UTF-8 form"):
+            txscanmd.kfind(["a", "é日" * 15 + "x" * at + "\udfff" + "y" * 9], "a")

@@ -3,6 +3,7 @@
 // through the handle-walking paths alone: the same status and result on
 // every call. On well-formed text the UTF-8 paths must answer themselves.
 #include "module/frame/entries.h"
+#include "module/charset/utf8_text.h"
 #include "module/frame/workers.h"
 #include "tests/support/generated_calls.h"
 
@@ -16,7 +17,7 @@ struct Function {
     const char* name;
     std::vector<const char*> shapes;
     std::int32_t (*entry)(ArgumentFrame*, void*);
-    bool (*utf8)(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*);
+    bool (*utf8)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
     std::int32_t (*reference)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 };
 
@@ -38,7 +39,15 @@ TEST(Utf8Paths, AgreeWithTheHandlePathsOnGeneratedCalls) {
                 std::int32_t status = 0;
                 double ignored = 0;
                 FrameBuilder frame(args);
-                if (!f.utf8(&frame.frame, &ignored, h, &status) && a.wellFormed) return Outcome{-1, "declined"};
+                const StringValue* source = frame.frame.string(1);
+                const std::int64_t chars =
+                    source == nullptr || source->data == nullptr
+                        ? 0
+                        : txscan::utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(source->data),
+                                                        source->length);
+                if (!f.utf8(&frame.frame, &ignored, h, chars, &status) && a.wellFormed) {
+                    return Outcome{-1, "declined"};
+                }
                 return onFrame(args, f.entry);
             };
             const auto reference = [&](const std::vector<Argument>& args) {

@@ -1,0 +1,162 @@
+// The word functions on the bytes of single-byte text and of well-formed
+// UTF-8 in UTF-8 sessions: the call read as the interpreter reads it, with
+// the source and the search word measured here, then the engine on a byte
+// walker. Nothing is cached, so setCache is never touched.
+#include <cstring>
+
+#include "module/charset/argument_interpreter.h"
+#include "module/charset/utf8_text.h"
+#include "module/frame/workers.h"
+#include "module/words/word_engine.h"
+#include "module/words/word_roles.h"
+#include "module/words/word_scanner.h"
+
+namespace txscan {
+
+using namespace contract;
+
+namespace {
+
+std::int64_t blankTrimmed(const std::uint8_t* p, std::int64_t n) {
+    while (n > 0 && p[n - 1] == ' ') --n;
+    return n;
+}
+
+// Under T the host's trimming decides what a trailing blank is; the byte
+// walkers trim blanks (0x20) themselves, so they take a UTF-8 text only when
+// what precedes its trailing blanks is a character of one byte, which is no
+// blank.
+bool trimsAlike(bool utf8, const std::uint8_t* p, std::int64_t n) {
+    const std::int64_t end = blankTrimmed(p, n);
+    return !utf8 || end == 0 || p[end - 1] < 0x80;
+}
+
+// A KSCANX call without modifiers, read as the interpreter reads it: the
+// word number (truncated; negative counts from the right; unusable as word
+// 1), the delimiter list as given, or the default delimiters when the call
+// has too few arguments for a list. Without modifiers no character ever
+// needs the handle, so nothing else is set up.
+void readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, DelimiterDecision* d) {
+    std::memset(&d->mods, 0, sizeof d->mods);
+    d->parsed.count = 1;
+    d->parsed.delimitersSet = 0;
+    if (usableNumber(frame, roles.count, &d->parsed.count) && d->parsed.count < 0) {
+        d->mods.set(kModB);
+        d->parsed.count = -d->parsed.count;
+    }
+    if (roles.delimiters != 0) {
+        const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
+        d->parsed.delimiters.text = list->data;
+        d->parsed.delimiters.length = list->length;
+        d->parsed.delimitersSet = 1;
+    } else if (frame->argCount < (mode == kExtractWord ? 3 : 5)) {
+        d->mods.set(kModDefaultDelimiters);
+    }
+}
+
+// The search word, if it is well formed; its characters in *chars.
+bool readText(const StringValue* value, bool utf8, const std::uint8_t** p, std::int64_t* n, std::int64_t* chars) {
+    if (value->length < 0 || (value->data == nullptr && value->length > 0)) return false;
+    *p = reinterpret_cast<const std::uint8_t*>(value->data);
+    *n = value->length;
+    *chars = utf8 && *n > 0 ? utf8CharsIfWellFormed(*p, *n) : *n;
+    return *chars >= 0;
+}
+
+// R: the search word without the delimiters (tests a to f and K, no quote
+// handling) at its front and back.
+template <bool Utf8>
+void trimWord(ByteWalker<Utf8>& w) {
+    const std::uint8_t* p = w.word;
+    std::int64_t front = 0;
+    std::int64_t chars = w.wordChars;
+    const auto delimiterAt = [&](std::int64_t at, std::int64_t length) {
+        return length == 1 ? w.d->decision[p[at]] != 0 : wideDelimiter(*w.d, p + at, static_cast<int>(length));
+    };
+    while (front < w.wordBytes && delimiterAt(front, Utf8 ? utf8LeadLength(p[front]) : 1)) {
+        front += Utf8 ? utf8LeadLength(p[front]) : 1;
+        --chars;
+    }
+    std::int64_t back = w.wordBytes;
+    while (back > front) {
+        std::int64_t previous = back - 1;
+        while (Utf8 && (p[previous] & 0xC0) == 0x80) --previous;
+        if (!delimiterAt(previous, back - previous)) break;
+        back = previous;
+        --chars;
+    }
+    w.word = p + front;
+    w.wordBytes = back - front;
+    w.wordChars = chars;
+}
+
+template <bool Utf8>
+bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRoles& roles, std::int32_t mode,
+                   double* numericResult, StringValue* textResult, std::int32_t* status) {
+    ByteWalker<Utf8> w;   // large; each field is set below before it is read
+    w.d = &d;
+    w.s = reinterpret_cast<const std::uint8_t*>(frame->string(1)->data);
+    w.n = frame->string(1)->length;
+    const ModifierSet& mods = d.mods;
+    const bool trim = mods.has(kModT);
+    if (trim && !trimsAlike(Utf8, w.s, w.n)) return false;
+    w.bound = trim ? blankTrimmed(w.s, w.n) : w.n;
+    if (const StringValue* wordValue = roles.second != 0 ? frame->string(2) : nullptr) {
+        if (!readText(wordValue, Utf8, &w.word, &w.wordBytes, &w.wordChars)) return false;
+        if (trim) {
+            if (!trimsAlike(Utf8, w.word, w.wordBytes)) return false;
+            const std::int64_t kept = blankTrimmed(w.word, w.wordBytes);
+            w.wordChars -= w.wordBytes - kept;
+            w.wordBytes = kept;
+        }
+        w.wordSet = true;
+    }
+    if (!prepareDelimiterDecision(d)) return false;
+    w.caseless = mods.has(kModI);
+    if (w.caseless) w.pairs.clear();
+    if (mode == kFindWord && mods.has(kModR) && w.wordSet) trimWord(w);
+
+    WordCall call{mode, &mods, 0, d.parsed.count, frame, roles.start};
+    WordAnswer answer;
+    if (!answerWords(w, call, &answer)) return false;
+    *status = storeWordAnswer(frame, numericResult, textResult, d.h, mods, mode, answer, frame->string(1)->data);
+    return true;
+}
+
+}  // namespace
+
+bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t mode,
+                  double* numericResult, StringValue* textResult, std::int32_t* status) {
+    if (h == nullptr) return false;
+    const bool utf8 = h->encodingId == kEncodingIdUtf8;
+    if (!utf8 && h->encodingKind != kSingleByteEncoding) return false;
+    const StringValue* sourceValue = frame->string(1);
+    if (sourceValue == nullptr || sourceValue->length < 1 || sourceValue->data == nullptr) return false;
+
+    DelimiterDecision d;   // large; what is read is set here, by the reader or by the preparation
+    d.h = h;
+    d.utf8 = utf8;
+    if (roles.modifiers == 0 && (mode == kExtractWord || mode == kLocateWord)) {
+        readPlainScan(frame, roles, mode, &d);
+    } else {
+        // The interpreter reads the modifiers, the delimiters and the
+        // numbers; the source and the word are measured here.
+        ArgumentRoles others = roles;
+        others.source = 0;
+        others.second = 0;
+        interpretArguments(frame, h, others, &d.parsed, &d.mods, 0, mode);
+    }
+    return utf8 ? answerOnBytes<true>(frame, d, roles, mode, numericResult, textResult, status)
+                : answerOnBytes<false>(frame, d, roles, mode, numericResult, textResult, status);
+}
+
+bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+    return wordsOnBytes(frame, h, countWordsRoles(frame), kCountWords, result, nullptr, status);
+}
+
+bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+    ArgumentRoles roles{};
+    return findWordRoles(frame, &roles) && wordsOnBytes(frame, h, roles, kFindWord, result, nullptr, status);
+}
+
+}  // namespace txscan

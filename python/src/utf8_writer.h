@@ -1,0 +1,27 @@
+// CPython's three str layouts (one, two or four bytes a character) written
+// as UTF-8, for the rows that cannot be read in place.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace txpython {
+
+// Bytes the writers may store past the end of what they report written
+// (a vector of packed characters is stored whole before the cursor moves
+// by the bytes that count).
+constexpr std::size_t kUtf8Slack = 16;
+
+// Most UTF-8 bytes `length` characters of `unitBytes`-byte units can take.
+constexpr std::size_t utf8Bound(int unitBytes, std::int64_t length) {
+    return static_cast<std::size_t>(length) * (unitBytes == 1 ? 2u : unitBytes == 2 ? 3u : 4u);
+}
+
+// Each writes the UTF-8 form of `length` characters at `out`, which has
+// room for utf8Bound(...) + kUtf8Slack bytes, and returns the bytes
+// written, or -1 when the text holds a lone surrogate (no UTF-8 form).
+std::int64_t writeUtf8(const std::uint8_t* text, std::int64_t length, unsigned char* out);
+std::int64_t writeUtf8(const std::uint16_t* text, std::int64_t length, unsigned char* out);
+std::int64_t writeUtf8(const std::uint32_t* text, std::int64_t length, unsigned char* out);
+
+}  // namespace txpython
