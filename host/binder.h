@@ -100,7 +100,11 @@ public:
     const contract::ArgumentFrame& frame() const { return frame_; }
     void setSiteKind(std::uint8_t kind) { frame_.siteKind = kind; }
     void setCallContext(contract::CallContext* context) { frame_.callContext = context; }
-    // Off: the first text goes without the multi-byte re-check flag.
+    // On: the first text carries the multi-byte re-check flag, which asks a
+    // byte path to look at the whole text again for multi-byte characters.
+    // Every entry has looked already before it picks a byte path, so a door
+    // calling entries leaves it off; a harness that calls a byte path itself
+    // turns it on.
     void setRecheck(bool on) { recheck_ = on; }
 
     // A call of `inputs` inputs: every slot cleared, the outputs primed.
@@ -187,7 +191,7 @@ private:
 
     const Binding* binding_;
     contract::EntryRoutine entry_;
-    bool recheck_ = true;
+    bool recheck_ = false;
     contract::ArgumentFrame frame_{};
     double numbers_[contract::kMaxArguments]{};
     contract::StringValue strings_[contract::kMaxArguments]{};

@@ -392,7 +392,9 @@ struct CallSite::Impl {
 
     Impl(Module& m, const FunctionInfo& function, std::uint8_t siteKind)
         : module(&m), session(&m.session()), binding(function),
-          bound(binding, m.session().defaultCallContext(), siteKind) {}
+          bound(binding, m.session().defaultCallContext(), siteKind) {
+        bound.setRecheck(true);   // a call site's default, as its callers expect (setRecheckFlag)
+    }
 };
 
 CallSite::CallSite(Module& module, int functionIndex, std::uint8_t siteKind) {

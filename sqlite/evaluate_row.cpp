@@ -289,11 +289,8 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
 }  // namespace txsqlite
 
 // Sites start parsing on every call, until their second call shows whether
-// what a parsed set depends on is constant. The entry tests argument 1 for
-// multi-byte characters before it picks the byte path, so the byte path's
-// own second look at the whole text is skipped.
+// what a parsed set depends on is constant.
 txsqlite::SqlCallSite::SqlCallSite(Registration& registration)
     : call(registration.binding, registration.task->callContext, txhost::kParsingSiteKind), owner(&registration) {
-    call.setRecheck(false);
     call.start(registration.inputs);
 }
