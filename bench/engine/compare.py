@@ -15,7 +15,7 @@ import tempfile
 HERE = os.path.dirname(os.path.abspath(__file__))
 FUNCTIONS = ["KFIND", "KCOUNTX", "KFINDC", "KCOUNTC", "KCOUNTW", "KFINDW", "KSCANX", "KSCANX_LAST"]
 SETS = ("ascii", "mixed", "wide")
-LOOP_CALLS = ["KFIND_Street", "KCOUNTX_the", "KFINDC_d", "KCOUNTC_d", "KCOUNTW", "KSCANX_-1", "KFINDW_the"]
+LOOP_CALLS = ["KFIND_Street", "KCOUNTX_the", "KFINDC_d", "KCOUNTC_d", "KCOUNTW_default", "KSCANX_-1", "KFINDW_the"]
 LOOP_SETS = SETS + ("one",)
 
 

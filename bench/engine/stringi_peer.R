@@ -28,7 +28,7 @@ peers <- list(
   KCOUNTX_the = function() stri_count_fixed(rows, "the"),
   KFINDC_d = function() stri_locate_first_charclass(rows, "[0-9]")[, 1],
   KCOUNTC_d = function() stri_count_charclass(rows, "[0-9]"),
-  KCOUNTW = function() stri_count_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
+  KCOUNTW_default = function() stri_count_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
   `KSCANX_-1` = function() stri_extract_last_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
   KFINDW_the = function() stri_locate_first_regex(rows, "(?<![^ !$%&()*+,\\-./;<^|])the(?![^ !$%&()*+,\\-./;<^|])")[, 1]
 )
