@@ -3,7 +3,7 @@ ASCII set; the mixed set, where 30% of the rows hold accented Latin or CJK;
 the wide set, where most rows do; one-character rows for the direct call
 against the plain loop) and prints, per set, nanoseconds per row and the ratios from that one run.
 
-    /usr/bin/python3 bench/engine/compare.py BUILD/bin/bench_engine [--rows N] [--no-callsite]
+    /usr/bin/python3 bench/engine/compare.py BUILD/bin/bench_engine [--rows N] [--no-callsite] [--no-pandas]
 """
 import collections
 import os
@@ -15,7 +15,7 @@ import tempfile
 HERE = os.path.dirname(os.path.abspath(__file__))
 FUNCTIONS = ["KFIND", "KCOUNTX", "KFINDC", "KCOUNTC", "KCOUNTW", "KFINDW", "KSCANX", "KSCANX_LAST"]
 SETS = ("ascii", "mixed", "wide")
-LOOP_CALLS = ["KFIND_Street", "KCOUNTX_the", "KFINDC_d", "KCOUNTC_d", "KCOUNTW", "KSCANX_-1", "KFINDW_the"]
+LOOP_CALLS = ["KFIND_Street", "KCOUNTX_the", "KFINDC_d", "KCOUNTC_d", "KCOUNTW_default", "KSCANX_-1", "KFINDW_the"]
 LOOP_SETS = SETS + ("one",)
 
 
@@ -75,12 +75,14 @@ def main():
     driver = sys.argv[1]
     table = collections.defaultdict(dict)
     bytes_per_row = {}
+    with_pandas = "--no-pandas" not in sys.argv
     with tempfile.TemporaryDirectory() as directory:
-        results([driver, "--write-rows", directory] + sys.argv[2:], table, bytes_per_row)
+        results([driver, "--write-rows", directory] + [a for a in sys.argv[2:] if a != "--no-pandas"], table,
+                bytes_per_row)
         for name in LOOP_SETS:
             rows = os.path.join(directory, name + ".txt")
             peers = [["Rscript", os.path.join(HERE, "stringi_peer.R"), rows, name]]
-            if name in SETS:
+            if name in SETS and with_pandas:
                 peers.append(["/usr/bin/python3", os.path.join(HERE, "pandas_peer.py"), rows, name])
             for peer in peers:
                 results(peer, table, bytes_per_row)

@@ -243,7 +243,7 @@ const LoopCall kLoopCalls[] = {
     {"KCOUNTX_the", {"", "KCOUNTX", {std::string("the")}}, loopCount},
     {"KFINDC_d", {"", "KFINDC", {std::string(), std::string("d")}}, loopFindDigit},
     {"KCOUNTC_d", {"", "KCOUNTC", {std::string(), std::string("d")}}, loopCountDigits},
-    {"KCOUNTW", {"", "KCOUNTW", {}}, loopCountWords},
+    {"KCOUNTW_default", {"", "KCOUNTW", {}}, loopCountWords},
     {"KSCANX_-1", {"", "KSCANX", {-1.0}}, loopLastWord},
     {"KFINDW_the", {"", "KFINDW", {std::string("the")}}, loopFindWord},
 };

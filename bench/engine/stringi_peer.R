@@ -28,10 +28,13 @@ peers <- list(
   KCOUNTX_the = function() stri_count_fixed(rows, "the"),
   KFINDC_d = function() stri_locate_first_charclass(rows, "[0-9]")[, 1],
   KCOUNTC_d = function() stri_count_charclass(rows, "[0-9]"),
-  KCOUNTW = function() stri_count_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
+  KCOUNTW_default = function() stri_count_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
   `KSCANX_-1` = function() stri_extract_last_regex(rows, "[^ !$%&()*+,\\-./;<^|]+"),
   KFINDW_the = function() stri_locate_first_regex(rows, "(?<![^ !$%&()*+,\\-./;<^|])the(?![^ !$%&()*+,\\-./;<^|])")[, 1]
 )
+# A peer that cannot run on a set (the second word of one-character rows)
+# is left out of that set's table.
 for (name in names(peers)) {
-  cat(sprintf("RESULT %s %s stringi %.2f\n", set, name, best(peers[[name]]) * 1e9 / length(rows)))
+  t <- tryCatch(best(peers[[name]]), error = function(e) NA)
+  if (!is.na(t)) cat(sprintf("RESULT %s %s stringi %.2f\n", set, name, t * 1e9 / length(rows)))
 }
