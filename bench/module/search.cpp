@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/module/direct_call.h"
 #include "host/host.h"
 
 namespace {
@@ -150,59 +151,14 @@ std::string withNeedleAtEnd(const std::string& base, std::size_t size, const std
     return text + needle;
 }
 
-struct Harness {
-    txhost::Session session;
-    std::unique_ptr<txhost::Module> module;
-    explicit Harness(const char* encoding) : session(sessionOptions(encoding)) {
-        module = txhost::Module::load(session);
-    }
-    static txhost::SessionOptions sessionOptions(const char* encoding) {
-        txhost::SessionOptions options;
-        options.encoding = encoding;
-        return options;
-    }
-};
+using txbench::DirectCall;
 
-Harness& harness() {
-    static Harness h("ISO-8859-1");
-    return h;
+txbench::Harness& harness() { return txbench::harness("ISO-8859-1"); }
+
+std::shared_ptr<DirectCall> directCall(const char* function, std::uint8_t siteKind,
+                                       std::vector<txhost::Argument> arguments) {
+    return std::make_shared<DirectCall>(*harness().module, function, false, siteKind, std::move(arguments));
 }
-
-// A call site whose frame points at caller-owned values; the first call goes
-// through the host (so that a cached set is built with the host's pool).
-struct DirectCall {
-    std::unique_ptr<txhost::CallSite> site;
-    EntryRoutine entry;
-    std::vector<std::string> texts;
-    StringValue strings[4]{};
-    double numbers[4]{};
-
-    DirectCall(const char* function, std::uint8_t siteKind, std::vector<txhost::Argument> arguments) {
-        txhost::Module& module = *harness().module;
-        const int index = module.functionIndex(function);
-        site = std::make_unique<txhost::CallSite>(module, index, siteKind);
-        entry = module.functions()[static_cast<std::size_t>(index)].entry;
-        site->call(arguments);
-        ArgumentFrame& frame = site->frame();
-        texts.resize(arguments.size());
-        for (std::size_t i = 0; i < arguments.size(); ++i) {
-            if (const auto* text = std::get_if<std::string>(&arguments[i])) {
-                texts[i] = *text;
-                const auto n = static_cast<std::int64_t>(texts[i].size());
-                strings[i] = {n, n, texts[i].data(), nullptr, n};
-                frame.args[i].value = &strings[i];
-            } else if (const auto* number = std::get_if<double>(&arguments[i])) {
-                numbers[i] = *number;
-                frame.args[i].value = &numbers[i];
-            }
-        }
-    }
-    double operator()() {
-        double result = 0;
-        entry(&site->frame(), &result);
-        return result;
-    }
-};
 
 void reportBytes(benchmark::State& state, std::size_t bytes) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
@@ -218,18 +174,18 @@ void registerSubstring(const std::string& base, std::size_t size, const std::str
     const std::string label = (size == kLarge ? "1MiB/" : "64B/") + std::to_string(needle.size()) +
                               (caseless ? "/caseless" : "/exact");
     const std::string modifiers = caseless ? "i" : "";
-    auto find = std::make_shared<DirectCall>("KFIND", 0, std::vector<txhost::Argument>{text, needle, modifiers});
-    auto count = std::make_shared<DirectCall>("KCOUNTX", 0, std::vector<txhost::Argument>{text, needle, modifiers});
-    if ((*find)() != static_cast<double>(size - needle.size() + 1) || (*count)() != 1.0) {
+    auto find = directCall("KFIND", 0, std::vector<txhost::Argument>{text, needle, modifiers});
+    auto count = directCall("KCOUNTX", 0, std::vector<txhost::Argument>{text, needle, modifiers});
+    if (find->number() != static_cast<double>(size - needle.size() + 1) || count->number() != 1.0) {
         std::fprintf(stderr, "benchmark input for %s is not as intended\n", label.c_str());
         std::exit(1);
     }
     benchmark::RegisterBenchmark(("KFIND/" + label).c_str(), [find, size](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize((*find)());
+        for (auto _ : state) benchmark::DoNotOptimize(find->number());
         reportBytes(state, size);
     });
     benchmark::RegisterBenchmark(("KCOUNTX/" + label).c_str(), [count, size](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize((*count)());
+        for (auto _ : state) benchmark::DoNotOptimize(count->number());
         reportBytes(state, size);
     });
     if (!caseless) {
@@ -289,18 +245,18 @@ void registerCharSet(const std::string& base, std::size_t size, const SetCase& s
         const std::string suffix = cached ? "/O" : "";
         std::vector<txhost::Argument> arguments{text, set.list};
         if (!modifiers.empty()) arguments.emplace_back(modifiers);
-        auto find = std::make_shared<DirectCall>("KFINDC", 0x48, arguments);
-        auto count = std::make_shared<DirectCall>("KCOUNTC", 0x48, arguments);
-        if ((*find)() != static_cast<double>(size) || (*count)() != static_cast<double>(tableCount(text, table->data()))) {
+        auto find = directCall("KFINDC", 0x48, arguments);
+        auto count = directCall("KCOUNTC", 0x48, arguments);
+        if (find->number() != static_cast<double>(size) || count->number() != static_cast<double>(tableCount(text, table->data()))) {
             std::fprintf(stderr, "benchmark input for %s is not as intended\n", label.c_str());
             std::exit(1);
         }
         benchmark::RegisterBenchmark(("KFINDC/" + label + suffix).c_str(), [find, size](benchmark::State& state) {
-            for (auto _ : state) benchmark::DoNotOptimize((*find)());
+            for (auto _ : state) benchmark::DoNotOptimize(find->number());
             reportBytes(state, size);
         });
         benchmark::RegisterBenchmark(("KCOUNTC/" + label + suffix).c_str(), [count, size](benchmark::State& state) {
-            for (auto _ : state) benchmark::DoNotOptimize((*count)());
+            for (auto _ : state) benchmark::DoNotOptimize(count->number());
             reportBytes(state, size);
         });
     }

@@ -25,6 +25,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/module/direct_call.h"
 #include "host/host.h"
 #include "module/frame/exports.h"
 #include "module/frame/workers.h"
@@ -71,73 +72,17 @@ std::string rowOf(int words, bool wide, unsigned seed) {
     return row;
 }
 
-struct Harness {
-    txhost::Session session;
-    std::unique_ptr<txhost::Module> module;
-    explicit Harness(const char* encoding) : session(options(encoding)) { module = txhost::Module::load(session); }
-    static txhost::SessionOptions options(const char* encoding) {
-        txhost::SessionOptions o;
-        o.encoding = encoding;
-        return o;
-    }
-};
+using txbench::DirectCall;
 
 // KSCANX runs in a UTF-8 session (it always scans characters); the byte
 // paths are measured in a single-byte session, where the adapters spend
 // nothing on looking for multi-byte characters, and in UTF-8 beside it.
-Harness& harness(const char* encoding) {
-    static Harness utf8("UTF-8");
-    static Harness latin1("ISO-8859-1");
-    return std::string_view(encoding) == "UTF-8" ? utf8 : latin1;
+std::shared_ptr<DirectCall> directCall(const char* function, bool callRoutine, std::uint8_t siteKind,
+                                       std::vector<txhost::Argument> arguments, const char* encoding = "UTF-8",
+                                       txhost::Module* inProcess = nullptr) {
+    txhost::Module& module = inProcess != nullptr ? *inProcess : *txbench::harness(encoding).module;
+    return std::make_shared<DirectCall>(module, function, callRoutine, siteKind, std::move(arguments));
 }
-
-// A call site whose frame points at caller-owned values; the first call goes
-// through the host, so that caches and the environment come from its pools.
-struct DirectCall {
-    std::unique_ptr<txhost::CallSite> site;
-    EntryRoutine entry;
-    std::vector<std::string> texts;
-    StringValue strings[6]{};
-    double numbers[6]{};
-    std::string resultBuffer = std::string(200, ' ');
-    StringValue result{200, 0, nullptr, nullptr, 200};
-
-    DirectCall(const char* function, bool callRoutine, std::uint8_t siteKind, std::vector<txhost::Argument> arguments,
-               const char* encoding = "UTF-8", txhost::Module* inProcess = nullptr) {
-        txhost::Module& module = inProcess != nullptr ? *inProcess : *harness(encoding).module;
-        const int index = module.functionIndex(function, callRoutine);
-        site = std::make_unique<txhost::CallSite>(module, index, siteKind);
-        entry = module.functions()[static_cast<std::size_t>(index)].entry;
-        site->call(arguments);
-        ArgumentFrame& frame = site->frame();
-        texts.resize(arguments.size());
-        for (std::size_t i = 0; i < arguments.size(); ++i) {
-            if (const auto* text = std::get_if<std::string>(&arguments[i])) {
-                texts[i] = *text;
-                const auto n = static_cast<std::int64_t>(texts[i].size());
-                strings[i] = {n, n, texts[i].data(), nullptr, n};
-                frame.args[i].value = &strings[i];
-            } else if (const auto* number = std::get_if<double>(&arguments[i])) {
-                numbers[i] = *number;
-                frame.args[i].value = &numbers[i];
-            }
-        }
-        result.data = resultBuffer.data();
-    }
-    double number() {
-        double value = 0;
-        entry(&site->frame(), &value);
-        return value;
-    }
-    std::string_view text() {
-        entry(&site->frame(), &result);
-        return {result.data, static_cast<std::size_t>(result.length)};
-    }
-    double position() {
-        entry(&site->frame(), nullptr);
-        return numbers[2];
-    }
-};
 
 void fail(const std::string& what) {
     std::fprintf(stderr, "benchmark input for %s is not as intended\n", what.c_str());
@@ -223,8 +168,8 @@ void registerScan(bool wide, int n) {
     for (unsigned i = 0; i < 16; ++i) {
         const std::string row = rowOf(8 + static_cast<int>(i % 5), wide, 100 + i);
         texts->push_back(row);
-        rows->push_back(std::make_shared<DirectCall>("KSCANX", false, 0, std::vector<txhost::Argument>{row, double(n)}));
-        routines->push_back(std::make_shared<DirectCall>("KSCANX", true, 0,
+        rows->push_back(directCall("KSCANX", false, 0, std::vector<txhost::Argument>{row, double(n)}));
+        routines->push_back(directCall("KSCANX", true, 0,
                                                          std::vector<txhost::Argument>{row, double(n), 0.0, 0.0}));
     }
     const DelimiterTable table(kDefaultDelimiters);
@@ -268,7 +213,7 @@ void registerCount(std::size_t size, const char* encoding) {
     for (const Variant& v : variants) {
         std::vector<txhost::Argument> args{text};
         for (const auto& a : v.tail) args.push_back(a);
-        auto call = std::make_shared<DirectCall>("KCOUNTW", false, 0, args, encoding);
+        auto call = directCall("KCOUNTW", false, 0, args, encoding);
         const double answer = call->number();
         if (v.peerDelimiters != nullptr && answer != double(countWordsPeer(text, DelimiterTable(v.peerDelimiters)))) {
             fail(std::string("KCOUNTW/") + v.name);
@@ -291,7 +236,7 @@ void registerFind(std::size_t size, const char* encoding) {
     std::string text = textOf(size - word.size() - 1, false, 11) + " " + word;
     const std::string label = std::string(encoding) + "/" + (size == kLarge ? "1MiB" : "80B");
     auto call =
-        std::make_shared<DirectCall>("KFINDW", false, 0, std::vector<txhost::Argument>{text, word}, encoding);
+        directCall("KFINDW", false, 0, std::vector<txhost::Argument>{text, word}, encoding);
     const DelimiterTable table(kDefaultDelimiters);
     if (call->number() != double(findWordPeer(text, word, table)) || call->number() != double(size - word.size() + 1)) {
         fail("KFINDW/" + label);
@@ -310,11 +255,11 @@ void registerFind(std::size_t size, const char* encoding) {
 
 void registerCachedRows() {
     const std::string row = textOf(kRow, false, 23);
-    auto cached = std::make_shared<DirectCall>(
+    auto cached = directCall(
         "KCOUNTW", false, 0x48,
         std::vector<txhost::Argument>{row, std::string(kDefaultDelimiters), std::string("O")}, "ISO-8859-1");
     auto prebuilt =
-        std::make_shared<DirectCall>("KCOUNTW", false, 0x48, std::vector<txhost::Argument>{row}, "ISO-8859-1");
+        directCall("KCOUNTW", false, 0x48, std::vector<txhost::Argument>{row}, "ISO-8859-1");
     if (cached->number() != prebuilt->number()) fail("KCOUNTW cached row");
     benchmark::RegisterBenchmark("KCOUNTW/80B/cached_site_O", [cached](benchmark::State& state) {
         for (auto _ : state) benchmark::DoNotOptimize(cached->number());
@@ -361,7 +306,7 @@ std::string asciiTwin(std::string text) {
 // The module linked into this program, so that the word scanner can be
 // called directly as the reference the UTF-8 paths replace.
 txhost::Module& inProcessModule() {
-    static txhost::Session session(Harness::options("UTF-8"));
+    static txhost::Session session(txhost::SessionOptions{.encoding = "UTF-8"});
     static std::unique_ptr<txhost::Module> module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
     return *module;
 }
@@ -394,7 +339,7 @@ void registerUtf8Rows() {
                 std::vector<txhost::Argument> args{text};
                 if (v.word) args.emplace_back(text.substr(text.rfind(' ') + 1));
                 args.insert(args.end(), v.tail.begin(), v.tail.end());
-                (wide ? mixed : ascii)->push_back(std::make_shared<DirectCall>(v.function, false, 0, args, "UTF-8", &module));
+                (wide ? mixed : ascii)->push_back(directCall(v.function, false, 0, args, "UTF-8", &module));
             }
         }
         const bool finding = v.word;

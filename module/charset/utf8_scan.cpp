@@ -120,26 +120,14 @@ __attribute__((target("avx2,popcnt"))) std::int64_t charsIfWellFormedAvx2(const 
 
 // SSE2: ASCII sixteen bytes at a time, the rest one sequence at a time.
 std::int64_t charsIfWellFormedSse2(const std::uint8_t* p, std::int64_t n) {
-    std::int64_t chars = n;
-    std::int64_t off = 0;
-    while (off < n) {
-        if (off + 16 <= n) {
-            const int high = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + off)));
-            if (high == 0) {
-                off += 16;
-                continue;
-            }
-            off += std::countr_zero(static_cast<unsigned>(high));
-        } else if (p[off] < 0x80) {
-            ++off;
-            continue;
+    return utf8CharsSkipping(p, n, [](const std::uint8_t* q, std::int64_t off, std::int64_t size) {
+        while (off + 16 <= size) {
+            const int high = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q + off)));
+            if (high != 0) return off + std::countr_zero(static_cast<unsigned>(high));
+            off += 16;
         }
-        const int length = utf8Length(p + off, n - off);
-        if (length == 0) return -1;
-        off += length;
-        chars -= length - 1;
-    }
-    return chars;
+        return off;
+    });
 }
 
 // Whether none of n >= 16 bytes has its top bit set: sixteen at a time, the

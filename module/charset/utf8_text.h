@@ -44,24 +44,15 @@ inline int utf8Length(const std::uint8_t* p, std::int64_t n) {
 enum class Utf8Vectors { kBest, kSse2 };
 std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n, Utf8Vectors vectors = Utf8Vectors::kBest);
 
-// The same one sequence at a time, jumping from one byte of 0x80 or more to
-// the next eight bytes at a time: for short texts, and the reference the
-// vector forms are tested against.
-inline std::int64_t utf8CharsOneByOne(const std::uint8_t* p, std::int64_t n) {
+// The check and count one sequence at a time; skipAscii(p, off, n) moves
+// off past bytes below 0x80 as far as it cheaply can (a word or a vector
+// at a time), and the loop takes the rest byte by byte.
+template <typename SkipAscii>
+inline std::int64_t utf8CharsSkipping(const std::uint8_t* p, std::int64_t n, SkipAscii skipAscii) {
     std::int64_t chars = n;
     for (std::int64_t off = 0; off < n;) {
-        if constexpr (std::endian::native == std::endian::little) {
-            if (off + 8 <= n) {
-                std::uint64_t eight = 0;
-                std::memcpy(&eight, p + off, 8);
-                const std::uint64_t high = eight & 0x8080808080808080ull;
-                if (high == 0) {
-                    off += 8;
-                    continue;
-                }
-                off += std::countr_zero(high) / 8;
-            }
-        }
+        off = skipAscii(p, off, n);
+        if (off >= n) break;
         if (p[off] < 0x80) {
             ++off;
             continue;
@@ -72,6 +63,23 @@ inline std::int64_t utf8CharsOneByOne(const std::uint8_t* p, std::int64_t n) {
         chars -= length - 1;
     }
     return chars;
+}
+
+// The same jumping eight bytes at a time: for short texts, and the reference
+// the vector forms are tested against.
+inline std::int64_t utf8CharsOneByOne(const std::uint8_t* p, std::int64_t n) {
+    return utf8CharsSkipping(p, n, [](const std::uint8_t* q, std::int64_t off, std::int64_t size) {
+        if constexpr (std::endian::native == std::endian::little) {
+            while (off + 8 <= size) {
+                std::uint64_t eight = 0;
+                std::memcpy(&eight, q + off, 8);
+                const std::uint64_t high = eight & 0x8080808080808080ull;
+                if (high != 0) return off + std::countr_zero(high) / 8;
+                off += 8;
+            }
+        }
+        return off;
+    });
 }
 
 inline bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) { return utf8CharsIfWellFormed(p, n) >= 0; }
