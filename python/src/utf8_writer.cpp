@@ -1,7 +1,8 @@
-// UTF-8 from code points. Runs of ASCII go 16 bytes at a time. Elsewhere
-// four characters at once: each one's UTF-8 bytes are built in its own
-// 32-bit lane, and one byte shuffle, chosen by the four widths, packs them
-// together; mixed text changes widths too often for a per-character branch.
+// UTF-8 from code points, eight characters at once where AVX2 is there:
+// each one's UTF-8 bytes are built in its own 32-bit lane, and a byte
+// shuffle chosen by the widths packs them together, since mixed text
+// changes widths too often for a per-character branch. Without AVX2, one
+// character at a time, still without a branch on its width.
 #include "python/src/utf8_writer.h"
 
 #include <array>
@@ -71,95 +72,78 @@ constexpr Packing kPacking = makePacking();
 constexpr std::array<std::uint8_t, 16> kSpread = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
                                                   0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
 
-// The four code points in `c` (32-bit lanes) as packed UTF-8 at `out`
-// (16 bytes stored); returns the bytes that count.
-__attribute__((target("ssse3"))) inline std::int64_t putFour(__m128i c, unsigned char* out, __m128i& bad) {
-    const __m128i low6 = _mm_set1_epi32(0x3F), cont = _mm_set1_epi32(0x80);
-    const __m128i tail0 = _mm_or_si128(cont, _mm_and_si128(c, low6));
-    const __m128i tail1 = _mm_or_si128(cont, _mm_and_si128(_mm_srli_epi32(c, 6), low6));
-    const __m128i tail2 = _mm_or_si128(cont, _mm_and_si128(_mm_srli_epi32(c, 12), low6));
-    const __m128i two = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xC0), _mm_srli_epi32(c, 6)), _mm_slli_epi32(tail0, 8));
-    const __m128i three = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xE0), _mm_srli_epi32(c, 12)),
-                                       _mm_or_si128(_mm_slli_epi32(tail1, 8), _mm_slli_epi32(tail0, 16)));
-    const __m128i four = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xF0), _mm_srli_epi32(c, 18)),
-                                      _mm_or_si128(_mm_slli_epi32(tail2, 8),
-                                                   _mm_or_si128(_mm_slli_epi32(tail1, 16), _mm_slli_epi32(tail0, 24))));
+// Eight code points in `c` (32-bit lanes) as packed UTF-8 at `out` (32
+// bytes stored); returns the bytes that count. Each 128-bit half packs its
+// four lanes with its own shuffle, and the halves are stored one after the
+// other.
+__attribute__((target("avx2"))) inline std::int64_t putEight(__m256i c, unsigned char* out, __m256i& bad) {
+    const __m256i low6 = _mm256_set1_epi32(0x3F), cont = _mm256_set1_epi32(0x80);
+    const __m256i tail0 = _mm256_or_si256(cont, _mm256_and_si256(c, low6));
+    const __m256i tail1 = _mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 6), low6));
+    const __m256i tail2 = _mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 12), low6));
+    const __m256i two = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(c, 6)),
+                                        _mm256_slli_epi32(tail0, 8));
+    const __m256i three = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xE0), _mm256_srli_epi32(c, 12)),
+                                          _mm256_or_si256(_mm256_slli_epi32(tail1, 8), _mm256_slli_epi32(tail0, 16)));
+    const __m256i four = _mm256_or_si256(
+        _mm256_or_si256(_mm256_set1_epi32(0xF0), _mm256_srli_epi32(c, 18)),
+        _mm256_or_si256(_mm256_slli_epi32(tail2, 8), _mm256_or_si256(_mm256_slli_epi32(tail1, 16), _mm256_slli_epi32(tail0, 24))));
     // Code points are below 0x110000, so signed comparisons serve.
-    const __m128i ge80 = _mm_cmpgt_epi32(c, _mm_set1_epi32(0x7F));
-    const __m128i ge800 = _mm_cmpgt_epi32(c, _mm_set1_epi32(0x7FF));
-    const __m128i ge10000 = _mm_cmpgt_epi32(c, _mm_set1_epi32(0xFFFF));
-    __m128i word = _mm_andnot_si128(ge80, c);
-    word = _mm_or_si128(word, _mm_and_si128(_mm_andnot_si128(ge800, ge80), two));
-    word = _mm_or_si128(word, _mm_and_si128(_mm_andnot_si128(ge10000, ge800), three));
-    word = _mm_or_si128(word, _mm_and_si128(ge10000, four));
-    const __m128i surrogate = _mm_cmpeq_epi32(_mm_and_si128(c, _mm_set1_epi32(~0x7FF)), _mm_set1_epi32(0xD800));
-    bad = _mm_or_si128(bad, surrogate);
-    const int index = kSpread[static_cast<std::size_t>(_mm_movemask_ps(_mm_castsi128_ps(ge80)))] +
-                      kSpread[static_cast<std::size_t>(_mm_movemask_ps(_mm_castsi128_ps(ge800)))] +
-                      kSpread[static_cast<std::size_t>(_mm_movemask_ps(_mm_castsi128_ps(ge10000)))];
-    const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kPacking.shuffle[static_cast<std::size_t>(index)].data()));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(word, shuffle));
-    return kPacking.bytes[static_cast<std::size_t>(index)];
-}
-
-// Eight characters from `text` as two registers of four 32-bit lanes;
-// true when all eight are ASCII (then their bytes are stored at `out`).
-template <typename Char>
-__attribute__((target("ssse3"))) inline bool loadEight(const Char* text, __m128i& lo, __m128i& hi, unsigned char* out) {
-    const __m128i zero = _mm_setzero_si128();
-    if constexpr (sizeof(Char) == 1) {
-        const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text));
-        if ((_mm_movemask_epi8(bytes) & 0xFF) == 0) {
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), bytes);
-            return true;
-        }
-        const __m128i units = _mm_unpacklo_epi8(bytes, zero);
-        lo = _mm_unpacklo_epi16(units, zero);
-        hi = _mm_unpackhi_epi16(units, zero);
-    } else if constexpr (sizeof(Char) == 2) {
-        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-        const __m128i wide = _mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xFF80)));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi16(wide, zero)) == 0xFFFF) {
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
-            return true;
-        }
-        lo = _mm_unpacklo_epi16(units, zero);
-        hi = _mm_unpackhi_epi16(units, zero);
-    } else {
-        lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-        hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + 4));
-        const __m128i wide = _mm_and_si128(_mm_or_si128(lo, hi), _mm_set1_epi32(static_cast<int>(0xFFFFFF80)));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi32(wide, zero)) == 0xFFFF) {
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(_mm_packs_epi32(lo, hi), zero));
-            return true;
-        }
-    }
-    return false;
+    const __m256i ge80 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7F));
+    const __m256i ge800 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7FF));
+    const __m256i ge10000 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0xFFFF));
+    __m256i word = _mm256_andnot_si256(ge80, c);
+    word = _mm256_or_si256(word, _mm256_and_si256(_mm256_andnot_si256(ge800, ge80), two));
+    word = _mm256_or_si256(word, _mm256_and_si256(_mm256_andnot_si256(ge10000, ge800), three));
+    word = _mm256_or_si256(word, _mm256_and_si256(ge10000, four));
+    const __m256i surrogate = _mm256_cmpeq_epi32(_mm256_and_si256(c, _mm256_set1_epi32(~0x7FF)), _mm256_set1_epi32(0xD800));
+    bad = _mm256_or_si256(bad, surrogate);
+    const auto a = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge80)));
+    const auto b = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge800)));
+    const auto d = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge10000)));
+    const std::size_t low = kSpread[a & 15] + kSpread[b & 15] + kSpread[d & 15];
+    const std::size_t high = kSpread[a >> 4] + kSpread[b >> 4] + kSpread[d >> 4];
+    const __m256i shuffle = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kPacking.shuffle[low].data())),
+                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(kPacking.shuffle[high].data())));
+    const __m256i packed = _mm256_shuffle_epi8(word, shuffle);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
+    const std::int64_t first = kPacking.bytes[low];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + first), _mm256_extracti128_si256(packed, 1));
+    return first + kPacking.bytes[high];
 }
 
 template <typename Char>
-__attribute__((target("ssse3"))) std::int64_t writeVector(const Char* text, std::int64_t length, unsigned char* out) {
+__attribute__((target("avx2"))) std::int64_t writeAvx2(const Char* text, std::int64_t length, unsigned char* out) {
     std::int64_t n = 0, i = 0;
-    __m128i bad = _mm_setzero_si128();
-    __m128i lo = bad, hi = bad;
+    __m256i bad = _mm256_setzero_si256();
     for (; i + 8 <= length; i += 8) {
-        if (loadEight(text + i, lo, hi, out + n)) {
-            n += 8;
-            continue;
+        __m256i c;
+        if constexpr (sizeof(Char) == 1) {
+            const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i));
+            if ((_mm_movemask_epi8(bytes) & 0xFF) == 0) {
+                // One-byte str are mostly ASCII with a letter here and there.
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), bytes);
+                n += 8;
+                continue;
+            }
+            c = _mm256_cvtepu8_epi32(bytes);
+        } else if constexpr (sizeof(Char) == 2) {
+            c = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i)));
+        } else {
+            c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
         }
-        n += putFour(lo, out + n, bad);
-        n += putFour(hi, out + n, bad);
+        n += putEight(c, out + n, bad);
     }
     std::uint32_t badTail = 0;
     for (; i < length; ++i) n += put(text[i], out + n, badTail);
-    return badTail != 0 || _mm_movemask_epi8(bad) != 0 ? -1 : n;
+    return badTail != 0 || !_mm256_testz_si256(bad, bad) ? -1 : n;
 }
 
-const bool kHaveSsse3 = (__builtin_cpu_init(), __builtin_cpu_supports("ssse3"));
+const bool kHaveAvx2 = (__builtin_cpu_init(), __builtin_cpu_supports("avx2"));
 
 template <typename Char>
 std::int64_t write(const Char* text, std::int64_t length, unsigned char* out) {
-    return kHaveSsse3 ? writeVector(text, length, out) : writePlain(text, length, out);
+    return kHaveAvx2 ? writeAvx2(text, length, out) : writePlain(text, length, out);
 }
 
 #else

@@ -10,7 +10,7 @@ namespace txpython {
 // Bytes the writers may store past the end of what they report written
 // (a vector of packed characters is stored whole before the cursor moves
 // by the bytes that count).
-constexpr std::size_t kUtf8Slack = 16;
+constexpr std::size_t kUtf8Slack = 32;
 
 // Most UTF-8 bytes `length` characters of `unitBytes`-byte units can take.
 constexpr std::size_t utf8Bound(int unitBytes, std::int64_t length) {
