@@ -1,10 +1,10 @@
 // The byte-path workers and multi-byte paths the adapters hand calls to.
-// A byte-path worker starts with the multi-byte re-check (byteRecheck) and
-// may pass the whole call on to its multi-byte path. The adapters read
-// argument 1 once (sourceShapeOf) and hand the answer down instead: they call
-// the search functions' byte paths proper (the ...OnBytes routines, for a
-// source known to hold no multi-byte character) and give the UTF-8 paths the
-// source's character count.
+// The word functions' byte paths start with the multi-byte re-check
+// (byteRecheck) and may pass the whole call on to their multi-byte path. For
+// the search functions the adapters read argument 1 once (sourceShapeOf) and
+// hand the answer down instead: they call the byte paths proper (the
+// ...OnBytes routines, for a source known to hold no multi-byte character)
+// and give the UTF-8 paths the source's character count.
 #pragma once
 
 #include <cstdint>
@@ -30,10 +30,8 @@ bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int
                std::int32_t* status);
 bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
               std::int32_t* status);
-std::int32_t countBytes(ArgumentFrame* frame, double* result);
 std::int32_t countOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t countMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
-std::int32_t findBytes(ArgumentFrame* frame, double* result);
 std::int32_t findOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
@@ -42,10 +40,8 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
                    std::int32_t* status);
 bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                   std::int32_t* status);
-std::int32_t countCharBytes(ArgumentFrame* frame, double* result);
 std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
-std::int32_t findCharBytes(ArgumentFrame* frame, double* result);
 std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 

@@ -1,4 +1,4 @@
-// The byte paths of KFINDC (findCharBytes) and KCOUNTC (countCharBytes): the
+// The byte paths of KFINDC (findCharOnBytes) and KCOUNTC (countCharOnBytes): the
 // character list and the class letters become a 256-entry CharSet, kept per
 // call site under modifier O, and the source is scanned against it. A list of
 // a few bytes with no class letters, negation or caching is scanned for its
@@ -97,16 +97,6 @@ std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
 }
 
 }  // namespace
-
-std::int32_t findCharBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return findCharMultiByte(frame, result, h, 0);
-    return findCharOnBytes(frame, result);
-}
-
-std::int32_t countCharBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countCharMultiByte(frame, result, h, 0);
-    return countCharOnBytes(frame, result);
-}
 
 std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result) {
     const Bytes source = bytesOf(frame, 1);

@@ -1,4 +1,4 @@
-// The byte paths of KFIND (findBytes) and KCOUNTX (countBytes): one byte is
+// The byte paths of KFIND (findOnBytes) and KCOUNTX (countOnBytes): one byte is
 // one character, and case folding goes through the session's upcaseMap.
 #include <cstring>
 
@@ -38,16 +38,6 @@ ByteModifiers modifiersOf(const ArgumentFrame* frame, int k, const LetterTable& 
 }
 
 }  // namespace
-
-std::int32_t findBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return findMultiByte(frame, result, h, 0);
-    return findOnBytes(frame, result);
-}
-
-std::int32_t countBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countMultiByte(frame, result, h, 0);
-    return countOnBytes(frame, result);
-}
 
 std::int32_t findOnBytes(ArgumentFrame* frame, double* result) {
     // Two arguments: the whole source rightwards, and no roles, start or
