@@ -132,44 +132,26 @@ Session::Impl& serviceSession() {
 
 std::int64_t widen(std::uint64_t v) { return static_cast<std::int64_t>(v); }
 
-void hostNote(std::int32_t code, std::int32_t kind, const char* functionName, std::int32_t character) {
-    Session::Impl& s = serviceSession();
+// A note or error goes to the task's sink when one is active, else into the
+// session's record with its text from the catalogue.
+void deliver(const MessageEvent& event, std::string (*format)(const MessageEvent&)) {
     if (const MessageSink* sink = activeSink()) {
-        MessageEvent event;
-        event.source = Message::Source::Note;
-        event.code = code;
-        event.kind = kind;
-        event.functionName = functionName != nullptr ? functionName : "";
-        event.character = character;
         sink->receive(sink->context, event);
         return;
     }
-    Message m;
-    m.source = Message::Source::Note;
-    m.code = code;
-    m.kind = kind;
-    m.functionName = functionName != nullptr ? functionName : "";
-    m.character = character;
-    m.text = formatNote(code, functionName, character);
-    s.addMessage(std::move(m));
+    serviceSession().addMessage({event.source, event.code, event.kind, event.functionName, event.character,
+                                 event.detail, format(event)});
+}
+
+void hostNote(std::int32_t code, std::int32_t kind, const char* functionName, std::int32_t character) {
+    MessageEvent event{.source = Message::Source::Note, .code = code, .kind = kind,
+                       .functionName = functionName != nullptr ? functionName : "", .character = character};
+    deliver(event, [](const MessageEvent& e) { return formatNote(e.code, e.functionName, e.character); });
 }
 
 void hostError(std::int32_t code, std::int64_t detail) {
-    Session::Impl& s = serviceSession();
-    if (const MessageSink* sink = activeSink()) {
-        MessageEvent event;
-        event.source = Message::Source::Error;
-        event.code = code;
-        event.detail = detail;
-        sink->receive(sink->context, event);
-        return;
-    }
-    Message m;
-    m.source = Message::Source::Error;
-    m.code = code;
-    m.detail = detail;
-    m.text = formatError(code, detail);
-    s.addMessage(std::move(m));
+    MessageEvent event{.source = Message::Source::Error, .code = code, .detail = detail};
+    deliver(event, [](const MessageEvent& e) { return formatError(e.code, e.detail); });
 }
 
 std::string upper(std::string_view text) {
