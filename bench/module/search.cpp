@@ -25,9 +25,7 @@
 
 namespace {
 
-using txscan::contract::ArgumentFrame;
-using txscan::contract::EntryRoutine;
-using txscan::contract::StringValue;
+using namespace txscan::contract;
 
 constexpr std::size_t kLarge = 1 << 20;
 constexpr std::size_t kSmall = 64;
