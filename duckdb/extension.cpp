@@ -14,7 +14,7 @@ DUCKDB_EXTENSION_EXTERN
 #include "duckdb/duckdb_function.h"
 #include "host/binder.h"
 #include "module/abi/function_table.h"
-#include "sqlite/shared_host.h"
+#include "host/extension_host.h"
 
 namespace txduckdb {
 
@@ -65,7 +65,7 @@ struct LogicalType {
 
 bool registerFunctions(duckdb_connection connection, std::string& error) {
     error.clear();
-    const txsqlite::SharedHost* host = txsqlite::sharedHost(error);
+    const txhost::SharedHost* host = txhost::sharedHost(error);
     if (host == nullptr) return false;
     const LogicalType text(DUCKDB_TYPE_VARCHAR), number(DUCKDB_TYPE_DOUBLE), integer(DUCKDB_TYPE_BIGINT);
     const std::deque<Overload>& all = overloads(*host->module);

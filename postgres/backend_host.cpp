@@ -1,19 +1,17 @@
 // One backend's host and its call sites (see backend_host.h).
 #include "postgres/backend_host.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
 
 #include "host/binder.h"
+#include "host/extension_host.h"
 #include "host/host.h"
 #include "module/abi/argument_frame.h"
 #include "module/abi/function_table.h"
@@ -33,18 +31,6 @@ txhost::Module* gModule = nullptr;
 void copyText(char* out, std::size_t size, const std::string& text) {
     if (size == 0) return;
     std::snprintf(out, size, "%s", text.c_str());
-}
-
-// The module file sits beside the extension, in the build tree and in an
-// installation alike; a program linking this file finds the build's.
-std::string modulePath() {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&modulePath), &info) != 0 && info.dli_fname != nullptr) {
-        const auto beside = std::filesystem::path(info.dli_fname).parent_path() / "txscanmd.so";
-        std::error_code ignored;
-        if (std::filesystem::exists(beside, ignored)) return beside.string();
-    }
-    return TXSCAN_MODULE_PATH;
 }
 
 txhost::Binding bindingOf(int function) {
@@ -73,7 +59,7 @@ bool startBackendHost(const char* encoding, char* error, std::size_t errorSize) 
         txhost::SessionOptions options;
         options.encoding = encoding;
         auto session = std::make_unique<txhost::Session>(options);
-        auto module = txhost::Module::load(*session, modulePath());
+        auto module = txhost::Module::load(*session, txhost::moduleBesideThisLibrary());
         gSession = session.release();
         gModule = module.release();
         return true;

@@ -8,7 +8,7 @@ SQLITE_EXTENSION_INIT1
 #include <mutex>
 #include <string>
 
-#include "sqlite/shared_host.h"
+#include "host/extension_host.h"
 #include "sqlite/sql_function.h"
 
 namespace txsqlite {
@@ -37,7 +37,7 @@ constexpr int kFunctionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOC
 
 int registerFunctions(sqlite3* db, char** errorMessage) {
     std::string error;
-    SharedHost* host = sharedHost(error);
+    txhost::SharedHost* host = txhost::sharedHost(error);
     if (host == nullptr) {
         *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", error.c_str());
         return SQLITE_ERROR;
