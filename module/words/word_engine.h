@@ -361,9 +361,10 @@ WordAnswer answerOfWalk(W& w, const WordCall& c) {
 // The walk and the end rules that turn it into the mode's answer, with the
 // byte walkers' shortcuts where the mode allows them. False when a byte
 // walker meets malformed UTF-8 (the handle must take the call). A byte
-// walker sets c.start once it has counted the text.
+// walker sets c.start once it has counted the text. Inlined into its one
+// caller per walker: on short rows the call itself shows.
 template <class W>
-bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
+[[gnu::always_inline]] inline bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
     const ModifierSet& m = *call.mods;
     const bool locating = call.mode == kExtractWord || call.mode == kLocateWord;
     if constexpr (W::kOnBytes) {
