@@ -308,23 +308,30 @@ template <bool Utf8, bool Forward>
     };
     std::int64_t at = Forward ? 0 : w.bound;
     std::int64_t beyond = 0;
+    // Characters passed so far, counted on the way: on short rows a second
+    // pass to turn the word's bytes into characters costs more than the walk.
+    std::int64_t passed = 0;
     for (std::int64_t words = 1;; ++words) {
-        while (more(at) && delimiterNext(at, &beyond)) at = beyond;
+        while (more(at) && delimiterNext(at, &beyond)) {
+            at = beyond;
+            ++passed;
+        }
         if (!more(at)) return {};
         const std::int64_t first = at;
+        const std::int64_t passedFirst = passed;
         at = beyond;
-        while (more(at) && !delimiterNext(at, &beyond)) at = beyond;
+        ++passed;
+        while (more(at) && !delimiterNext(at, &beyond)) {
+            at = beyond;
+            ++passed;
+        }
         if (words == c.count) {
-            WordRange r{true, 0, 0, Forward ? first : at, Forward ? at : first};
-            if (c.mode == kLocateWord) {
-                r.first = Utf8 ? leadBytes(w.s, r.firstByte) : r.firstByte;
-                r.end = r.first + (Utf8 ? leadBytes(w.s + r.firstByte, r.endByte - r.firstByte)
-                                        : r.endByte - r.firstByte);
-            }
-            return r;
+            if constexpr (Forward) return {true, passedFirst, passed, first, at};
+            return {true, w.sourceChars - passed, w.sourceChars - passedFirst, at, first};
         }
         if (!more(at)) return {};
         at = beyond;
+        ++passed;
     }
 }
 
@@ -354,17 +361,22 @@ WordAnswer answerOfWalk(W& w, const WordCall& c) {
 // The walk and the end rules that turn it into the mode's answer, with the
 // byte walkers' shortcuts where the mode allows them. False when a byte
 // walker meets malformed UTF-8 (the handle must take the call). A byte
-// walker sets c.start once it has counted the text.
+// walker sets c.start once it has counted the text. Inlined into its one
+// caller per walker: on short rows the call itself shows.
 template <class W>
-bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
-    WordCall c = call;
-    const ModifierSet& m = *c.mods;
-    const bool locating = c.mode == kExtractWord || c.mode == kLocateWord;
+[[gnu::always_inline]] inline bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
+    const ModifierSet& m = *call.mods;
+    const bool locating = call.mode == kExtractWord || call.mode == kLocateWord;
     if constexpr (W::kOnBytes) {
+        // The commonest call on short rows: answered before the call record
+        // is copied or the text counted.
         if (locating && !m.has(kModM) && !m.has(kModQ) && !m.has(kModB)) {
-            *answer = {0.0, words::nthWordRun<W::kUtf8, true>(w, c)};
+            *answer = {0.0, words::nthWordRun<W::kUtf8, true>(w, call)};
             return !w.malformed;
         }
+    }
+    WordCall c = call;
+    if constexpr (W::kOnBytes) {
         if (!w.check()) return false;
         // A negative start has set B already.
         c.start = startPosition(c.frame, c.startRole, m.has(kModB), w.sourceChars);
