@@ -11,7 +11,6 @@
 
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/byte_classes.h"
-#include "module/charset/byte_vectors.h"
 #include "module/charset/utf8_text.h"
 #include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
@@ -55,7 +54,6 @@ struct Utf8Set {
     // bytes, and for lead bytes the answer every wide character gets when
     // nothing can tell them apart, else kAskWide.
     std::uint8_t table[256];
-    bool asciiDecided;          // every ASCII entry of the table is 0 or 1
     AsciiTable listHas;         // the list's ASCII characters
     std::uint8_t sourceMask;    // classTable bits of the classes asked of the source character
     // Handle-side state for characters of more than one byte.
@@ -116,7 +114,6 @@ void buildByteTable(Utf8Set* s) {
     }
     const std::uint8_t negated = s->modifiers.has(kModV) ? 1 : 0;
     const std::uint8_t plainMask = plainClassMask(*s);
-    s->asciiDecided = true;
     if (!anyClass(s->modifiers) && !(s->list != nullptr && s->modifiers.has(kModI))) {
         for (int c = 0; c < 128; ++c) s->table[c] = s->listHas.has[c] ^ negated;
     } else if (plainMask != 0) {
@@ -130,7 +127,6 @@ void buildByteTable(Utf8Set* s) {
             if (s->modifiers.has(letter)) s->sourceMask |= byteClassMask(letter);
         }
         std::memset(s->table, kUnknown, 128);
-        s->asciiDecided = false;
     }
     std::memset(s->table + 0x80, 0, 0x40);
     const bool wideAlike = !s->listHasWide && !s->wideAsksHandle;
@@ -204,66 +200,6 @@ inline bool memberAt(Utf8Set* s, std::int64_t off) {
     return wideMember(s, s->source + off, utf8SequenceBytes(b));
 }
 
-#if defined(__x86_64__)
-
-// Fewer bytes than this are looked up one by one: the nibble tables cost
-// about as much as looking up this many bytes.
-constexpr std::int64_t kVectorMinimum = 48;
-
-// The count of members among data[0..length) when every ASCII entry is
-// decided: the ASCII members 32 bytes at a time from the nibble form of the
-// table without its lead bytes, and each wide character through memberAt.
-// Returns the bytes it covered in *done (a multiple of 32).
-__attribute__((target("avx2,popcnt"))) std::uint64_t countAsciiDecidedAvx2(Utf8Set* s, std::int64_t length,
-                                                                          std::int64_t* done) {
-    std::uint8_t ascii[256];
-    std::memcpy(ascii, s->table, 128);
-    std::memset(ascii + 128, 0, 128);
-    const NibbleSet t = nibbleSetOf(ascii);
-    const __m256i beforeLead = _mm256_set1_epi8(static_cast<char>(0xBF));
-    std::uint64_t count = 0;
-    std::int64_t i = 0;
-    for (; i + 32 <= length; i += 32) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s->source + i));
-        count += static_cast<std::uint64_t>(__builtin_popcount(membersOf(v, t)));
-        // Lead bytes: the top bit set and, as signed bytes, above 0xBF.
-        std::uint32_t leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(v)) &
-                              static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, beforeLead)));
-        for (; leads != 0; leads &= leads - 1) count += memberAt(s, i + __builtin_ctz(leads)) ? 1 : 0;
-    }
-    *done = i;
-    return count;
-}
-
-// The byte offset of the first member in [from, end) when every ASCII entry
-// is decided, looking 32 bytes at a time; -1 when there is none before the
-// last whole vector, whose end *done then tells.
-__attribute__((target("avx2,popcnt"))) std::int64_t firstAsciiDecidedAvx2(Utf8Set* s, std::int64_t from,
-                                                                         std::int64_t end, std::int64_t* done) {
-    std::uint8_t ascii[256];
-    std::memcpy(ascii, s->table, 128);
-    std::memset(ascii + 128, 0, 128);
-    const NibbleSet t = nibbleSetOf(ascii);
-    const __m256i beforeLead = _mm256_set1_epi8(static_cast<char>(0xBF));
-    std::int64_t i = from;
-    for (; i + 32 <= end; i += 32) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s->source + i));
-        const std::uint32_t members = membersOf(v, t);
-        std::uint32_t leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(v)) &
-                              static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, beforeLead)));
-        // Only the wide characters before the first ASCII member can come first.
-        if (members != 0) leads &= (1u << __builtin_ctz(members)) - 1;
-        for (; leads != 0; leads &= leads - 1) {
-            if (memberAt(s, i + __builtin_ctz(leads))) return i + __builtin_ctz(leads);
-        }
-        if (members != 0) return i + __builtin_ctz(members);
-    }
-    *done = i;
-    return -1;
-}
-
-#endif
-
 // The trimmed source's end, in bytes.
 std::int64_t sourceEnd(const Utf8Set& s) {
     const std::int64_t chars = s.parsed.sourceChars;
@@ -307,17 +243,7 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
         }
     }
     const std::int64_t end = sourceEnd(s);
-    std::int64_t off = off0;
-#if defined(__x86_64__)
-    if (s.asciiDecided && end - off0 >= kVectorMinimum && haveAvx2()) {
-        const std::int64_t hit = firstAsciiDecidedAvx2(&s, off0, end, &off);
-        if (hit >= 0) {
-            *result = static_cast<double>(p0 + leadBytes(s.source + off0, hit - off0) + 1);
-            return true;
-        }
-    }
-#endif
-    for (; off < end; ++off) {
+    for (std::int64_t off = off0; off < end; ++off) {
         if (memberAt(&s, off)) {
             *result = static_cast<double>(p0 + leadBytes(s.source + off0, off - off0) + 1);
             return true;
@@ -341,11 +267,7 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     // Decided bytes (0 or 1) are counted straight from the table.
     const std::int64_t end = sourceEnd(s);
     std::uint64_t count = 0;
-    std::int64_t off = 0;
-#if defined(__x86_64__)
-    if (s.asciiDecided && end >= kVectorMinimum && haveAvx2()) count = countAsciiDecidedAvx2(&s, end, &off);
-#endif
-    for (; off < end; ++off) {
+    for (std::int64_t off = 0; off < end; ++off) {
         const std::uint8_t entry = s.table[s.source[off]];
         count += entry < kUnknown ? entry : memberAt(&s, off) ? 1 : 0;
     }
