@@ -2,7 +2,7 @@
 // through the entry routine (which offers them to the UTF-8 paths) and
 // through the handle-walking paths alone: the same status and result on
 // every call. On well-formed text the UTF-8 paths must answer themselves.
-// Long rows take the vector walks as well.
+// Long rows cross the vector widths of the UTF-8 check and counting.
 #include "module/frame/entries.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/workers.h"
