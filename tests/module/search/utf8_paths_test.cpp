@@ -2,6 +2,7 @@
 // through the entry routine (which offers them to the UTF-8 paths) and
 // through the handle-walking paths alone: the same status and result on
 // every call. On well-formed text the UTF-8 paths must answer themselves.
+// Long rows cross the vector widths of the UTF-8 check and counting.
 #include "module/frame/entries.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/workers.h"
@@ -33,7 +34,11 @@ TEST(Utf8Paths, AgreeWithTheHandlePathsOnGeneratedCalls) {
     InProcess p("UTF-8");
     EncodingHandle* h = p.session.encodingHandle();
     Generator g{std::mt19937(20261207)};
-    for (const Alphabets& a : utf8Alphabets()) {
+    std::vector<Alphabets> alphabets = utf8Alphabets();
+    // Rows long enough to be walked a vector at a time, wide characters
+    // falling on either side of each vector's edge.
+    alphabets.push_back({"UTF-8", weighted(kAsciiChars, kWideChars), weighted(kAsciiChars, kWideChars), true, 120});
+    for (const Alphabets& a : alphabets) {
         for (const Function& f : kFunctions) {
             const auto fast = [&](const std::vector<Argument>& args) {
                 std::int32_t status = 0;
