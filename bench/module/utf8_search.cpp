@@ -26,6 +26,8 @@ namespace {
 
 using txscan::contract::ArgumentFrame;
 using txscan::contract::EncodingHandle;
+constexpr auto kFirst = txscan::SearchMode::kFirst;
+constexpr auto kCount = txscan::SearchMode::kCount;
 using txscan::contract::StringValue;
 
 const char* const kPieces[] = {
@@ -88,14 +90,14 @@ struct Call {
 };
 
 const Call kCalls[] = {
-    {"KFIND_de", txscan::kfindEntry, txscan::findMultiByte, {"de"}},
-    {"KFIND_street_i", txscan::kfindEntry, txscan::findMultiByte, {"street", "i"}},
-    {"KCOUNTX_an", txscan::kcountxEntry, txscan::countMultiByte, {"an"}},
-    {"KCOUNTX_o_i", txscan::kcountxEntry, txscan::countMultiByte, {"o", "i"}},
-    {"KFINDC_digits", txscan::kfindcEntry, txscan::findCharMultiByte, {"0123456789"}},
-    {"KFINDC_comma", txscan::kfindcEntry, txscan::findCharMultiByte, {","}},
-    {"KCOUNTC_vowels", txscan::kcountcEntry, txscan::countCharMultiByte, {"aeiou"}},
-    {"KCOUNTC_upper", txscan::kcountcEntry, txscan::countCharMultiByte, {"", "u"}},
+    {"KFIND_de", txscan::kfindEntry, txscan::substringMultiByte<kFirst>, {"de"}},
+    {"KFIND_street_i", txscan::kfindEntry, txscan::substringMultiByte<kFirst>, {"street", "i"}},
+    {"KCOUNTX_an", txscan::kcountxEntry, txscan::substringMultiByte<kCount>, {"an"}},
+    {"KCOUNTX_o_i", txscan::kcountxEntry, txscan::substringMultiByte<kCount>, {"o", "i"}},
+    {"KFINDC_digits", txscan::kfindcEntry, txscan::charSetMultiByte<kFirst>, {"0123456789"}},
+    {"KFINDC_comma", txscan::kfindcEntry, txscan::charSetMultiByte<kFirst>, {","}},
+    {"KCOUNTC_vowels", txscan::kcountcEntry, txscan::charSetMultiByte<kCount>, {"aeiou"}},
+    {"KCOUNTC_upper", txscan::kcountcEntry, txscan::charSetMultiByte<kCount>, {"", "u"}},
 };
 
 enum Way { kMixed, kAscii, kHandle };

@@ -16,6 +16,8 @@ using namespace contract;
 namespace {
 
 using Adapter = std::int32_t (*)(ArgumentFrame*, void*, PerCallRecord*);
+constexpr SearchMode kFirst = SearchMode::kFirst;
+constexpr SearchMode kCount = SearchMode::kCount;
 
 template <Adapter adapter>
 std::int32_t entry(ArgumentFrame* frame, void* result) {
@@ -97,19 +99,21 @@ std::int32_t scanCallAdapter(ArgumentFrame* frame, void*, PerCallRecord* record)
 }  // namespace
 
 std::int32_t kcountxEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countOnBytes, countUtf8, countMultiByte>>(frame, result);
+    return entry<numericAdapter<substringOnBytes<kCount>, substringUtf8<kCount>, substringMultiByte<kCount>>>(
+        frame, result);
 }
 std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countCharOnBytes, countCharUtf8, countCharMultiByte>>(frame, result);
+    return entry<numericAdapter<countCharOnBytes, countCharUtf8, charSetMultiByte<kCount>>>(frame, result);
 }
 std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<countWordsBytes, countWordsUtf8, countWordsMultiByte>>(frame, result);
 }
 std::int32_t kfindEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findOnBytes, findUtf8, findMultiByte>>(frame, result);
+    return entry<numericAdapter<substringOnBytes<kFirst>, substringUtf8<kFirst>, substringMultiByte<kFirst>>>(
+        frame, result);
 }
 std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findCharOnBytes, findCharUtf8, findCharMultiByte>>(frame, result);
+    return entry<numericAdapter<findCharOnBytes, findCharUtf8, charSetMultiByte<kFirst>>>(frame, result);
 }
 std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<findWordBytes, findWordUtf8, findWordMultiByte>>(frame, result);

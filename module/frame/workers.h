@@ -11,6 +11,7 @@
 
 #include "module/abi/argument_frame.h"
 #include "module/abi/encoding.h"
+#include "module/search/substring_scan.h"
 
 namespace txscan {
 
@@ -24,26 +25,26 @@ using contract::StringValue;
 // changed nothing, when it leaves the call to the multi-byte path (malformed
 // text, or a call it does not cover); otherwise *status is the call's status.
 
-// KCOUNTX and KFIND. The UTF-8 paths take the whole source's character
-// count, or -1 when the source is not well-formed (they then decline).
-bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-               std::int32_t* status);
-bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-              std::int32_t* status);
-std::int32_t countOnBytes(ArgumentFrame* frame, double* result);
-std::int32_t countMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
-std::int32_t findOnBytes(ArgumentFrame* frame, double* result);
-std::int32_t findMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+// KFIND (mode kFirst) and KCOUNTX (kCount). The UTF-8 path takes the whole
+// source's character count, or -1 when the source is not well-formed (it
+// then declines).
+template <SearchMode Mode>
+bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                   std::int32_t* status);
+template <SearchMode Mode>
+std::int32_t substringOnBytes(ArgumentFrame* frame, double* result);
+template <SearchMode Mode>
+std::int32_t substringMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
-// KCOUNTC and KFINDC
+// KCOUNTC and KFINDC (the multi-byte path in mode kFirst or kCount)
 bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                    std::int32_t* status);
 bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                   std::int32_t* status);
 std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result);
-std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result);
-std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+template <SearchMode Mode>
+std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
 // KCOUNTW and KFINDW
 bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);

@@ -1,6 +1,6 @@
-// The multi-byte paths of KFINDC (findCharMultiByte) and KCOUNTC
-// (countCharMultiByte): each source character is tested against the list
-// and the class letters through the session's EncodingHandle.
+// The multi-byte paths of KFINDC and KCOUNTC (charSetMultiByte): each source
+// character is tested against the list and the class letters through the
+// session's EncodingHandle.
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/char_decision.h"
 #include "module/frame/encoding_ops.h"
@@ -38,24 +38,25 @@ bool isMember(Membership* m) {
     return (listed || memberBeyondListFromHandle(m->questions, source, held)) != m->negated;
 }
 
-bool hasCharacters(const ArgumentFrame* frame, int k) {
-    const StringValue* value = frame->string(k);
-    return value != nullptr && value->length >= 1;
-}
-
 }  // namespace
 
-std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
+template <SearchMode Mode>
+std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
+    constexpr bool finding = Mode == SearchMode::kFirst;
     ArgumentRoles roles;
-    if (std::int32_t clash = findCharRoles(frame, &roles)) return clash;
-    if (h == nullptr) return kStatusInvalidArgument;
-    *result = 0.0;
-    if (!hasCharacters(frame, 1)) return kStatusOk;
-
+    if constexpr (finding) {
+        if (std::int32_t clash = findCharRoles(frame, &roles)) return clash;
+    } else {
+        roles = countRoles(frame, true);
+    }
     ParsedArguments parsed;
     ModifierSet modifiers;
-    interpretArguments(frame, h, roles, &parsed, &modifiers, wide, kCallFinding);
-    if (modifiers.has(kModK)) {
+    if (std::int32_t status = readMultiByteCall(frame, h, roles, wide, finding ? kCallFinding : kCallCounting, result,
+                                                &parsed, &modifiers)) {
+        return status;
+    }
+    // K negates the set of a search like V; a count only V negates.
+    if (finding && modifiers.has(kModK)) {
         modifiers.clear(kModK);
         modifiers.set(kModV);
     }
@@ -69,46 +70,24 @@ std::int32_t findCharMultiByte(ArgumentFrame* frame, double* result, EncodingHan
 
     Membership membership;
     setupMembership(&membership, h, &parsed, &modifiers);
+    std::uint64_t count = 0;
     while (p >= 0 && p < parsed.sourceChars) {
         if (isMember(&membership)) {
-            *result = static_cast<double>(p + 1);
-            return kStatusOk;
+            if constexpr (finding) {
+                *result = static_cast<double>(p + 1);
+                return kStatusOk;
+            }
+            ++count;
         }
         p += step;
         if (p < 0 || p >= parsed.sourceChars) break;
         if (enc::seekChars(h, &parsed.source, kSeekFromCurrent, step) == kSeekOutside) break;
     }
+    if constexpr (!finding) *result = static_cast<double>(count);
     return kStatusOk;
 }
 
-std::int32_t countCharMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
-    const ArgumentRoles roles = countRoles(frame, true);
-    if (h == nullptr) return kStatusInvalidArgument;
-    *result = 0.0;
-    if (!hasCharacters(frame, 1)) return kStatusOk;
-
-    ParsedArguments parsed;
-    ModifierSet modifiers;
-    interpretArguments(frame, h, roles, &parsed, &modifiers, wide, kCallCounting);
-    // K has no effect on this path: only V negates a count.
-    if (parsed.sourceChars == 0) return kStatusOk;
-    if (parsed.start == 0 && !modifiers.has(kModM)) return kStatusOk;
-
-    const std::int64_t step = modifiers.has(kModB) ? -1 : 1;
-    std::int64_t p = parsed.start - 1;
-    if (p < 0 || enc::seekChars(h, &parsed.source, kSeekFromStart, p) == kSeekOutside) return kStatusOk;
-
-    Membership membership;
-    setupMembership(&membership, h, &parsed, &modifiers);
-    std::uint64_t count = 0;
-    while (p >= 0 && p < parsed.sourceChars) {
-        count += isMember(&membership) ? 1 : 0;
-        p += step;
-        if (p < 0 || p >= parsed.sourceChars) break;
-        if (enc::seekChars(h, &parsed.source, kSeekFromCurrent, step) == kSeekOutside) break;
-    }
-    *result = static_cast<double>(count);
-    return kStatusOk;
-}
+template std::int32_t charSetMultiByte<SearchMode::kFirst>(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
+template std::int32_t charSetMultiByte<SearchMode::kCount>(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 
 }  // namespace txscan

@@ -1,6 +1,6 @@
 // Which argument plays which role in a multi-byte call of KFIND, KCOUNTX,
 // KFINDC and KCOUNTC, read once for the handle-walking paths and the UTF-8
-// paths alike.
+// paths alike; and how the handle-walking paths open a call.
 #pragma once
 
 #include <cstdint>
@@ -50,6 +50,24 @@ inline std::int32_t findCharRoles(contract::ArgumentFrame* frame, ArgumentRoles*
     roles->start = static_cast<std::uint32_t>(found.start);
     roles->modifiers = static_cast<std::uint32_t>(found.modifiers);
     return 0;
+}
+
+// Every handle-walking search starts here: no handle is an invalid call; an
+// absent or empty source leaves sourceChars 0 (nothing found, result 0)
+// without reading the other arguments.
+inline std::int32_t readMultiByteCall(contract::ArgumentFrame* frame, contract::EncodingHandle* h,
+                                      const ArgumentRoles& roles, std::uint8_t wide, std::int32_t kind,
+                                      double* result, ParsedArguments* parsed, ModifierSet* modifiers) {
+    if (h == nullptr) return contract::kStatusInvalidArgument;
+    *result = 0.0;
+    const contract::StringValue* source = frame->string(1);
+    if (source == nullptr || source->length < 1) {
+        parsed->sourceChars = 0;
+        *modifiers = ModifierSet{};
+        return contract::kStatusOk;
+    }
+    interpretArguments(frame, h, roles, parsed, modifiers, wide, kind);
+    return contract::kStatusOk;
 }
 
 }  // namespace txscan

@@ -1,5 +1,6 @@
-// The byte paths of KFIND (findOnBytes) and KCOUNTX (countOnBytes): one byte is
-// one character, and case folding goes through the session's upcaseMap.
+// The byte paths of KFIND and KCOUNTX (substringOnBytes): one byte is one
+// character, and case folding goes through the session's upcaseMap. KCOUNTX
+// has no start and no direction: it always searches the whole source.
 #include <cstring>
 
 #include "module/charset/letter_table.h"
@@ -23,6 +24,8 @@ constexpr LetterTable kCountLetters = makeLetterTable("COUNT", "IOT", false);
 struct Bytes {
     const char* data;
     std::int64_t length;
+
+    const std::uint8_t* bytes() const { return reinterpret_cast<const std::uint8_t*>(data); }
 };
 
 Bytes bytesOf(const ArgumentFrame* frame, int k) {
@@ -39,70 +42,58 @@ ByteModifiers modifiersOf(const ArgumentFrame* frame, int k, const LetterTable& 
 
 }  // namespace
 
-std::int32_t findOnBytes(ArgumentFrame* frame, double* result) {
+template <SearchMode Mode>
+std::int32_t substringOnBytes(ArgumentFrame* frame, double* result) {
+    constexpr bool finding = Mode == SearchMode::kFirst;
+    const Bytes source = bytesOf(frame, 1);
+    const Bytes search = bytesOf(frame, 2);
+    // KFIND reads both lengths as 32-bit values.
+    std::int64_t length = finding ? static_cast<std::int32_t>(source.length) : source.length;
+    std::int64_t m = finding ? static_cast<std::int32_t>(search.length) : search.length;
     // Two arguments: the whole source rightwards, and no roles, start or
-    // modifiers to read, which on short rows cost more than the search.
+    // modifiers to read, which on short rows cost more than the search. A
+    // position of -1 (not found) stores 0.
     if (frame->argCount <= 2) {
-        const Bytes source = bytesOf(frame, 1);
-        const Bytes search = bytesOf(frame, 2);
-        const auto length = static_cast<std::int32_t>(source.length);
-        const auto m = static_cast<std::int32_t>(search.length);
-        *result = 0.0;
-        if (m <= 0 || length < m) return kStatusOk;
-        const Pattern pattern{reinterpret_cast<const std::uint8_t*>(search.data), m, false};
-        const std::int64_t at = findFirstOccurrence(reinterpret_cast<const std::uint8_t*>(source.data), length, pattern);
-        if (at >= 0) *result = static_cast<double>(at + 1);
+        std::int64_t found = finding ? -1 : 0;
+        if (m > 0) found = searchBytes<Mode>(source.bytes(), length, {search.bytes(), m, false});
+        *result = static_cast<double>(finding ? found + 1 : found);
         return kStatusOk;
     }
-    StartAndModifiers roles;
-    if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustBeCharacter, &roles)) {
-        return status;
-    }
-    // Both lengths are read as 32-bit values on this path.
-    const Bytes source = bytesOf(frame, 1);
-    SearchRegion region;
-    std::int32_t status = kStatusOk;
-    if (regionFromStart(frame, roles.start, source.data, static_cast<std::int32_t>(source.length), &region, result,
-                        &status) == RegionResult::Done) {
-        return status;
+    SearchRegion region{source.bytes(), 0, 1, false};
+    int modifierArg = 3;
+    if constexpr (finding) {
+        StartAndModifiers roles;
+        if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustBeCharacter, &roles)) {
+            return status;
+        }
+        std::int32_t status = kStatusOk;
+        if (regionFromStart(frame, roles.start, source.data, static_cast<std::int32_t>(length), &region, result,
+                            &status) == RegionResult::Done) {
+            return status;
+        }
+        modifierArg = roles.modifiers;
+        length = region.length;
     }
 
-    const ByteModifiers modifiers = modifiersOf(frame, roles.modifiers, kFindLetters);
-    const Bytes search = bytesOf(frame, 2);
-    std::int32_t m = static_cast<std::int32_t>(search.length);
+    const ByteModifiers modifiers = modifiersOf(frame, modifierArg, finding ? kFindLetters : kCountLetters);
     if (modifiers.flags.has(kModT)) {
-        region.length = static_cast<std::int32_t>(
-            trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
-        m = static_cast<std::int32_t>(trimTrailingBlanks(search.data, m));
-    }
-
-    *result = 0.0;
-    if (m <= 0 || region.length <= 0) return kStatusOk;
-    const Pattern pattern{reinterpret_cast<const std::uint8_t*>(search.data), m, modifiers.flags.has(kModI)};
-    const std::int64_t at = region.leftwards ? findLastOccurrence(region.data, region.length, pattern)
-                                             : findFirstOccurrence(region.data, region.length, pattern);
-    if (at >= 0) *result = static_cast<double>(static_cast<std::int32_t>(region.base + at));
-    return kStatusOk;
-}
-
-std::int32_t countOnBytes(ArgumentFrame* frame, double* result) {
-    const ByteModifiers modifiers = modifiersOf(frame, frame->argCount > 2 ? 3 : 0, kCountLetters);
-    const Bytes source = bytesOf(frame, 1);
-    const Bytes search = bytesOf(frame, 2);
-    std::int64_t length = source.length;
-    std::int64_t m = search.length;
-    if (modifiers.flags.has(kModT)) {
-        length = trimTrailingBlanks(source.data, length);
+        length = trimTrailingBlanks(reinterpret_cast<const char*>(region.data), length);
         m = trimTrailingBlanks(search.data, m);
     }
-
-    std::int64_t count = 0;
-    if (m > 0) {
-        const Pattern pattern{reinterpret_cast<const std::uint8_t*>(search.data), m, modifiers.flags.has(kModI)};
-        count = countOccurrences(reinterpret_cast<const std::uint8_t*>(source.data), length, pattern);
+    *result = 0.0;
+    if (m <= 0 || length <= 0) return kStatusOk;
+    const Pattern pattern{search.bytes(), m, modifiers.flags.has(kModI)};
+    if constexpr (!finding) {
+        *result = static_cast<double>(searchBytes<Mode>(region.data, length, pattern));
+    } else {
+        const std::int64_t at = region.leftwards ? searchBytes<SearchMode::kLast>(region.data, length, pattern)
+                                                 : searchBytes<SearchMode::kFirst>(region.data, length, pattern);
+        if (at >= 0) *result = static_cast<double>(static_cast<std::int32_t>(region.base + at));
     }
-    *result = static_cast<double>(count);
     return kStatusOk;
 }
+
+template std::int32_t substringOnBytes<SearchMode::kFirst>(ArgumentFrame*, double*);
+template std::int32_t substringOnBytes<SearchMode::kCount>(ArgumentFrame*, double*);
 
 }  // namespace txscan

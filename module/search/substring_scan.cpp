@@ -53,13 +53,22 @@ inline bool innerMatches(const std::uint8_t* at, const std::uint8_t* p, std::int
     return m <= 2 || matchesAt<Caseless>(at + 1, p + 1, m - 2, upper);
 }
 
-template <bool Caseless>
-std::int64_t forwardPlain(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
-                          std::int64_t m, const std::uint8_t* upper) {
-    for (std::int64_t a = from; a <= lastAlign; ++a) {
-        if (sameByte<Caseless>(t[a], p[0], upper) && matchesAt<Caseless>(t + a, p, m, upper)) return a;
+// One forward walk finds (stopping at the first match) and counts (going on
+// past each match, as occurrences do not overlap).
+template <SearchMode Mode, bool Caseless>
+std::int64_t forwardPlain(const std::uint8_t* t, std::int64_t lastAlign, const std::uint8_t* p, std::int64_t m,
+                          const std::uint8_t* upper) {
+    std::int64_t n = 0;
+    for (std::int64_t a = 0; a <= lastAlign;) {
+        if (sameByte<Caseless>(t[a], p[0], upper) && matchesAt<Caseless>(t + a, p, m, upper)) {
+            if constexpr (Mode == SearchMode::kFirst) return a;
+            ++n;
+            a += m;
+        } else {
+            ++a;
+        }
     }
-    return -1;
+    return Mode == SearchMode::kFirst ? -1 : n;
 }
 
 template <bool Caseless>
@@ -105,14 +114,6 @@ __attribute__((target("avx2"))) bool caseImages(std::uint8_t firstByte, std::uin
     return firstFound > 0 && lastFound > 0;
 }
 
-bool endImages(const std::uint8_t* p, std::int64_t m, bool caseless, const std::uint8_t* upper, EndImages* images) {
-    if (!caseless) {
-        *images = {{p[0], p[0]}, {p[m - 1], p[m - 1]}};
-        return true;
-    }
-    return caseImages(p[0], p[m - 1], upper, images);
-}
-
 struct Avx2Filter {
     __m256i first0, first1, last0, last1;
 };
@@ -136,31 +137,42 @@ __attribute__((target("avx2"))) inline Avx2Filter makeFilter(const EndImages& e)
             _mm256_set1_epi8(static_cast<char>(e.last[0])), _mm256_set1_epi8(static_cast<char>(e.last[1]))};
 }
 
-// Alignments from..lastAlign (lastAlign >= kBlock - 1); every load stays
-// inside t[0..lastAlign + m). The alignments left after the whole blocks are
+// Alignments 0..lastAlign (lastAlign >= kBlock - 1); every load stays inside
+// t[0..lastAlign + m). The alignments left after the whole blocks are
 // examined by one more block ending at lastAlign, with the bits of the
-// alignments already seen cleared, instead of one by one.
-template <bool Caseless>
-__attribute__((target("avx2"))) std::int64_t forwardAvx2(const std::uint8_t* t, std::int64_t from,
-                                                         std::int64_t lastAlign, const std::uint8_t* p,
-                                                         std::int64_t m, const EndImages& images,
-                                                         const std::uint8_t* upper) {
+// alignments already seen cleared, instead of one by one. When counting,
+// candidates below `next` lie inside the previous match and are dropped.
+template <SearchMode Mode, bool Caseless>
+__attribute__((target("avx2,popcnt"))) std::int64_t forwardAvx2(const std::uint8_t* t, std::int64_t lastAlign,
+                                                                const std::uint8_t* p, std::int64_t m,
+                                                                const EndImages& images, const std::uint8_t* upper) {
     const Avx2Filter f = makeFilter(images);
-    for (std::int64_t a = from; a <= lastAlign; a += kBlock) {
-        std::uint32_t hits;
-        std::int64_t block = a;
-        if (a + kBlock - 1 <= lastAlign) {
-            hits = candidates<Caseless>(t + a, m, f);
-        } else {
-            block = lastAlign - (kBlock - 1);
-            hits = candidates<Caseless>(t + block, m, f) & (~0u << (a - block));
+    std::int64_t n = 0;
+    std::int64_t next = 0;
+    for (std::int64_t a = 0; a <= lastAlign; a += kBlock) {
+        const std::int64_t block = a + kBlock - 1 <= lastAlign ? a : lastAlign - (kBlock - 1);
+        const std::int64_t firstWanted = next > a ? next : a;
+        if (firstWanted - block >= kBlock) continue;
+        std::uint32_t hits = candidates<Caseless>(t + block, m, f) & (~0u << (firstWanted - block));
+        if (Mode == SearchMode::kCount && m == 1) {
+            // Every candidate of a one-byte pattern is a match, and none overlap.
+            n += __builtin_popcount(hits);
+            continue;
         }
-        for (; hits != 0; hits &= hits - 1) {
+        while (hits != 0) {
             const std::int64_t at = block + __builtin_ctz(hits);
-            if (innerMatches<Caseless>(t + at, p, m, upper)) return at;
+            if (!innerMatches<Caseless>(t + at, p, m, upper)) {
+                hits &= hits - 1;
+                continue;
+            }
+            if constexpr (Mode == SearchMode::kFirst) return at;
+            ++n;
+            next = at + m;
+            if (next - block >= kBlock) break;
+            hits &= ~0u << (next - block);
         }
     }
-    return -1;
+    return Mode == SearchMode::kFirst ? -1 : n;
 }
 
 template <bool Caseless>
@@ -186,136 +198,50 @@ __attribute__((target("avx2"))) std::int64_t backwardAvx2(const std::uint8_t* t,
     return -1;
 }
 
+// Whether the vector filter applies to this search, and its images if so.
 template <bool Caseless>
-std::int64_t forwardFrom(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
-                         std::int64_t m, const EndImages* images, const std::uint8_t* upper) {
-    if (images != nullptr) return forwardAvx2<Caseless>(t, from, lastAlign, p, m, *images, upper);
-    return forwardPlain<Caseless>(t, from, lastAlign, p, m, upper);
+bool vectorImages(std::int64_t lastAlign, const std::uint8_t* p, std::int64_t m, const std::uint8_t* upper,
+                  EndImages* images) {
+    if (lastAlign < kBlock - 1 || !haveAvx2()) return false;
+    if constexpr (Caseless) return caseImages(p[0], p[m - 1], upper, images);
+    *images = {{p[0], p[0]}, {p[m - 1], p[m - 1]}};
+    return true;
 }
-
-// The filter's images when the vector path applies to this search, else null.
-const EndImages* vectorImages(std::int64_t lastAlign, const Pattern& pattern, const std::uint8_t* upper,
-                              EndImages* storage) {
-    if (lastAlign < kBlock - 1 || !haveAvx2()) return nullptr;
-    return endImages(pattern.data, pattern.length, pattern.caseless, upper, storage) ? storage : nullptr;
-}
-
-#else
-
-template <bool Caseless>
-std::int64_t forwardFrom(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
-                         std::int64_t m, const EndImages*, const std::uint8_t* upper) {
-    return forwardPlain<Caseless>(t, from, lastAlign, p, m, upper);
-}
-const EndImages* vectorImages(std::int64_t, const Pattern&, const std::uint8_t*, EndImages*) { return nullptr; }
 
 #endif
 
-template <bool Caseless>
-std::int64_t countPlain(const std::uint8_t* t, std::int64_t from, std::int64_t lastAlign, const std::uint8_t* p,
-                        std::int64_t m, const std::uint8_t* upper) {
-    std::int64_t n = 0;
-    for (std::int64_t a = from; a <= lastAlign;) {
-        if (sameByte<Caseless>(t[a], p[0], upper) && matchesAt<Caseless>(t + a, p, m, upper)) {
-            ++n;
-            a += m;
-        } else {
-            ++a;
-        }
-    }
-    return n;
-}
-
+template <SearchMode Mode, bool Caseless>
+std::int64_t walk(const std::uint8_t* t, std::int64_t lastAlign, const std::uint8_t* p, std::int64_t m,
+                  const std::uint8_t* upper) {
 #if defined(__x86_64__)
-
-// Candidates below `next` lie inside the previous match and are dropped.
-template <bool Caseless>
-__attribute__((target("avx2,popcnt"))) std::int64_t countAvx2(const std::uint8_t* t, std::int64_t lastAlign,
-                                                              const std::uint8_t* p, std::int64_t m,
-                                                              const EndImages& images, const std::uint8_t* upper) {
-    const Avx2Filter f = makeFilter(images);
-    std::int64_t n = 0;
-    std::int64_t next = 0;
-    for (std::int64_t a = 0; a <= lastAlign; a += kBlock) {
-        std::int64_t block = a;
-        std::int64_t firstWanted = next > a ? next : a;
-        if (a + kBlock - 1 > lastAlign) block = lastAlign - (kBlock - 1);
-        if (firstWanted - block >= kBlock) continue;
-        std::uint32_t hits = candidates<Caseless>(t + block, m, f) & (~0u << (firstWanted - block));
-        if (m == 1) {
-            // Every candidate of a one-byte pattern is a match, and none overlap.
-            n += __builtin_popcount(hits);
-            continue;
-        }
-        while (hits != 0) {
-            const std::int64_t at = block + __builtin_ctz(hits);
-            if (!innerMatches<Caseless>(t + at, p, m, upper)) {
-                hits &= hits - 1;
-                continue;
-            }
-            ++n;
-            next = at + m;
-            if (next - block >= kBlock) break;
-            hits &= ~0u << (next - block);
-        }
+    EndImages images;
+    if (vectorImages<Caseless>(lastAlign, p, m, upper, &images)) {
+        if constexpr (Mode == SearchMode::kLast) return backwardAvx2<Caseless>(t, lastAlign, p, m, images, upper);
+        return forwardAvx2<Mode, Caseless>(t, lastAlign, p, m, images, upper);
     }
-    return n;
-}
-
 #endif
-
-template <bool Caseless>
-std::int64_t countFrom(const std::uint8_t* t, std::int64_t lastAlign, const std::uint8_t* p, std::int64_t m,
-                       const EndImages* images, const std::uint8_t* upper) {
-#if defined(__x86_64__)
-    if (images != nullptr) return countAvx2<Caseless>(t, lastAlign, p, m, *images, upper);
-#endif
-    (void)images;
-    return countPlain<Caseless>(t, 0, lastAlign, p, m, upper);
+    if constexpr (Mode == SearchMode::kLast) return backwardPlain<Caseless>(t, lastAlign, p, m, upper);
+    return forwardPlain<Mode, Caseless>(t, lastAlign, p, m, upper);
 }
 
 }  // namespace
 
-std::int64_t findFirstOccurrence(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
+template <SearchMode Mode>
+std::int64_t searchBytes(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
     const std::int64_t m = pattern.length;
     const std::int64_t lastAlign = length - m;
-    if (m < 1 || lastAlign < 0) return -1;
-    if (m == 1 && !pattern.caseless) {
+    if (m < 1 || lastAlign < 0) return Mode == SearchMode::kCount ? 0 : -1;
+    if (Mode == SearchMode::kFirst && m == 1 && !pattern.caseless) {
         const void* at = std::memchr(text, pattern.data[0], static_cast<std::size_t>(length));
         return at == nullptr ? -1 : static_cast<const std::uint8_t*>(at) - text;
     }
     const std::uint8_t* upper = host().upcaseMap;
-    EndImages storage;
-    const EndImages* images = vectorImages(lastAlign, pattern, upper, &storage);
-    return pattern.caseless ? forwardFrom<true>(text, 0, lastAlign, pattern.data, m, images, upper)
-                            : forwardFrom<false>(text, 0, lastAlign, pattern.data, m, images, upper);
+    return pattern.caseless ? walk<Mode, true>(text, lastAlign, pattern.data, m, upper)
+                            : walk<Mode, false>(text, lastAlign, pattern.data, m, upper);
 }
 
-std::int64_t findLastOccurrence(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
-    const std::int64_t m = pattern.length;
-    const std::int64_t lastAlign = length - m;
-    if (m < 1 || lastAlign < 0) return -1;
-    const std::uint8_t* upper = host().upcaseMap;
-#if defined(__x86_64__)
-    EndImages storage;
-    if (const EndImages* images = vectorImages(lastAlign, pattern, upper, &storage)) {
-        return pattern.caseless ? backwardAvx2<true>(text, lastAlign, pattern.data, m, *images, upper)
-                                : backwardAvx2<false>(text, lastAlign, pattern.data, m, *images, upper);
-    }
-#endif
-    return pattern.caseless ? backwardPlain<true>(text, lastAlign, pattern.data, m, upper)
-                            : backwardPlain<false>(text, lastAlign, pattern.data, m, upper);
-}
-
-std::int64_t countOccurrences(const std::uint8_t* text, std::int64_t length, const Pattern& pattern) {
-    const std::int64_t m = pattern.length;
-    const std::int64_t lastAlign = length - m;
-    if (m < 1 || lastAlign < 0) return 0;
-    const std::uint8_t* upper = host().upcaseMap;
-    EndImages storage;
-    const EndImages* images = vectorImages(lastAlign, pattern, upper, &storage);
-    return pattern.caseless ? countFrom<true>(text, lastAlign, pattern.data, m, images, upper)
-                            : countFrom<false>(text, lastAlign, pattern.data, m, images, upper);
-}
+template std::int64_t searchBytes<SearchMode::kFirst>(const std::uint8_t*, std::int64_t, const Pattern&);
+template std::int64_t searchBytes<SearchMode::kLast>(const std::uint8_t*, std::int64_t, const Pattern&);
+template std::int64_t searchBytes<SearchMode::kCount>(const std::uint8_t*, std::int64_t, const Pattern&);
 
 }  // namespace txscan

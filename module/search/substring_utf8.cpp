@@ -1,4 +1,4 @@
-// The UTF-8 paths of KFIND (findUtf8) and KCOUNTX (countUtf8): the answers of
+// The UTF-8 paths of KFIND and KCOUNTX (substringUtf8): the answers of
 // the handle-walking paths (same starts, directions, trimming and steps),
 // found on the bytes. An exact search is a byte search, since well-formed
 // UTF-8 matches only at character boundaries. A caseless one compares
@@ -91,28 +91,40 @@ bool caseless(const Utf8Search& s) { return s.modifiers.has(kModI); }
 
 Pattern exactPattern(const Utf8Search& s) { return {s.needle.data, s.needle.bytes, false}; }
 
-// Lowest match at character p0 or after, ending by character `limit`; -1 if none.
-std::int64_t firstMatch(Utf8Search* s, std::int64_t p0, std::int64_t off0, std::int64_t limit) {
-    const std::int64_t chars = s->parsed.secondChars;
+// Matches from character p0 (at byte off0) rightwards, ending by character
+// `limit`: the lowest one's position (-1 if none), or how many do not
+// overlap.
+template <SearchMode Mode>
+std::int64_t forwardMatches(Utf8Search* s, std::int64_t p0, std::int64_t off0, std::int64_t limit) {
     if (!caseless(*s)) {
         const std::int64_t end = sourceOffset(*s, limit);
-        if (end - off0 < s->needle.bytes) return -1;
-        const std::int64_t a = findFirstOccurrence(s->source.data + off0, end - off0, exactPattern(*s));
+        const std::int64_t a = searchBytes<Mode>(s->source.data + off0, end - off0, exactPattern(*s));
+        if constexpr (Mode == SearchMode::kCount) return a;
         return a < 0 ? -1 : p0 + leadBytes(s->source.data + off0, a);
     }
+    const std::int64_t chars = s->parsed.secondChars;
+    std::int64_t count = 0;
     std::int64_t off = off0;
-    for (std::int64_t p = p0; p + chars <= limit; ++p) {
-        if (mayMatchAt(*s, off) && caselessMatchAt(s, off) >= 0) return p;
+    for (std::int64_t p = p0; p + chars <= limit;) {
+        const std::int64_t matchEnd = mayMatchAt(*s, off) ? caselessMatchAt(s, off) : -1;
+        if (matchEnd >= 0) {
+            if constexpr (Mode == SearchMode::kFirst) return p;
+            ++count;
+            off = matchEnd;
+            p += chars;
+            continue;
+        }
         off += utf8SequenceBytes(s->source.data[off]);
+        ++p;
     }
-    return -1;
+    return Mode == SearchMode::kFirst ? -1 : count;
 }
 
 // Highest match ending by character `limit`; -1 if none.
 std::int64_t lastMatch(Utf8Search* s, std::int64_t limit) {
     const std::int64_t end = sourceOffset(*s, limit);
     if (!caseless(*s)) {
-        const std::int64_t a = findLastOccurrence(s->source.data, end, exactPattern(*s));
+        const std::int64_t a = searchBytes<SearchMode::kLast>(s->source.data, end, exactPattern(*s));
         return a < 0 ? -1 : leadBytes(s->source.data, a);
     }
     std::int64_t p = limit - s->parsed.secondChars;
@@ -123,31 +135,6 @@ std::int64_t lastMatch(Utf8Search* s, std::int64_t limit) {
         if (p == 0) return -1;
         off = utf8PreviousStart(s->source.data, off);
     }
-}
-
-// Non-overlapping matches within the first `limit` characters. Taken from the
-// right they are as many as from the left: both greedy walks pick a largest
-// set of disjoint matches of one length.
-std::uint64_t countMatches(Utf8Search* s, std::int64_t limit) {
-    if (!caseless(*s)) {
-        const std::int64_t end = sourceOffset(*s, limit);
-        return static_cast<std::uint64_t>(countOccurrences(s->source.data, end, exactPattern(*s)));
-    }
-    const std::int64_t chars = s->parsed.secondChars;
-    std::uint64_t count = 0;
-    std::int64_t off = 0;
-    for (std::int64_t p = 0; p + chars <= limit;) {
-        const std::int64_t matchEnd = mayMatchAt(*s, off) ? caselessMatchAt(s, off) : -1;
-        if (matchEnd >= 0) {
-            ++count;
-            off = matchEnd;
-            p += chars;
-            continue;
-        }
-        off += utf8SequenceBytes(s->source.data[off]);
-        ++p;
-    }
-    return count;
 }
 
 // With two arguments the search is exact over the whole source, which on
@@ -171,59 +158,55 @@ Text wholeSource(const ArgumentFrame* frame) {
 
 }  // namespace
 
-bool findUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-                  std::int32_t* status) {
+template <SearchMode Mode>
+bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                   std::int32_t* status) {
+    constexpr bool finding = Mode == SearchMode::kFirst;
     Text needle;
     if (frame->argCount == 2 && sourceChars > 0 && twoArgumentNeedle(frame, &needle)) {
         const Text source = wholeSource(frame);
         *status = kStatusOk;
         *result = 0.0;
         if (needle.bytes == 0) return true;
-        const std::int64_t at = findFirstOccurrence(source.data, source.bytes, {needle.data, needle.bytes, false});
-        if (at >= 0) *result = static_cast<double>(leadBytes(source.data, at) + 1);
+        const std::int64_t found = searchBytes<Mode>(source.data, source.bytes, {needle.data, needle.bytes, false});
+        if constexpr (!finding) {
+            *result = static_cast<double>(found);
+        } else if (found >= 0) {
+            *result = static_cast<double>(leadBytes(source.data, found) + 1);
+        }
         return true;
     }
-    const ArgumentRoles roles = findRoles(frame);
     Utf8Search s;
-    if (!readCall(frame, h, roles, kCallFinding, sourceChars, &s)) return false;
+    if (!readCall(frame, h, finding ? findRoles(frame) : countRoles(frame, false),
+                  finding ? kCallFinding : kCallCounting, sourceChars, &s)) {
+        return false;
+    }
     *status = kStatusOk;
     *result = 0.0;
     const ParsedArguments& parsed = s.parsed;
-    if (parsed.sourceChars == 0 || parsed.secondChars == 0 || !parsed.secondSet) return true;
+    // An absent search string has no characters either.
+    if (parsed.sourceChars == 0 || parsed.secondChars == 0) return true;
+    if constexpr (!finding) {
+        // Taken from the right, non-overlapping matches are as many as from
+        // the left: both greedy walks pick a largest set of disjoint matches
+        // of one length. So either direction walks the whole trimmed source.
+        *result = static_cast<double>(forwardMatches<Mode>(&s, 0, 0, parsed.sourceChars));
+        return true;
+    }
     if (parsed.start == 0 && !s.modifiers.has(kModM)) return true;
-
     const std::int64_t p0 = parsed.start - 1;
     const std::int64_t off0 = sourceOffset(s, p0);
     if (off0 < 0 || off0 == s.source.bytes) return true;   // no character p0 to start at
     // A leftward match must end at or before the start position.
     const std::int64_t p = s.modifiers.has(kModB) ? lastMatch(&s, parsed.start)
-                                                   : firstMatch(&s, p0, off0, parsed.sourceChars);
+                                                   : forwardMatches<Mode>(&s, p0, off0, parsed.sourceChars);
     if (p >= 0) *result = static_cast<double>(p + 1);
     return true;
 }
 
-bool countUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-                  std::int32_t* status) {
-    Text needle;
-    if (frame->argCount == 2 && sourceChars > 0 && twoArgumentNeedle(frame, &needle)) {
-        const Text source = wholeSource(frame);
-        *status = kStatusOk;
-        *result = 0.0;
-        if (needle.bytes > 0) {
-            *result = static_cast<double>(countOccurrences(source.data, source.bytes, {needle.data, needle.bytes, false}));
-        }
-        return true;
-    }
-    const ArgumentRoles roles = countRoles(frame, false);
-    Utf8Search s;
-    if (!readCall(frame, h, roles, kCallCounting, sourceChars, &s)) return false;
-    *status = kStatusOk;
-    *result = 0.0;
-    if (s.parsed.sourceChars == 0 || s.parsed.secondChars == 0) return true;
-    // Either direction walks the whole trimmed source: from the left, or
-    // from its last character leftwards.
-    *result = static_cast<double>(countMatches(&s, s.parsed.sourceChars));
-    return true;
-}
+template bool substringUtf8<SearchMode::kFirst>(ArgumentFrame*, double*, EncodingHandle*, std::int64_t,
+                                                std::int32_t*);
+template bool substringUtf8<SearchMode::kCount>(ArgumentFrame*, double*, EncodingHandle*, std::int64_t,
+                                                std::int32_t*);
 
 }  // namespace txscan

@@ -15,6 +15,8 @@
 namespace {
 
 using txscan::Pattern;
+using txscan::searchBytes;
+using txscan::SearchMode;
 
 // The standard library's plain searches with a byte comparison through the
 // session's upper-case map as the oracle.
@@ -68,9 +70,9 @@ TEST(SubstringScan, AgreesWithPlainScan) {
             SCOPED_TRACE(::testing::Message() << "trial " << trial << " caseless " << caseless);
             const Pattern p{pattern.data(), static_cast<std::int64_t>(pattern.size()), caseless};
             const auto n = static_cast<std::int64_t>(text.size());
-            ASSERT_EQ(reference.first(text, pattern, caseless), txscan::findFirstOccurrence(text.data(), n, p));
-            ASSERT_EQ(reference.last(text, pattern, caseless), txscan::findLastOccurrence(text.data(), n, p));
-            ASSERT_EQ(reference.count(text, pattern, caseless), txscan::countOccurrences(text.data(), n, p));
+            ASSERT_EQ(reference.first(text, pattern, caseless), searchBytes<SearchMode::kFirst>(text.data(), n, p));
+            ASSERT_EQ(reference.last(text, pattern, caseless), searchBytes<SearchMode::kLast>(text.data(), n, p));
+            ASSERT_EQ(reference.count(text, pattern, caseless), searchBytes<SearchMode::kCount>(text.data(), n, p));
         }
     }
 }

@@ -17,6 +17,8 @@ namespace {
 using namespace txtest;
 using txscan::contract::ArgumentFrame;
 using txscan::contract::EncodingHandle;
+constexpr auto kFirst = txscan::SearchMode::kFirst;
+constexpr auto kCount = txscan::SearchMode::kCount;
 using Call = std::vector<Argument>;
 
 struct Function {
@@ -34,13 +36,14 @@ const Alphabets kSparse{"UTF-8", weighted({"a", "b", "A", "B"}, {"x", "y", "z", 
                         true, 150, 4};
 
 const Function kFunctions[] = {
-    {"KFIND", {"sp", "spm", "sp1", "sp1m", "spm1"}, "IT ", txscan::findOnBytes, txscan::findMultiByte, kPlain},
-    {"KCOUNTX", {"spm"}, "IOT ", txscan::countOnBytes, txscan::countMultiByte, kPlain},
-    {"KFINDC", {"sp", "spm", "sp1", "sp1m"}, "ACDFGHLNPSUWXIKVOTB", txscan::findCharOnBytes, txscan::findCharMultiByte,
-     kPlain},
-    {"KCOUNTC", {"spm"}, "ACDFGHLNPSUWXIKVOTB", txscan::countCharOnBytes, txscan::countCharMultiByte, kPlain},
-    {"KFINDC", {"sl", "slm", "sl1"}, "IB ", txscan::findCharOnBytes, txscan::findCharMultiByte, kSparse},
-    {"KCOUNTC", {"slm"}, "IV ", txscan::countCharOnBytes, txscan::countCharMultiByte, kSparse},
+    {"KFIND", {"sp", "spm", "sp1", "sp1m", "spm1"}, "IT ", txscan::substringOnBytes<kFirst>,
+     txscan::substringMultiByte<kFirst>, kPlain},
+    {"KCOUNTX", {"spm"}, "IOT ", txscan::substringOnBytes<kCount>, txscan::substringMultiByte<kCount>, kPlain},
+    {"KFINDC", {"sp", "spm", "sp1", "sp1m"}, "ACDFGHLNPSUWXIKVOTB", txscan::findCharOnBytes,
+     txscan::charSetMultiByte<kFirst>, kPlain},
+    {"KCOUNTC", {"spm"}, "ACDFGHLNPSUWXIKVOTB", txscan::countCharOnBytes, txscan::charSetMultiByte<kCount>, kPlain},
+    {"KFINDC", {"sl", "slm", "sl1"}, "IB ", txscan::findCharOnBytes, txscan::charSetMultiByte<kFirst>, kSparse},
+    {"KCOUNTC", {"slm"}, "IV ", txscan::countCharOnBytes, txscan::charSetMultiByte<kCount>, kSparse},
 };
 
 bool documentedDifference(const Function& f, const Call& args) {

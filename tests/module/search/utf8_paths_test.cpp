@@ -13,6 +13,8 @@ namespace {
 using namespace txtest;
 using txscan::contract::ArgumentFrame;
 using txscan::contract::EncodingHandle;
+constexpr auto kFirst = txscan::SearchMode::kFirst;
+constexpr auto kCount = txscan::SearchMode::kCount;
 
 struct Function {
     const char* name;
@@ -23,11 +25,12 @@ struct Function {
 };
 
 const Function kFunctions[] = {
-    {"KFIND", {"SP", "SPm", "SP1", "SP1m", "SPm1", "SP11"}, txscan::kfindEntry, txscan::findUtf8, txscan::findMultiByte},
-    {"KCOUNTX", {"SP", "SPm"}, txscan::kcountxEntry, txscan::countUtf8, txscan::countMultiByte},
+    {"KFIND", {"SP", "SPm", "SP1", "SP1m", "SPm1", "SP11"}, txscan::kfindEntry, txscan::substringUtf8<kFirst>,
+     txscan::substringMultiByte<kFirst>},
+    {"KCOUNTX", {"SP", "SPm"}, txscan::kcountxEntry, txscan::substringUtf8<kCount>, txscan::substringMultiByte<kCount>},
     {"KFINDC", {"S", "SP", "SPm", "SP1", "SP1m", "SPm1", "SP11"}, txscan::kfindcEntry, txscan::findCharUtf8,
-     txscan::findCharMultiByte},
-    {"KCOUNTC", {"SP", "SPm"}, txscan::kcountcEntry, txscan::countCharUtf8, txscan::countCharMultiByte},
+     txscan::charSetMultiByte<kFirst>},
+    {"KCOUNTC", {"SP", "SPm"}, txscan::kcountcEntry, txscan::countCharUtf8, txscan::charSetMultiByte<kCount>},
 };
 
 TEST(Utf8Paths, AgreeWithTheHandlePathsOnGeneratedCalls) {
