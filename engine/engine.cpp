@@ -8,41 +8,11 @@ namespace txengine {
 
 using namespace txscan::contract;
 
-Input Input::column(TextColumn column) {
-    Input in;
-    in.kind = Kind::Text;
-    in.text = column;
-    return in;
-}
-
-Input Input::column(TextViewColumn column) {
-    Input in;
-    in.kind = Kind::TextViews;
-    in.views = column;
-    return in;
-}
-
-Input Input::column(NumberColumn column) {
-    Input in;
-    in.kind = Kind::Number;
-    in.number = column;
-    return in;
-}
-
-Input Input::constant(std::string_view text) {
-    Input in;
-    in.kind = Kind::ConstantText;
-    in.constantText = std::string(text);
-    return in;
-}
-
-Input Input::constant(double number) {
-    Input in;
-    in.kind = Kind::ConstantNumber;
-    in.constantNumber = number;
-    return in;
-}
-
+Input Input::column(TextColumn column) { return {.kind = Kind::Text, .text = column}; }
+Input Input::column(TextViewColumn column) { return {.kind = Kind::TextViews, .views = column}; }
+Input Input::column(NumberColumn column) { return {.kind = Kind::Number, .number = column}; }
+Input Input::constant(std::string_view text) { return {.kind = Kind::ConstantText, .constantText = std::string(text)}; }
+Input Input::constant(double number) { return {.kind = Kind::ConstantNumber, .constantNumber = number}; }
 Input Input::absent() { return Input{}; }
 
 Engine::Engine(txhost::Session& session, txhost::Module& module, EngineOptions options)

@@ -16,9 +16,17 @@
 #include <string>
 #include <vector>
 
+#include "module/search/substring_scan.h"
 #include "tests/support/module_calls.h"
 
 namespace txtest {
+
+using txscan::contract::EncodingHandle;
+// A handle-walking path, the reference the faster paths are held to, and the
+// modes of the paths that serve a search and a count alike.
+using MultiBytePath = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
+inline constexpr auto kFirst = txscan::SearchMode::kFirst;
+inline constexpr auto kCount = txscan::SearchMode::kCount;
 
 using Chars = std::vector<std::string>;   // one element per character; repeats weigh
 

@@ -15,10 +15,6 @@
 namespace {
 
 using namespace txtest;
-using txscan::contract::ArgumentFrame;
-using txscan::contract::EncodingHandle;
-constexpr auto kFirst = txscan::SearchMode::kFirst;
-constexpr auto kCount = txscan::SearchMode::kCount;
 using Call = std::vector<Argument>;
 
 struct Function {
@@ -26,7 +22,7 @@ struct Function {
     std::vector<const char*> shapes;
     const char* letters;
     std::int32_t (*bytes)(ArgumentFrame*, double*);
-    std::int32_t (*multiByte)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
+    MultiBytePath multiByte;
     Alphabets alphabets;
 };
 

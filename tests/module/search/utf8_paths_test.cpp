@@ -11,17 +11,13 @@
 namespace {
 
 using namespace txtest;
-using txscan::contract::ArgumentFrame;
-using txscan::contract::EncodingHandle;
-constexpr auto kFirst = txscan::SearchMode::kFirst;
-constexpr auto kCount = txscan::SearchMode::kCount;
 
 struct Function {
     const char* name;
     std::vector<const char*> shapes;
     std::int32_t (*entry)(ArgumentFrame*, void*);
     bool (*utf8)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
-    std::int32_t (*reference)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
+    MultiBytePath reference;
 };
 
 const Function kFunctions[] = {
