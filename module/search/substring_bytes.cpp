@@ -51,11 +51,12 @@ std::int32_t substringOnBytes(ArgumentFrame* frame, double* result) {
     std::int64_t length = finding ? static_cast<std::int32_t>(source.length) : source.length;
     std::int64_t m = finding ? static_cast<std::int32_t>(search.length) : search.length;
     // Two arguments: the whole source rightwards, and no roles, start or
-    // modifiers to read, which on short rows cost more than the search. A
-    // position of -1 (not found) stores 0.
+    // modifiers to read, which on short rows cost more than the search; a
+    // row shorter than the search text is not even searched. A position of
+    // -1 (not found) stores 0.
     if (frame->argCount <= 2) {
         std::int64_t found = finding ? -1 : 0;
-        if (m > 0) found = searchBytes<Mode>(source.bytes(), length, {search.bytes(), m, false});
+        if (m > 0 && length >= m) found = searchBytes<Mode>(source.bytes(), length, {search.bytes(), m, false});
         *result = static_cast<double>(finding ? found + 1 : found);
         return kStatusOk;
     }
