@@ -1,10 +1,8 @@
 // The byte-path workers and multi-byte paths the adapters hand calls to.
-// The word functions' byte paths start with the multi-byte re-check
-// (byteRecheck) and may pass the whole call on to their multi-byte path. For
-// the search functions the adapters read argument 1 once (sourceShapeOf) and
-// hand the answer down instead: they call the byte paths proper (the
-// ...OnBytes routines, for a source known to hold no multi-byte character)
-// and give the UTF-8 paths the source's character count.
+// The adapters read argument 1 once (sourceShapeOf) and hand the answer
+// down: they call the byte paths only for a source known to hold no
+// multi-byte character, which therefore check nothing again, and give the
+// search functions' UTF-8 paths the source's character count.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// KCOUNTW's byte path: one byte is one character. The delimiter set comes
+// KCOUNTW's byte path, for a source the adapter found to hold no character
+// of more than one byte: one byte is one character. The delimiter set comes
 // from the call site's cache, from the function environment's defaults, or
 // is built from the delimiter list and the modifiers; counting is a table
 // lookup per byte, vectorised where no quote needs pairing.
@@ -79,8 +80,6 @@ std::int32_t storeCount(double* result, std::int64_t words) {
 }  // namespace
 
 std::int32_t countWordsBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return countWordsMultiByte(frame, result, h, 0, nullptr);
-
     const StringValue* sourceValue = frame->string(1);
     const auto* source = sourceValue != nullptr ? reinterpret_cast<const std::uint8_t*>(sourceValue->data) : nullptr;
     std::int64_t length = sourceValue != nullptr ? static_cast<std::int32_t>(sourceValue->length) : 0;

@@ -1,4 +1,5 @@
-// KFINDW's byte path: one byte is one character. Arguments after the word
+// KFINDW's byte path, for a source the adapter found to hold no character
+// of more than one byte: one byte is one character. Arguments after the word
 // are told apart by type; the delimiter set comes from the call site's
 // cache, the function environment's defaults, or the list and modifiers.
 // The search jumps from word to word in either direction.
@@ -214,8 +215,6 @@ void trimWordBySet(Bytes* word, std::uint8_t* set, bool quotes) {
 }  // namespace
 
 std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
-    if (EncodingHandle* h = byteRecheck(frame)) return findWordMultiByte(frame, result, h, 0, nullptr);
-
     Bytes source = bytesOf(frame->string(1));
     Bytes word = bytesOf(frame->string(2));
 

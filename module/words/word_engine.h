@@ -249,7 +249,7 @@ std::int64_t countRuns(ByteWalker<Utf8>& w) {
 template <bool Utf8>
 bool wholeWordHere(ByteWalker<Utf8>& w) {
     if (!w.matchHere()) return false;
-    if (w.pos > 0 && !w.delimiterAt(w.startBefore(w.off))) return false;
+    if (w.off > 0 && !w.delimiterAt(w.startBefore(w.off))) return false;
     const std::int64_t after = w.off + w.matched;
     return after >= w.bound || w.delimiterAt(after);
 }
@@ -271,16 +271,16 @@ std::int64_t firstWholeWord(ByteWalker<Utf8>& w, const WordCall& c) {
     }
     if (w.off >= w.bound) return -1;
     if (!w.caseless) {
-        // Candidates are the places of the word's first byte, always a lead byte.
+        // Candidates are the places of the word's first byte, always a lead
+        // byte; characters are counted once, up to the answer.
         const std::uint8_t* s = w.s;
+        const std::int64_t from = w.off;
         for (;;) {
             const void* found = std::memchr(s + w.off, w.word[0], static_cast<std::size_t>(w.bound - w.off));
             if (found == nullptr) return -1;
-            const std::int64_t at = static_cast<const std::uint8_t*>(found) - s;
-            w.pos += Utf8 ? leadBytes(s + w.off, at - w.off) : at - w.off;
-            w.off = at;
-            if (wholeWordHere(w)) return w.pos;
-            if (!w.next(1)) return -1;
+            w.off = static_cast<const std::uint8_t*>(found) - s;
+            if (wholeWordHere(w)) return w.pos + (Utf8 ? leadBytes(s + from, w.off - from) : w.off - from);
+            if (++w.off >= w.bound) return -1;
         }
     }
     do {
