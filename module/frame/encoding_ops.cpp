@@ -50,8 +50,7 @@ bool anyHighBit(const char* data, std::int64_t length) {
     return (seen & kHighBits) != 0;
 }
 
-// Steps shared by isMultiByteText and multiByteHandleFor once the encoding
-// is known to be multi-byte.
+// Whether a text of a multi-byte encoding holds a multi-byte character.
 bool holdsWideCharacter(const EncodingHandle* h, const char* data, std::int64_t length) {
     if (data == nullptr || length <= 0) return false;
     if (h->encodingId == kEncodingIdUtf8) return anyHighBit(data, length);
@@ -61,11 +60,6 @@ bool holdsWideCharacter(const EncodingHandle* h, const char* data, std::int64_t 
 }
 
 }  // namespace
-
-bool isMultiByteText(const EncodingHandle* h, const char* data, std::int64_t length) {
-    if (h->encodingKind == kSingleByteEncoding) return false;
-    return holdsWideCharacter(h, data, length);
-}
 
 SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) {
     if (h->encodingKind == kSingleByteEncoding || source->data == nullptr || source->length <= 0) {
@@ -92,11 +86,6 @@ EncodingHandle* multiByteHandleFor(ArgumentFrame* frame) {
     EncodingHandle* h = sessionHandle();
     if (h->encodingKind == kSingleByteEncoding) return nullptr;
     return holdsWideCharacter(h, source->data, source->length) ? h : nullptr;
-}
-
-EncodingHandle* byteRecheck(ArgumentFrame* frame) {
-    if (!multiByteSession()) return nullptr;
-    return multiByteHandleFor(frame);
 }
 
 std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed) {

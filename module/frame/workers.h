@@ -59,7 +59,6 @@ std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandl
                         PerCallRecord* record);
 
 // Shared helpers of the adapters and workers.
-bool isMultiByteText(const EncodingHandle* h, const char* data, std::int64_t length);
 
 // What one read of argument 1 tells: no multi-byte character (in a
 // single-byte session known without reading), or well-formed UTF-8 holding
@@ -71,9 +70,6 @@ struct SourceShape {
 };
 SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source);
 EncodingHandle* multiByteHandleFor(ArgumentFrame* frame);
-// The worker's re-check: a handle when the session is multi-byte and
-// argument 1 holds a multi-byte character, else null (stay on the byte path).
-EncodingHandle* byteRecheck(ArgumentFrame* frame);
 std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed);
 
 }  // namespace txscan

@@ -82,21 +82,26 @@ TEST(Adapters, OnlyTheFirstArgumentChoosesThePath) {
     }
 }
 
-TEST(MultiByteText, Utf8HighBitAtEveryPositionAndLength) {
+// The one read of argument 1 that chooses a path: one high byte anywhere
+// in a row of any length leaves the byte path.
+TEST(SourceShape, Utf8HighBitAtEveryPositionAndLength) {
     txhost::Session session({.encoding = "UTF-8"});
     auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
+    const auto shapeOf = [&](char* data, std::size_t length) {
+        StringValue value{};
+        value.data = data;
+        value.length = static_cast<std::int64_t>(length);
+        return txscan::sourceShapeOf(session.encodingHandle(), &value).kind;
+    };
     for (std::size_t length = 0; length <= 70; ++length) {
         std::string text(length, 'a');
-        EXPECT_FALSE(txscan::isMultiByteText(session.encodingHandle(), text.data(),
-                                             static_cast<std::int64_t>(length)));
+        EXPECT_EQ(txscan::SourceShape::kSingleBytes, shapeOf(text.data(), length));
         for (std::size_t at = 0; at < length; ++at) {
             text[at] = '\x80';
             // Copied to exactly its length, so reading past it is caught.
             const auto copy = std::make_unique<char[]>(length);
             std::memcpy(copy.get(), text.data(), length);
-            EXPECT_TRUE(txscan::isMultiByteText(session.encodingHandle(), copy.get(),
-                                                static_cast<std::int64_t>(length)))
-                << length << " " << at;
+            EXPECT_NE(txscan::SourceShape::kSingleBytes, shapeOf(copy.get(), length)) << length << " " << at;
             text[at] = 'a';
         }
     }
