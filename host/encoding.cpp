@@ -696,8 +696,10 @@ void setWord(EncodingHandle& handle, int word, Fn fn) {
 
 }  // namespace
 
-std::uint32_t classBitsOf(CodePoint c, int bytes) {
-    if (c < 0) return 0;
+namespace {
+
+// The class bits of c as a character of more than one byte.
+std::uint32_t wideClassBitsOf(CodePoint c) {
     const backend::CharacterProperties p = backend::propertiesOf(c);
     std::uint32_t bits = 0;
     if (p.upper) bits |= kClassUpper;
@@ -708,14 +710,36 @@ std::uint32_t classBitsOf(CodePoint c, int bytes) {
     if (p.blank) bits |= kClassBlank;
     if (p.control) bits |= kClassControl;
     if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) bits |= kClassHexDigit;
-    if (bytes > 1) {
-        if (p.alphabetic) {
-            bits |= kClassWideAlpha;
-        } else if (p.graphic) {
-            bits |= kClassWideGraphic;
-        }
+    if (p.alphabetic) {
+        bits |= kClassWideAlpha;
+    } else if (p.graphic) {
+        bits |= kClassWideGraphic;
     }
     return bits;
+}
+
+// Nearly every class question of a session is about a character of the
+// Basic Multilingual Plane; asking the backend's nine properties each time
+// made the class answer the larger part of a character-set walk over CJK
+// text. The plane's bits are worked out once per process (a few
+// milliseconds) and read from then on; the rest of Unicode still asks.
+constexpr CodePoint kTabledCodePoints = 0x10000;
+
+const std::uint16_t* tabledClassBits() {
+    static const std::vector<std::uint16_t> table = [] {
+        std::vector<std::uint16_t> bits(kTabledCodePoints);
+        for (CodePoint c = 0; c < kTabledCodePoints; ++c) bits[c] = static_cast<std::uint16_t>(wideClassBitsOf(c));
+        return bits;
+    }();
+    return table.data();
+}
+
+}  // namespace
+
+std::uint32_t classBitsOf(CodePoint c, int bytes) {
+    if (c < 0) return 0;
+    const std::uint32_t bits = c < kTabledCodePoints ? tabledClassBits()[c] : wideClassBitsOf(c);
+    return bytes > 1 ? bits : bits & ~std::uint32_t{kClassWideAlpha | kClassWideGraphic};
 }
 
 const EncodingTraits* findEncoding(const std::string& name) {

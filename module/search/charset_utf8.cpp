@@ -137,13 +137,8 @@ void buildByteTable(Utf8Set* s) {
 // character of more than one byte; V not applied. The character's own bytes
 // serve as the held character until a fold needs the buffer.
 bool wideInSetFromHandle(Utf8Set* s, const std::uint8_t* p, int length) {
-    EncodingHandle* h = s->h;
-    if (!s->handleReady) {
-        setupHandleQuestions(&s->questions, h, s->modifiers, s->parsed.listSet ? &s->parsed.list : nullptr);
-        s->handleReady = true;
-    }
     TextCursor at;
-    setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
+    setupCursor(s->h, &at, reinterpret_cast<const char*>(p), length);
     return memberBeyondListFromHandle(s->questions, &at, &at);
 }
 
@@ -153,6 +148,12 @@ bool wideMember(Utf8Set* s, const std::uint8_t* p, int length) {
     // The fixed lists of F, N and H are ASCII: without a case or class
     // question nothing but the list can hold a wide character.
     if (!s->wideAsksHandle) return negated;
+    // Set up on the first character that needs it: most rows hold few.
+    if (!s->handleReady) {
+        setupHandleQuestions(&s->questions, s->h, s->modifiers, s->parsed.listSet ? &s->parsed.list : nullptr);
+        s->memo.clear();
+        s->handleReady = true;
+    }
     return s->memo.remember(charKey(p, length), [&] { return wideInSetFromHandle(s, p, length); }) != negated;
 }
 
@@ -186,7 +187,6 @@ void prepare(Utf8Set* s) {
     }
     s->wideAsksHandle = caseOrClass;
     s->handleReady = false;
-    if (caseOrClass) s->memo.clear();
     buildByteTable(s);
 }
 
@@ -230,8 +230,9 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     if (p0 < 0 || p0 >= chars) return true;
     prepare(&s);
 
-    // Walks over bytes: continuation bytes are never members, and the
-    // position is the number of lead bytes before the member.
+    // Leftwards the walk is over bytes, continuation bytes never being
+    // members, and the position is the number of lead bytes before the
+    // member; rightwards it steps from character to character.
     const std::int64_t off0 = p0 == 0 ? 0 : utf8OffsetOf(s.source, s.sourceBytes, p0);
     if (s.modifiers.has(kModB)) {
         for (std::int64_t off = off0;; --off) {
@@ -243,11 +244,12 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
         }
     }
     const std::int64_t end = sourceEnd(s);
-    for (std::int64_t off = off0; off < end; ++off) {
+    for (std::int64_t off = off0, position = p0 + 1; off < end; ++position) {
         if (memberAt(&s, off)) {
-            *result = static_cast<double>(p0 + leadBytes(s.source + off0, off - off0) + 1);
+            *result = static_cast<double>(position);
             return true;
         }
+        off += utf8SequenceBytes(s.source[off]);
     }
     return true;
 }
@@ -263,13 +265,16 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     if (s.parsed.sourceChars == 0) return true;
     prepare(&s);
 
-    // Either direction visits every character of the trimmed source once.
-    // Decided bytes (0 or 1) are counted straight from the table.
+    // Either direction visits every character of the trimmed source once;
+    // decided entries (0 or 1) are counted straight from the table, and a
+    // wide character is stepped over whole.
     const std::int64_t end = sourceEnd(s);
     std::uint64_t count = 0;
-    for (std::int64_t off = 0; off < end; ++off) {
-        const std::uint8_t entry = s.table[s.source[off]];
+    for (std::int64_t off = 0; off < end;) {
+        const std::uint8_t b = s.source[off];
+        const std::uint8_t entry = s.table[b];
         count += entry < kUnknown ? entry : memberAt(&s, off) ? 1 : 0;
+        off += utf8SequenceBytes(b);
     }
     *result = static_cast<double>(count);
     return true;

@@ -7,12 +7,23 @@
 #include <vector>
 
 #include "tests/host/handle_helpers.h"
+#include "host/encoding_backend.h"
 #include "host/host.h"
 
 namespace {
 
 using namespace hosttest;
 using txhost::Session;
+namespace backend = txhost::backend;
+
+std::string utf8Of(backend::CodePoint c) {
+    const auto byte = [](unsigned v) { return static_cast<char>(v); };
+    if (c < 0x80) return std::string(1, byte(static_cast<unsigned>(c)));
+    const auto u = static_cast<unsigned>(c);
+    if (c < 0x800) return {byte(0xC0 | u >> 6), byte(0x80 | (u & 0x3F))};
+    if (c < 0x10000) return {byte(0xE0 | u >> 12), byte(0x80 | (u >> 6 & 0x3F)), byte(0x80 | (u & 0x3F))};
+    return {byte(0xF0 | u >> 18), byte(0x80 | (u >> 12 & 0x3F)), byte(0x80 | (u >> 6 & 0x3F)), byte(0x80 | (u & 0x3F))};
+}
 
 // Texts in their session encoding.
 const std::string kUtf8Mixed = "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80";   // a é 漢 😀
@@ -193,6 +204,8 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
         {"UTF-8", "\xC2\xA0", 0x08 | 0x20}, {"UTF-8", "\xC3", 0x00}, {"Shift_JIS", "\x82\x60", 0x01 | 0x100},
         {"Shift_JIS", "\xB1", 0x00}, {"ISO-8859-1", "\xBF", 0x10}, {"ISO-8859-1", "\xD7", 0x00},
         {"windows-1252", "\x8A", 0x01}, {"EUC-JP", "\xA3\xC1", 0x01 | 0x100}, {"EUC-JP", "\x8E\xB1", 0x100},
+        // Beyond the Basic Multilingual Plane: a bold capital A, an emoji.
+        {"UTF-8", "\xF0\x9D\x90\x80", 0x01 | 0x100}, {"UTF-8", "\xF0\x9F\x98\x80", 0x200},
     };
     const std::pair<int, std::int32_t> tests[] = {{kOpClassTestAlpha, 0x103},    {kOpClassTestCtlDigit, 0x44},
                                                   {kOpClassTestSpace, 0x28},     {kOpClassTestHex, 0x80}};
@@ -219,6 +232,30 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
             EXPECT_EQ(c.bits, session.hostVector()->classTable[static_cast<unsigned char>(c.character[0])]);
         }
     }
+}
+
+// Every class bit of every code point, as the handle answers it, against
+// the backend's properties asked afresh (the plane the host keeps in a
+// table in full, the rest of Unicode sampled).
+TEST(EncodingHandle, ClassAnswersAgreeWithTheBackend) {
+    Session session({.encoding = "UTF-8"});
+    EncodingHandle* h = session.encodingHandle();
+    std::string mismatches;
+    for (backend::CodePoint c = 0; c <= 0x10FFFF; c += c < 0x10000 ? 1 : 61) {
+        if (c >= 0xD800 && c <= 0xDFFF) continue;
+        const backend::CharacterProperties p = backend::propertiesOf(c);
+        const bool hex = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+        const bool wide = c >= 0x80;
+        const bool expected[10] = {p.upper, p.lower, p.digit, p.space, p.punctuation, p.blank, p.control, hex,
+                                   wide && p.alphabetic, wide && !p.alphabetic && p.graphic};
+        Cursor text(h, utf8Of(c));
+        for (int bit = 0; bit < 10; ++bit) {
+            if (expected[bit] != classTest(h, kOpClassTestGraphic, text.get(), 1 << bit) && mismatches.size() < 200) {
+                mismatches += " U+" + std::to_string(c) + "/" + std::to_string(bit);
+            }
+        }
+    }
+    EXPECT_EQ("", mismatches);
 }
 
 // ß has no one-character upper case and µ's is Greek; NEL is control and
