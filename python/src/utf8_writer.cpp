@@ -77,7 +77,7 @@ constexpr std::array<std::uint8_t, 16> kSpread = {0x00, 0x01, 0x04, 0x05, 0x10, 
 // bytes stored); returns the bytes that count. Each 128-bit half packs its
 // four lanes with its own shuffle, and the halves are stored one after the
 // other.
-__attribute__((target("avx2"))) inline std::int64_t putEight(__m256i c, unsigned char* out, __m256i& bad) {
+__attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m256i c, unsigned char* out, __m256i& bad) {
     const __m256i low6 = _mm256_set1_epi32(0x3F), cont = _mm256_set1_epi32(0x80);
     const __m256i tail0 = _mm256_or_si256(cont, _mm256_and_si256(c, low6));
     const __m256i tail1 = _mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 6), low6));
