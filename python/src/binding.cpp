@@ -22,6 +22,7 @@
 #include "host/host.h"
 #include "python/src/result_arrays.h"
 #include "python/src/text_column.h"
+#include "python/src/utf8_writer.h"
 
 namespace py = pybind11;
 
@@ -295,6 +296,8 @@ PYBIND11_MODULE(_core, m) {
     m.def("abandon_after_fork", &abandonAfterFork);
     m.def("engine_seconds", &engineSeconds, py::arg("runtime"), py::arg("function"), py::arg("call_routine"),
           py::arg("arguments"), py::arg("rows"), py::arg("rounds"));
+    // For the tests: the plain UTF-8 writers on a machine with vectors.
+    m.def("_set_vector_utf8", &setVectorUtf8, py::arg("on"));
     m.def("status_name", &txhost::statusName);
     m.def("status_text", &txhost::statusText);
     m.attr("STATUS_MISSING_START") = txscan::contract::kStatusMissingStart;

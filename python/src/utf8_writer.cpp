@@ -6,6 +6,7 @@
 #include "python/src/utf8_writer.h"
 
 #include <array>
+#include <atomic>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>
@@ -76,7 +77,7 @@ constexpr std::array<std::uint8_t, 16> kSpread = {0x00, 0x01, 0x04, 0x05, 0x10, 
 // bytes stored); returns the bytes that count. Each 128-bit half packs its
 // four lanes with its own shuffle, and the halves are stored one after the
 // other.
-__attribute__((target("avx2"))) inline std::int64_t putEight(__m256i c, unsigned char* out, __m256i& bad) {
+__attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m256i c, unsigned char* out, __m256i& bad) {
     const __m256i low6 = _mm256_set1_epi32(0x3F), cont = _mm256_set1_epi32(0x80);
     const __m256i tail0 = _mm256_or_si256(cont, _mm256_and_si256(c, low6));
     const __m256i tail1 = _mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 6), low6));
@@ -112,38 +113,67 @@ __attribute__((target("avx2"))) inline std::int64_t putEight(__m256i c, unsigned
     return first + kPacking.bytes[high];
 }
 
+// ASCII runs, the bulk of most mixed text, are narrowed and stored a whole
+// 32-byte vector of source at a time, with no shuffle; a vector holding any
+// wider character goes through putEight.
 template <typename Char>
 __attribute__((target("avx2"))) std::int64_t writeAvx2(const Char* text, std::int64_t length, unsigned char* out) {
     std::int64_t n = 0, i = 0;
     __m256i bad = _mm256_setzero_si256();
-    for (; i + 8 <= length; i += 8) {
-        __m256i c;
+    constexpr std::int64_t kPerVector = 32 / sizeof(Char);
+    for (; i + kPerVector <= length;) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
         if constexpr (sizeof(Char) == 1) {
-            const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i));
-            if ((_mm_movemask_epi8(bytes) & 0xFF) == 0) {
-                // One-byte str are mostly ASCII with a letter here and there.
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), bytes);
-                n += 8;
+            if (_mm256_movemask_epi8(v) == 0) {
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + n), v);
+                n += 32;
+                i += 32;
                 continue;
             }
-            c = _mm256_cvtepu8_epi32(bytes);
+            for (int k = 0; k < 32; k += 8, i += 8) {
+                const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + i));
+                if ((_mm_movemask_epi8(bytes) & 0xFF) == 0) {
+                    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), bytes);
+                    n += 8;
+                } else {
+                    n += putEight(_mm256_cvtepu8_epi32(bytes), out + n, bad);
+                }
+            }
         } else if constexpr (sizeof(Char) == 2) {
-            c = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i)));
+            if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80)))) {
+                const __m128i packed = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), packed);
+                n += 16;
+            } else {
+                n += putEight(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), out + n, bad);
+                n += putEight(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), out + n, bad);
+            }
+            i += 16;
         } else {
-            c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
+            if (_mm256_testz_si256(v, _mm256_set1_epi32(~0x7F))) {
+                const __m256i words = _mm256_packus_epi32(v, v);   // lanes 0-3 and 4-7 in each half
+                const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
+                // bytes: 0-3, 0-3, 4-7, 4-7
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), _mm_unpacklo_epi32(bytes, _mm_srli_si128(bytes, 8)));
+                n += 8;
+            } else {
+                n += putEight(v, out + n, bad);
+            }
+            i += 8;
         }
-        n += putEight(c, out + n, bad);
     }
     std::uint32_t badTail = 0;
     for (; i < length; ++i) n += put(text[i], out + n, badTail);
     return badTail != 0 || !_mm256_testz_si256(bad, bad) ? -1 : n;
 }
 
-const bool kHaveAvx2 = (__builtin_cpu_init(), __builtin_cpu_supports("avx2"));
+// The vector path unless the CPU lacks AVX2 or setVectorUtf8(false) asked for the plain one.
+std::atomic<bool> gVector{(__builtin_cpu_init(), __builtin_cpu_supports("avx2") != 0)};
+const bool kHaveAvx2 = gVector.load();
 
 template <typename Char>
 std::int64_t write(const Char* text, std::int64_t length, unsigned char* out) {
-    return kHaveAvx2 ? writeAvx2(text, length, out) : writePlain(text, length, out);
+    return gVector.load(std::memory_order_relaxed) ? writeAvx2(text, length, out) : writePlain(text, length, out);
 }
 
 #else
@@ -156,6 +186,15 @@ std::int64_t write(const Char* text, std::int64_t length, unsigned char* out) {
 #endif
 
 }  // namespace
+
+bool setVectorUtf8(bool on) {
+#if TXPYTHON_VECTOR_UTF8
+    return gVector.exchange(on && kHaveAvx2);
+#else
+    static_cast<void>(on);
+    return false;
+#endif
+}
 
 std::int64_t writeUtf8(const std::uint8_t* text, std::int64_t length, unsigned char* out) { return write(text, length, out); }
 std::int64_t writeUtf8(const std::uint16_t* text, std::int64_t length, unsigned char* out) { return write(text, length, out); }
