@@ -33,19 +33,8 @@ EncodingHandle* handleOf(PerCallRecord* record) {
 using NumericByteWorker = std::int32_t (*)(ArgumentFrame*, double*);
 using NumericMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 using WordMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t, PerCallRecord*);
-using WordUtf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*);
-using SearchUtf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
-
-// The search paths take the source's count; the word paths read the source
-// themselves.
-bool runUtf8(SearchUtf8Worker utf8, ArgumentFrame* frame, double* number, EncodingHandle* h,
-             const SourceShape& shape, std::int32_t* status) {
-    return utf8(frame, number, h, shape.characters, status);
-}
-bool runUtf8(WordUtf8Worker utf8, ArgumentFrame* frame, double* number, EncodingHandle* h, const SourceShape&,
-             std::int32_t* status) {
-    return utf8(frame, number, h, status);
-}
+// The UTF-8 paths take the source's character count from the one read.
+using Utf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
 
 // The word workers' multi-byte paths also take the call's record.
 std::int32_t runMultiByte(NumericMultiByteWorker worker, ArgumentFrame* frame, double* number, EncodingHandle* h,
@@ -59,7 +48,7 @@ std::int32_t runMultiByte(WordMultiByteWorker worker, ArgumentFrame* frame, doub
 
 // A null argument 1 counts as nothing found, although the host always
 // passes given arguments.
-template <NumericByteWorker bytes, auto utf8, auto multiByte>
+template <NumericByteWorker bytes, Utf8Worker utf8, auto multiByte>
 std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* record) {
     auto* number = static_cast<double*>(result);
     const StringValue* source = frame->string(1);
@@ -71,7 +60,7 @@ std::int32_t numericAdapter(ArgumentFrame* frame, void* result, PerCallRecord* r
     const SourceShape shape = sourceShapeOf(h, source);
     if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
     std::int32_t status = kStatusOk;
-    if (h->encodingId == kEncodingIdUtf8 && runUtf8(utf8, frame, number, h, shape, &status)) return status;
+    if (h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, shape.characters, &status)) return status;
     return runMultiByte(multiByte, frame, number, h, record);
 }
 

@@ -45,8 +45,10 @@ template <SearchMode Mode>
 std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
 // KCOUNTW and KFINDW
-bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
-bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status);
+bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                    std::int32_t* status);
+bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status);
 std::int32_t countWordsBytes(ArgumentFrame* frame, double* result);
 std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
                                  PerCallRecord* record);

@@ -72,7 +72,7 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         if (topBitsAllOnes(x) || x == 0.0 || x != std::floor(x)) return kStatusInvalidArgument;
     }
     std::int32_t status = kStatusOk;
-    if (bytePath && wide == 0 && wordsOnBytes(frame, h, roles, mode, nullptr, result, &status)) return status;
+    if (bytePath && wide == 0 && wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) return status;
     return scanWords(frame, nullptr, h, wide, &roles, mode, result);
 }
 

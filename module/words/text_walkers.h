@@ -108,6 +108,7 @@ struct ByteWalker {
     std::int64_t n;
     std::int64_t bound;          // end of the scanned bytes (trailing blanks left out under T)
     std::int64_t sourceChars;    // characters before `bound`, once check() has counted them
+    std::int64_t knownChars;     // the whole text's characters when the caller counted them, else -1
     bool wordSet = false;
     const std::uint8_t* word;    // with wordSet: the search word's compared bytes (after T and R)
     std::int64_t wordBytes;
@@ -124,7 +125,7 @@ struct ByteWalker {
     // goes needs it first.
     bool check() {
         std::int64_t chars = n;
-        if constexpr (Utf8) chars = utf8CharsIfWellFormed(s, n);
+        if constexpr (Utf8) chars = knownChars >= 0 ? knownChars : utf8CharsIfWellFormed(s, n);
         sourceChars = chars - (n - bound);
         return chars >= 0;
     }

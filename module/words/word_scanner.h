@@ -31,9 +31,11 @@ std::int32_t scanWords(contract::ArgumentFrame* frame, double* numericResult, co
 // (its status in *status); false, with nothing written, when it is left to
 // scanWords: other encodings, malformed UTF-8, an absent or empty source,
 // and under T a wide character before the trailing blanks, which is the
-// host's to trim or keep.
+// host's to trim or keep. sourceChars is the source's character count when
+// the caller has read it, else -1.
 bool wordsOnBytes(contract::ArgumentFrame* frame, contract::EncodingHandle* h, const ArgumentRoles& roles,
-                  std::int32_t mode, double* numericResult, contract::StringValue* textResult, std::int32_t* status);
+                  std::int32_t mode, std::int64_t sourceChars, double* numericResult,
+                  contract::StringValue* textResult, std::int32_t* status);
 
 // KSCANX through scanWords alone: the reference the byte walkers are
 // checked against.

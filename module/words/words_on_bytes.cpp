@@ -92,9 +92,10 @@ void trimWord(ByteWalker<Utf8>& w) {
 
 template <bool Utf8>
 bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRoles& roles, std::int32_t mode,
-                   double* numericResult, StringValue* textResult, std::int32_t* status) {
+                   std::int64_t sourceChars, double* numericResult, StringValue* textResult, std::int32_t* status) {
     ByteWalker<Utf8> w;   // large; each field is set below before it is read
     w.d = &d;
+    w.knownChars = sourceChars;
     w.s = reinterpret_cast<const std::uint8_t*>(frame->string(1)->data);
     w.n = frame->string(1)->length;
     const ModifierSet& mods = d.mods;
@@ -126,7 +127,7 @@ bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRol
 }  // namespace
 
 bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t mode,
-                  double* numericResult, StringValue* textResult, std::int32_t* status) {
+                  std::int64_t sourceChars, double* numericResult, StringValue* textResult, std::int32_t* status) {
     if (h == nullptr) return false;
     const bool utf8 = h->encodingId == kEncodingIdUtf8;
     if (!utf8 && h->encodingKind != kSingleByteEncoding) return false;
@@ -146,17 +147,20 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
         others.second = 0;
         interpretArguments(frame, h, others, &d.parsed, &d.mods, 0, mode);
     }
-    return utf8 ? answerOnBytes<true>(frame, d, roles, mode, numericResult, textResult, status)
-                : answerOnBytes<false>(frame, d, roles, mode, numericResult, textResult, status);
+    return utf8 ? answerOnBytes<true>(frame, d, roles, mode, sourceChars, numericResult, textResult, status)
+                : answerOnBytes<false>(frame, d, roles, mode, sourceChars, numericResult, textResult, status);
 }
 
-bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
-    return wordsOnBytes(frame, h, countWordsRoles(frame), kCountWords, result, nullptr, status);
+bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                    std::int32_t* status) {
+    return wordsOnBytes(frame, h, countWordsRoles(frame), kCountWords, sourceChars, result, nullptr, status);
 }
 
-bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int32_t* status) {
+bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                  std::int32_t* status) {
     ArgumentRoles roles{};
-    return findWordRoles(frame, &roles) && wordsOnBytes(frame, h, roles, kFindWord, result, nullptr, status);
+    return findWordRoles(frame, &roles) &&
+           wordsOnBytes(frame, h, roles, kFindWord, sourceChars, result, nullptr, status);
 }
 
 }  // namespace txscan

@@ -58,7 +58,7 @@ Outcome scan(const Call& args, EncodingHandle* h, bool onBytes) {
 }
 
 using Numeric = std::int32_t (*)(ArgumentFrame*, void*);
-using OnBytes = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int32_t*);
+using OnBytes = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
 using OnHandle = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t,
                                   txscan::contract::PerCallRecord*);
 
@@ -133,7 +133,7 @@ TEST_P(WalkerTest, AgreesWithTheHandleOnGeneratedCalls) {
                 std::int32_t status = 0;
                 double ignored = 0;
                 FrameBuilder frame(args);
-                if (!f.onBytes(&frame.frame, &ignored, h, &status) && a.wellFormed && mustTake(args)) {
+                if (!f.onBytes(&frame.frame, &ignored, h, -1, &status) && a.wellFormed && mustTake(args)) {
                     return Outcome{-1, "declined"};
                 }
                 return onFrame(args, f.entry);
@@ -212,7 +212,7 @@ TEST(Walkers, AnEmptyWordIsTheHandlesToMatch) {
             double onBytes = -1;
             std::int32_t status = -1;
             FrameBuilder frame(row.args);
-            ASSERT_TRUE(kFindWord.onBytes(&frame.frame, &onBytes, h, &status));
+            ASSERT_TRUE(kFindWord.onBytes(&frame.frame, &onBytes, h, -1, &status));
             EXPECT_EQ(expected, (Outcome{status, shown(onBytes)}));
             const auto onHandle = [&](ArgumentFrame* f, double* r) { return kFindWord.onHandle(f, r, h, 0, nullptr); };
             EXPECT_EQ(expected, onFrame(row.args, onHandle));
