@@ -10,23 +10,20 @@
 
 namespace txscan::rng {
 
-constexpr std::uint64_t fmix64(std::uint64_t x) {
-    x ^= x >> 33;
-    x *= 0xFF51AFD7ED558CCDull;
-    x ^= x >> 33;
-    x *= 0xC4CEB9FE1A85EC53ull;
-    x ^= x >> 33;
-    return x;
+// The MurmurHash3 finaliser at the width of Word: xor-shift, multiply,
+// xor-shift, multiply, xor-shift, with each width's published constants.
+template <typename Word>
+constexpr Word fmix(Word x) {
+    constexpr bool wide = sizeof(Word) == 8;
+    constexpr int shifts[3] = {wide ? 33 : 16, wide ? 33 : 13, wide ? 33 : 16};
+    constexpr Word multipliers[2] = {wide ? Word(0xFF51AFD7ED558CCDull) : Word(0x85EBCA6Bu),
+                                     wide ? Word(0xC4CEB9FE1A85EC53ull) : Word(0xC2B2AE35u)};
+    for (int i = 0; i < 2; ++i) x = (x ^ (x >> shifts[i])) * multipliers[i];
+    return x ^ (x >> shifts[2]);
 }
-
-constexpr std::uint32_t fmix32(std::uint32_t h) {
-    h ^= h >> 16;
-    h *= 0x85EBCA6Bu;
-    h ^= h >> 13;
-    h *= 0xC2B2AE35u;
-    h ^= h >> 16;
-    return h;
-}
+constexpr std::uint64_t fmix64(std::uint64_t x) { return fmix(x); }
+constexpr std::uint32_t fmix32(std::uint32_t h) { return fmix(h); }
+static_assert(fmix64(1) == 0xB456BCFC34C2CB2Cull);   // MH3's first output from seed 1
 
 // The published 32-bit MurmurHash3 of `length` bytes with `seed`.
 inline std::uint32_t murmur3x86_32(const void* data, std::size_t length, std::uint32_t seed) {

@@ -12,15 +12,19 @@ namespace {
 constexpr std::uint32_t kStreamTag = 0x0F;
 constexpr std::uint32_t kKeyTag = 0xFF;
 
+// The state of a twister of N words: the array and the position of its
+// next word, where N means "twist first".
+template <typename Word, int N>
+struct MtState {
+    Word mt[N];
+    std::uint32_t mti;
+};
+
 // ---- MT64
 
 constexpr int kN64 = 312;
 constexpr int kM64 = 156;
-
-struct Mt64State {
-    std::uint64_t mt[kN64];
-    std::uint32_t mti;   // next word of mt; kN64 means "twist first"
-};
+using Mt64State = MtState<std::uint64_t, kN64>;
 static_assert(sizeof(Mt64State) == 2504);
 
 // One twist of the recurrence over the whole array; the two word sizes
@@ -78,10 +82,7 @@ std::int32_t rehashMt64(void* state, std::uint64_t value) {
 constexpr int kN32 = 624;
 constexpr int kM32 = 397;
 
-struct Mt32State {
-    std::uint32_t mt[kN32];
-    std::uint32_t mti;   // next word of mt; kN32 means "twist first"
-};
+using Mt32State = MtState<std::uint32_t, kN32>;
 static_assert(sizeof(Mt32State) == 2500);
 
 void twist32(Mt32State& st) { twist<std::uint32_t, kN32, kM32, 0x80000000u, 0x7FFFFFFFu, 0x9908B0DFu>(st.mt, st.mti); }
@@ -146,25 +147,14 @@ constexpr MethodInfo kMt32Info{"MT32", "2002 32-bit Mersenne Twister", 32, 2496,
 constexpr MethodInfo kMtHybridInfo{"MTHYBRID", "Hybrid 1998/2002 32-bit Mersenne Twister", 32, 2496, 2500, 0x28AF,
                                    kAll32, kAll32};
 
-constexpr RngOperations kMt64Ops = [] {
-    RngOperations ops = plain64Operations<kMt64Info, &seedMt64, &nextMt64>();
-    ops.setStream32 = &widened<&rehashMt64<kStreamTag>>;
-    ops.setStream64 = &rehashMt64<kStreamTag>;
-    ops.setStreamFromDouble = &streamFromDouble<std::uint64_t, &rehashMt64<kStreamTag>>;
-    ops.setKey32 = &widened<&rehashMt64<kKeyTag>>;
-    ops.setKey64 = &rehashMt64<kKeyTag>;
-    return ops;
-}();
+constexpr RngOperations kMt64Ops = methodOperations<kMt64Info, std::uint64_t, &seedMt64, &nextMt64,
+                                                    &rehashMt64<kStreamTag>, &rehashMt64<kKeyTag>>();
 
 template <const MethodInfo& Info, SeedRule Rule>
 constexpr RngOperations mt32Operations() {
-    RngOperations ops = plain32Operations<Info, &seedMt32<Rule>, &nextMt32>();
+    RngOperations ops = methodOperations<Info, std::uint32_t, &seedMt32<Rule>, &nextMt32, &rehashMt32<kStreamTag>,
+                                         &rehashMt32<kKeyTag>>();
     ops.uniformPreferred = &uniformPreferredMt32;
-    ops.setStream32 = &rehashMt32<kStreamTag>;
-    ops.setStream64 = &low32<&rehashMt32<kStreamTag>>;
-    ops.setStreamFromDouble = &streamFromDouble<std::uint32_t, &rehashMt32<kStreamTag>>;
-    ops.setKey32 = &rehashMt32<kKeyTag>;
-    ops.setKey64 = &low32<&rehashMt32<kKeyTag>>;
     return ops;
 }
 
