@@ -64,24 +64,18 @@ inline std::uint64_t hashWords64(const std::uint64_t* words, int n, std::uint64_
     constexpr std::uint64_t c2 = 0x4CF5AD432745937Full;
     std::uint64_t h1 = seed;
     std::uint64_t h2 = seed;
+    // The two halves of the x64_128 block step differ only in their constants.
+    const auto half = [](std::uint64_t& h, std::uint64_t other, std::uint64_t k, std::uint64_t ca, int rk,
+                         std::uint64_t cb, int rh, std::uint64_t add) {
+        k = std::rotl(k * ca, rk) * cb;
+        h = (std::rotl(h ^ k, rh) + other) * 5 + add;
+    };
     int m = (n + 1) & ~1;
     for (int i = 0; i < m; i += 2) {
         std::uint64_t k1 = words[i];
         std::uint64_t k2 = i + 1 < n ? words[i + 1] : fmix64(seed);
-        k1 *= c1;
-        k1 = std::rotl(k1, 31);
-        k1 *= c2;
-        h1 ^= k1;
-        h1 = std::rotl(h1, 27);
-        h1 += h2;
-        h1 = h1 * 5 + 0x52DCE729;
-        k2 *= c2;
-        k2 = std::rotl(k2, 33);
-        k2 *= c1;
-        h2 ^= k2;
-        h2 = std::rotl(h2, 31);
-        h2 += h1;
-        h2 = h2 * 5 + 0x38495AB5;
+        half(h1, h2, k1, c1, 31, c2, 27, 0x52DCE729);
+        half(h2, h1, k2, c2, 33, c1, 31, 0x38495AB5);
     }
     std::uint64_t len = 8 * static_cast<std::uint64_t>(m);
     h1 ^= len;
