@@ -140,26 +140,18 @@ constexpr RngOperations baseOperations() {
     return ops;
 }
 
-// Seeding of a method whose state is seeded from one word of its width.
-template <typename Word, SeedCore<Word> Core, std::uint64_t MaxSeed>
-constexpr void setSeeding(RngOperations& ops) {
-    ops.seed32 = &seed32<Word, Core>;
-    ops.seed64 = &seed64<Word, Core>;
-    ops.seedFromDouble = &seedFromDouble<Word, Core, MaxSeed>;
-}
-
-// Slots 15 to 36 of a 64-bit method from its next64.
-template <Next64 Next>
-std::uint32_t high32(void* state) {
-    return static_cast<std::uint32_t>(Next(state) >> 32);
+// Slots 21 to 25 and 26 to 36: the conversions of each width's raw output.
+template <Next32 Next>
+constexpr void setConversions32(RngOperations& ops) {
+    ops.uniform32Open = &uniform32Open<Next>;
+    ops.uniform32Centred = &uniform32Centred<Next>;
+    ops.uniform32OpenClosed = &uniform32OpenClosed<Next>;
+    ops.uniform32ClosedOpen = &uniform32ClosedOpen<Next>;
+    ops.uniform32Closed = &uniform32Closed<Next>;
 }
 
 template <Next64 Next>
-constexpr void setOutputs64(RngOperations& ops) {
-    ops.next32 = &high32<Next>;
-    ops.next64 = Next;
-    ops.uniform = &uniform64Open<Next>;
-    ops.uniformScaled = &uniform64Closed<Next>;
+constexpr void setConversions64(RngOperations& ops) {
     ops.uniform53Open = &uniform53Open<Next>;
     ops.uniform53Odd = &uniform53Odd<Next>;
     ops.uniform53OpenClosed = &uniform53OpenClosed<Next>;
@@ -173,42 +165,71 @@ constexpr void setOutputs64(RngOperations& ops) {
     ops.uniformDense = &uniformDense<Next>;
 }
 
-// Two 32-bit outputs, the first as the high half.
+// A 64-bit method's next32 is the high half of one output.
+template <Next64 Next>
+std::uint32_t high32(void* state) {
+    return static_cast<std::uint32_t>(Next(state) >> 32);
+}
+
+// A 32-bit method's next64 is two outputs, the first as the high half.
 template <Next32 Next>
 std::uint64_t pair64(void* state) {
     std::uint64_t high = Next(state);
     return high << 32 | Next(state);
 }
 
-// Slots 15 to 25 of a 32-bit method from its next32.
-template <Next32 Next>
-constexpr void setOutputs32(RngOperations& ops) {
-    ops.next32 = Next;
-    ops.next64 = &pair64<Next>;
-    ops.uniform = &uniform32Open<Next>;
-    ops.uniformScaled = &uniform32ClosedOpen<Next>;
-    ops.uniform32Open = &uniform32Open<Next>;
-    ops.uniform32Centred = &uniform32Centred<Next>;
-    ops.uniform32OpenClosed = &uniform32OpenClosed<Next>;
-    ops.uniform32ClosedOpen = &uniform32ClosedOpen<Next>;
-    ops.uniform32Closed = &uniform32Closed<Next>;
+template <typename Word>
+using SetWord = std::int32_t (*)(void* state, Word value);
+
+// A stream or key routine of the method's width serves the other width too:
+// zero-extended for a 64-bit method, cut to the low 32 bits for a 32-bit one.
+template <typename Word, SetWord<Word> Set>
+constexpr SetWord<std::uint32_t> as32() {
+    if constexpr (sizeof(Word) == 8)
+        return &widened<Set>;
+    else
+        return Set;
+}
+template <typename Word, SetWord<Word> Set>
+constexpr SetWord<std::uint64_t> as64() {
+    if constexpr (sizeof(Word) == 8)
+        return Set;
+    else
+        return &low32<Set>;
 }
 
-// The operations of a 64-bit method seeded from one word, without streams or keys.
-template <const MethodInfo& Info, SeedCore<std::uint64_t> Seed, Next64 Next>
-constexpr RngOperations plain64Operations() {
+// The operations of a method seeded from one word of its width, from its
+// raw generator and, where it has them, its stream and key routines (the
+// slots of a missing one do nothing).
+template <const MethodInfo& Info, typename Word, SeedCore<Word> Seed, Word (*Next)(void*),
+          SetWord<Word> Stream = nullptr, SetWord<Word> Key = nullptr>
+constexpr RngOperations methodOperations() {
     RngOperations ops = baseOperations<Info>();
-    setSeeding<std::uint64_t, Seed, Info.maxSeed>(ops);
-    setOutputs64<Next>(ops);
-    return ops;
-}
-
-// The same for a 32-bit method.
-template <const MethodInfo& Info, SeedCore<std::uint32_t> Seed, Next32 Next>
-constexpr RngOperations plain32Operations() {
-    RngOperations ops = baseOperations<Info>();
-    setSeeding<std::uint32_t, Seed, Info.maxSeed>(ops);
-    setOutputs32<Next>(ops);
+    ops.seed32 = &seed32<Word, Seed>;
+    ops.seed64 = &seed64<Word, Seed>;
+    ops.seedFromDouble = &seedFromDouble<Word, Seed, Info.maxSeed>;
+    if constexpr (sizeof(Word) == 8) {
+        ops.next32 = &high32<Next>;
+        ops.next64 = Next;
+        setConversions64<Next>(ops);
+        ops.uniform = ops.uniform64Open;
+        ops.uniformScaled = ops.uniform64Closed;
+    } else {
+        ops.next32 = Next;
+        ops.next64 = &pair64<Next>;
+        setConversions32<Next>(ops);
+        ops.uniform = ops.uniform32Open;
+        ops.uniformScaled = ops.uniform32ClosedOpen;
+    }
+    if constexpr (Stream != nullptr) {
+        ops.setStream32 = as32<Word, Stream>();
+        ops.setStream64 = as64<Word, Stream>();
+        ops.setStreamFromDouble = &streamFromDouble<Word, Stream>;
+    }
+    if constexpr (Key != nullptr) {
+        ops.setKey32 = as32<Word, Key>();
+        ops.setKey64 = as64<Word, Key>();
+    }
     return ops;
 }
 

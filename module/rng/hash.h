@@ -10,23 +10,20 @@
 
 namespace txscan::rng {
 
-constexpr std::uint64_t fmix64(std::uint64_t x) {
-    x ^= x >> 33;
-    x *= 0xFF51AFD7ED558CCDull;
-    x ^= x >> 33;
-    x *= 0xC4CEB9FE1A85EC53ull;
-    x ^= x >> 33;
-    return x;
+// The MurmurHash3 finaliser at the width of Word: xor-shift, multiply,
+// xor-shift, multiply, xor-shift, with each width's published constants.
+template <typename Word>
+constexpr Word fmix(Word x) {
+    constexpr bool wide = sizeof(Word) == 8;
+    constexpr int shifts[3] = {wide ? 33 : 16, wide ? 33 : 13, wide ? 33 : 16};
+    constexpr Word multipliers[2] = {wide ? Word(0xFF51AFD7ED558CCDull) : Word(0x85EBCA6Bu),
+                                     wide ? Word(0xC4CEB9FE1A85EC53ull) : Word(0xC2B2AE35u)};
+    for (int i = 0; i < 2; ++i) x = (x ^ (x >> shifts[i])) * multipliers[i];
+    return x ^ (x >> shifts[2]);
 }
-
-constexpr std::uint32_t fmix32(std::uint32_t h) {
-    h ^= h >> 16;
-    h *= 0x85EBCA6Bu;
-    h ^= h >> 13;
-    h *= 0xC2B2AE35u;
-    h ^= h >> 16;
-    return h;
-}
+constexpr std::uint64_t fmix64(std::uint64_t x) { return fmix(x); }
+constexpr std::uint32_t fmix32(std::uint32_t h) { return fmix(h); }
+static_assert(fmix64(1) == 0xB456BCFC34C2CB2Cull);   // MH3's first output from seed 1
 
 // The published 32-bit MurmurHash3 of `length` bytes with `seed`.
 inline std::uint32_t murmur3x86_32(const void* data, std::size_t length, std::uint32_t seed) {
@@ -67,24 +64,18 @@ inline std::uint64_t hashWords64(const std::uint64_t* words, int n, std::uint64_
     constexpr std::uint64_t c2 = 0x4CF5AD432745937Full;
     std::uint64_t h1 = seed;
     std::uint64_t h2 = seed;
+    // The two halves of the x64_128 block step differ only in their constants.
+    const auto half = [](std::uint64_t& h, std::uint64_t other, std::uint64_t k, std::uint64_t ca, int rk,
+                         std::uint64_t cb, int rh, std::uint64_t add) {
+        k = std::rotl(k * ca, rk) * cb;
+        h = (std::rotl(h ^ k, rh) + other) * 5 + add;
+    };
     int m = (n + 1) & ~1;
     for (int i = 0; i < m; i += 2) {
         std::uint64_t k1 = words[i];
         std::uint64_t k2 = i + 1 < n ? words[i + 1] : fmix64(seed);
-        k1 *= c1;
-        k1 = std::rotl(k1, 31);
-        k1 *= c2;
-        h1 ^= k1;
-        h1 = std::rotl(h1, 27);
-        h1 += h2;
-        h1 = h1 * 5 + 0x52DCE729;
-        k2 *= c2;
-        k2 = std::rotl(k2, 33);
-        k2 *= c1;
-        h2 ^= k2;
-        h2 = std::rotl(h2, 31);
-        h2 += h1;
-        h2 = h2 * 5 + 0x38495AB5;
+        half(h1, h2, k1, c1, 31, c2, 27, 0x52DCE729);
+        half(h2, h1, k2, c2, 33, c1, 31, 0x38495AB5);
     }
     std::uint64_t len = 8 * static_cast<std::uint64_t>(m);
     h1 ^= len;

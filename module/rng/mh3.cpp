@@ -14,7 +14,7 @@ std::uint64_t nextMh3(void* state) {
     return x;
 }
 constexpr MethodInfo kMh3Info{"MH3", "64-bit Murmur Hash 3", 64, 8, 8, 0x1017, ~std::uint64_t{0}, 0};
-constexpr RngOperations kMh3Ops = plain64Operations<kMh3Info, &seedMh3, &nextMh3>();
+constexpr RngOperations kMh3Ops = methodOperations<kMh3Info, std::uint64_t, &seedMh3, &nextMh3>();
 
 }  // namespace
 

@@ -45,21 +45,10 @@ constexpr MethodInfo kPcg64Info{"PCG64I", "64-bit PCG64i", 64, 8, 16, 0x1057, ~s
                                 (std::uint64_t{1} << 63) - 1};
 constexpr MethodInfo kPcg32Info{"PCG32I", "32-bit PCG32i", 32, 4, 8, 0x082F, 0xFFFFFFFFull, 0x7FFFFFFFull};
 
-constexpr RngOperations kPcg64Ops = [] {
-    RngOperations ops = plain64Operations<kPcg64Info, &seedPcg<std::uint64_t>, &nextPcg64>();
-    ops.setStream32 = &widened<&streamPcg<std::uint64_t>>;
-    ops.setStream64 = &streamPcg<std::uint64_t>;
-    ops.setStreamFromDouble = &streamFromDouble<std::uint64_t, &streamPcg<std::uint64_t>>;
-    return ops;
-}();
-
-constexpr RngOperations kPcg32Ops = [] {
-    RngOperations ops = plain32Operations<kPcg32Info, &seedPcg<std::uint32_t>, &nextPcg32>();
-    ops.setStream32 = &streamPcg<std::uint32_t>;
-    ops.setStream64 = &low32<&streamPcg<std::uint32_t>>;
-    ops.setStreamFromDouble = &streamFromDouble<std::uint32_t, &streamPcg<std::uint32_t>>;
-    return ops;
-}();
+constexpr RngOperations kPcg64Ops =
+    methodOperations<kPcg64Info, std::uint64_t, &seedPcg<std::uint64_t>, &nextPcg64, &streamPcg<std::uint64_t>>();
+constexpr RngOperations kPcg32Ops =
+    methodOperations<kPcg32Info, std::uint32_t, &seedPcg<std::uint32_t>, &nextPcg32, &streamPcg<std::uint32_t>>();
 
 }  // namespace
 

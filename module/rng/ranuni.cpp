@@ -25,7 +25,7 @@ double uniformRanuni(void* state) { return nextRanuni(state) / 2147483647.0; }
 
 constexpr MethodInfo kRanuniInfo{"RANUNI", "", 31, 0, 4, 0x080A, 0xFFFFFFFFull, 0};
 constexpr RngOperations kRanuniOps = [] {
-    RngOperations ops = plain32Operations<kRanuniInfo, &seedRanuni, &nextRanuni>();
+    RngOperations ops = methodOperations<kRanuniInfo, std::uint32_t, &seedRanuni, &nextRanuni>();
     ops.uniformPreferred = &uniformRanuni;
     return ops;
 }();

@@ -13,13 +13,12 @@ constexpr MethodInfo kRdrandInfo{"RDRAND", "Intel RDRAND", 0, 0, 0, 0x3801, 0, 0
 constexpr RngOperations kRdrandOps = [] {
     RngOperations ops = baseOperations<kRdrandInfo>();
     ops.seedFromBytes = &noStateBytes;
-    setOutputs64<&nextRdrand64>(ops);
     ops.next32 = &nextRdrand32;
-    ops.uniform32Open = &uniform32Open<&nextRdrand32>;
-    ops.uniform32Centred = &uniform32Centred<&nextRdrand32>;
-    ops.uniform32OpenClosed = &uniform32OpenClosed<&nextRdrand32>;
-    ops.uniform32ClosedOpen = &uniform32ClosedOpen<&nextRdrand32>;
-    ops.uniform32Closed = &uniform32Closed<&nextRdrand32>;
+    ops.next64 = &nextRdrand64;
+    setConversions32<&nextRdrand32>(ops);
+    setConversions64<&nextRdrand64>(ops);
+    ops.uniform = ops.uniform64Open;
+    ops.uniformScaled = ops.uniform64Closed;
     return ops;
 }();
 

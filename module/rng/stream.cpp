@@ -31,17 +31,24 @@ void setStatus(RngStream* s, std::int32_t status) {
 
 using ull = unsigned long long;
 
+// Whether the method lacks the capability of a seed or stream; a missing
+// request counts as none, and one that was given, as a request or as the
+// stream's own value, is then ignored with a warning.
+bool lacks(RngStream* s, std::uint32_t capability, double& requested, std::uint64_t current, std::int32_t status,
+           std::int32_t message) {
+    if (isMissing(requested)) requested = 0;
+    if (has(s->method, capability)) return false;
+    if (requested != 0 || current != 0) {
+        setStatus(s, status);
+        issueRngMessage(contract::kSeverityWarning, message, requested != 0 ? requested : static_cast<double>(current),
+                        s->methodName);
+    }
+    return true;
+}
+
 void checkSeed(RngStream* s, std::uint32_t bitsBefore) {
     RngMethod* method = s->method;
-    if (isMissing(s->requestedSeed)) s->requestedSeed = 0;
-    if (!has(method, kSeedCapability)) {
-        if (s->requestedSeed != 0 || s->seed != 0) {
-            setStatus(s, kSeedNotAccepted);
-            issueRngMessage(contract::kSeverityWarning, kMsgSeedIgnored,
-                            s->requestedSeed != 0 ? s->requestedSeed : static_cast<double>(s->seed), s->methodName);
-        }
-        return;
-    }
+    if (lacks(s, kSeedCapability, s->requestedSeed, s->seed, kSeedNotAccepted, kMsgSeedIgnored)) return;
     if (s->requestedSeed != 0) s->seed = reduceToWord<std::uint64_t>(convertSeed(s->requestedSeed, method->maxSeed));
     if (s->seed == 0) {
         // The width of the method in force before this initialisation: a new
@@ -60,16 +67,7 @@ void checkSeed(RngStream* s, std::uint32_t bitsBefore) {
 
 void checkStream(RngStream* s) {
     RngMethod* method = s->method;
-    if (isMissing(s->requestedStream)) s->requestedStream = 0;
-    if (!has(method, kStreamCapability)) {
-        if (s->requestedStream != 0 || s->stream != 0) {
-            setStatus(s, kStreamNotAccepted);
-            issueRngMessage(contract::kSeverityWarning, kMsgStreamIgnored,
-                            s->requestedStream != 0 ? s->requestedStream : static_cast<double>(s->stream),
-                            s->methodName);
-        }
-        return;
-    }
+    if (lacks(s, kStreamCapability, s->requestedStream, s->stream, kStreamNotAccepted, kMsgStreamIgnored)) return;
     const double requested = s->requestedStream;
     if (!wholeNumberWithin(requested, method->maxStream)) {
         setStatus(s, kStreamOutOfRange);

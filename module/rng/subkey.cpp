@@ -42,21 +42,15 @@ constexpr MethodInfo kSubkey32Info{"SUBKEY32", "32-bit Subtract Key", 32, 4, 8, 
 constexpr MethodInfo kSubkey64Info{"SUBKEY64", "64-bit Subtract Key", 64, 8, 16, 0x1057, ~std::uint64_t{0},
                                    ~std::uint64_t{0}};
 
-constexpr RngOperations kSubkey32Ops = [] {
-    RngOperations ops = plain32Operations<kSubkey32Info, &seedSubkey<std::uint32_t>, &stepSubkey<std::uint32_t>>();
-    ops.setStream32 = &streamSubkey<std::uint32_t>;
-    ops.setStream64 = &low32<&streamSubkey<std::uint32_t>>;
-    ops.setStreamFromDouble = &streamSubkeyFromDouble<std::uint32_t>;
+// A floating stream is stored even when it reduces to 0.
+template <const MethodInfo& Info, typename Word>
+constexpr RngOperations subkeyOperations() {
+    RngOperations ops = methodOperations<Info, Word, &seedSubkey<Word>, &stepSubkey<Word>, &streamSubkey<Word>>();
+    ops.setStreamFromDouble = &streamSubkeyFromDouble<Word>;
     return ops;
-}();
-
-constexpr RngOperations kSubkey64Ops = [] {
-    RngOperations ops = plain64Operations<kSubkey64Info, &seedSubkey<std::uint64_t>, &stepSubkey<std::uint64_t>>();
-    ops.setStream32 = &widened<&streamSubkey<std::uint64_t>>;
-    ops.setStream64 = &streamSubkey<std::uint64_t>;
-    ops.setStreamFromDouble = &streamSubkeyFromDouble<std::uint64_t>;
-    return ops;
-}();
+}
+constexpr RngOperations kSubkey32Ops = subkeyOperations<kSubkey32Info, std::uint32_t>();
+constexpr RngOperations kSubkey64Ops = subkeyOperations<kSubkey64Info, std::uint64_t>();
 
 }  // namespace
 

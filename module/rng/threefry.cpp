@@ -115,19 +115,11 @@ static_assert(sizeof(FryState<std::uint64_t, 2>) == 56);
 static_assert(sizeof(FryState<std::uint32_t, 2>) == 28);
 static_assert(sizeof(FryState<std::uint64_t, 4>) == 104);
 
-template <typename Word>
-Word spread(Word v) {
-    if constexpr (sizeof(Word) == 8)
-        return fmix64(v);
-    else
-        return fmix32(v);
-}
-
 template <typename Word, int N>
 void seedFry(void* state, Word s) {
     auto& st = stateOf<FryState<Word, N>>(state);
     st.key[0] = s;
-    for (int k = 1; k < N; ++k) st.key[k] = spread<Word>(static_cast<Word>(s + k));
+    for (int k = 1; k < N; ++k) st.key[k] = fmix<Word>(static_cast<Word>(s + k));
     for (int k = 0; k < N; ++k) {
         st.ctr[k] = 0;
         st.out[k] = 0;
@@ -165,7 +157,7 @@ Word nextFry(void* state) {
 template <typename Word, int N>
 std::int32_t streamFry(void* state, Word v) {
     if (v == 0) return 0;
-    stateOf<FryState<Word, N>>(state).key[1] ^= spread<Word>(v);
+    stateOf<FryState<Word, N>>(state).key[1] ^= fmix<Word>(v);
     return 1;
 }
 
@@ -175,9 +167,9 @@ std::int32_t keyFry(void* state, Word k) {
     if (k == 0) return 0;
     auto& st = stateOf<FryState<Word, N>>(state);
     if constexpr (N == 2)
-        st.ctr[1] = spread<Word>(k);
+        st.ctr[1] = fmix<Word>(k);
     else
-        st.key[2] ^= spread<Word>(k);
+        st.key[2] ^= fmix<Word>(k);
     return 1;
 }
 
@@ -200,32 +192,17 @@ constexpr MethodInfo kFry2x32Info{"FRY2X32", "32-bit Random123 2x32-bit Threefry
                                   0xFFFFFFFFull};
 constexpr MethodInfo kFry4x64Info{"FRY4X64", "64-bit Random123 4x64-bit Threefry", 64, 32, 104, 0x1557, kAll64, kAll64};
 
-template <const MethodInfo& Info, int N>
-constexpr RngOperations fry64Operations() {
-    using W = std::uint64_t;
-    RngOperations ops = plain64Operations<Info, &seedFry<W, N>, &nextFry<W, N>>();
-    ops.setStream32 = &widened<&streamFry<W, N>>;
-    ops.setStream64 = &streamFry<W, N>;
-    ops.setStreamFromDouble = &streamFromDouble<W, &streamFry<W, N>>;
-    ops.setKey32 = &widened<&keyFry<W, N>>;
-    ops.setKey64 = &keyFry<W, N>;
-    ops.setPosition64 = &positionFry<W, N>;
+template <const MethodInfo& Info, typename Word, int N>
+constexpr RngOperations fryOperations() {
+    RngOperations ops = methodOperations<Info, Word, &seedFry<Word, N>, &nextFry<Word, N>, &streamFry<Word, N>,
+                                         &keyFry<Word, N>>();
+    (sizeof(Word) == 8 ? ops.setPosition64 : ops.setPosition32) = &positionFry<Word, N>;
     return ops;
 }
 
-constexpr RngOperations kFry2x64Ops = fry64Operations<kFry2x64Info, 2>();
-constexpr RngOperations kFry4x64Ops = fry64Operations<kFry4x64Info, 4>();
-constexpr RngOperations kFry2x32Ops = [] {
-    using W = std::uint32_t;
-    RngOperations ops = plain32Operations<kFry2x32Info, &seedFry<W, 2>, &nextFry<W, 2>>();
-    ops.setStream32 = &streamFry<W, 2>;
-    ops.setStream64 = &low32<&streamFry<W, 2>>;
-    ops.setStreamFromDouble = &streamFromDouble<W, &streamFry<W, 2>>;
-    ops.setKey32 = &keyFry<W, 2>;
-    ops.setKey64 = &low32<&keyFry<W, 2>>;
-    ops.setPosition32 = &positionFry<W, 2>;
-    return ops;
-}();
+constexpr RngOperations kFry2x64Ops = fryOperations<kFry2x64Info, std::uint64_t, 2>();
+constexpr RngOperations kFry2x32Ops = fryOperations<kFry2x32Info, std::uint32_t, 2>();
+constexpr RngOperations kFry4x64Ops = fryOperations<kFry4x64Info, std::uint64_t, 4>();
 
 }  // namespace
 

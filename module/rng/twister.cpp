@@ -12,15 +12,19 @@ namespace {
 constexpr std::uint32_t kStreamTag = 0x0F;
 constexpr std::uint32_t kKeyTag = 0xFF;
 
+// The state of a twister of N words: the array and the position of its
+// next word, where N means "twist first".
+template <typename Word, int N>
+struct MtState {
+    Word mt[N];
+    std::uint32_t mti;
+};
+
 // ---- MT64
 
 constexpr int kN64 = 312;
 constexpr int kM64 = 156;
-
-struct Mt64State {
-    std::uint64_t mt[kN64];
-    std::uint32_t mti;   // next word of mt; kN64 means "twist first"
-};
+using Mt64State = MtState<std::uint64_t, kN64>;
 static_assert(sizeof(Mt64State) == 2504);
 
 // One twist of the recurrence over the whole array; the two word sizes
@@ -61,27 +65,12 @@ std::uint64_t nextMt64(void* state) {
     return x;
 }
 
-// mti stays: the next output continues from the current position.
-template <std::uint64_t Tag>
-std::int32_t rehashMt64(void* state, std::uint64_t value) {
-    if (value == 0) return 0;
-    auto& st = stateOf<Mt64State>(state);
-    for (int i = 0; i < kN64; ++i) {
-        const std::uint64_t words[3] = {static_cast<std::uint64_t>(i), Tag, value};
-        st.mt[i] = hashWords64(words, 3, st.mt[i]);
-    }
-    return 1;
-}
-
 // ---- MT19937
 
 constexpr int kN32 = 624;
 constexpr int kM32 = 397;
 
-struct Mt32State {
-    std::uint32_t mt[kN32];
-    std::uint32_t mti;   // next word of mt; kN32 means "twist first"
-};
+using Mt32State = MtState<std::uint32_t, kN32>;
 static_assert(sizeof(Mt32State) == 2500);
 
 void twist32(Mt32State& st) { twist<std::uint32_t, kN32, kM32, 0x80000000u, 0x7FFFFFFFu, 0x9908B0DFu>(st.mt, st.mti); }
@@ -123,16 +112,27 @@ void seedMt32(void* state, std::uint32_t s) {
     st.mti = kN32;
 }
 
-template <std::uint32_t Tag>
-std::int32_t rehashMt32(void* state, std::uint32_t value) {
+// One state word rehashed with its index, a tag and a value, the old word
+// as the seed: MurmurHash3 x86_32 of the three little-endian words for the
+// 32-bit twisters, hashWords64 for MT64.
+inline std::uint32_t rehashWord(std::uint32_t index, std::uint32_t tag, std::uint32_t value, std::uint32_t old) {
+    const std::uint32_t words[3] = {index, tag, value};
+    unsigned char bytes[12];
+    for (int k = 0; k < 12; ++k) bytes[k] = static_cast<unsigned char>(words[k / 4] >> (8 * (k % 4)));
+    return murmur3x86_32(bytes, sizeof bytes, old);
+}
+inline std::uint64_t rehashWord(std::uint64_t index, std::uint64_t tag, std::uint64_t value, std::uint64_t old) {
+    const std::uint64_t words[3] = {index, tag, value};
+    return hashWords64(words, 3, old);
+}
+
+// A stream or key: mti stays, so the next output continues from the current
+// position in the rehashed array.
+template <typename Word, int N, Word Tag>
+std::int32_t rehash(void* state, Word value) {
     if (value == 0) return 0;
-    auto& st = stateOf<Mt32State>(state);
-    for (int i = 0; i < kN32; ++i) {
-        const std::uint32_t words[3] = {static_cast<std::uint32_t>(i), Tag, value};
-        unsigned char bytes[12];
-        for (int k = 0; k < 12; ++k) bytes[k] = static_cast<unsigned char>(words[k / 4] >> (8 * (k % 4)));
-        st.mt[i] = murmur3x86_32(bytes, sizeof bytes, st.mt[i]);
-    }
+    auto& st = stateOf<MtState<Word, N>>(state);
+    for (int i = 0; i < N; ++i) st.mt[i] = rehashWord(static_cast<Word>(i), Tag, value, st.mt[i]);
     return 1;
 }
 
@@ -146,25 +146,19 @@ constexpr MethodInfo kMt32Info{"MT32", "2002 32-bit Mersenne Twister", 32, 2496,
 constexpr MethodInfo kMtHybridInfo{"MTHYBRID", "Hybrid 1998/2002 32-bit Mersenne Twister", 32, 2496, 2500, 0x28AF,
                                    kAll32, kAll32};
 
-constexpr RngOperations kMt64Ops = [] {
-    RngOperations ops = plain64Operations<kMt64Info, &seedMt64, &nextMt64>();
-    ops.setStream32 = &widened<&rehashMt64<kStreamTag>>;
-    ops.setStream64 = &rehashMt64<kStreamTag>;
-    ops.setStreamFromDouble = &streamFromDouble<std::uint64_t, &rehashMt64<kStreamTag>>;
-    ops.setKey32 = &widened<&rehashMt64<kKeyTag>>;
-    ops.setKey64 = &rehashMt64<kKeyTag>;
-    return ops;
-}();
+template <std::uint64_t Tag>
+constexpr auto kRehash64 = &rehash<std::uint64_t, kN64, Tag>;
+template <std::uint32_t Tag>
+constexpr auto kRehash32 = &rehash<std::uint32_t, kN32, Tag>;
+
+constexpr RngOperations kMt64Ops = methodOperations<kMt64Info, std::uint64_t, &seedMt64, &nextMt64,
+                                                    kRehash64<kStreamTag>, kRehash64<kKeyTag>>();
 
 template <const MethodInfo& Info, SeedRule Rule>
 constexpr RngOperations mt32Operations() {
-    RngOperations ops = plain32Operations<Info, &seedMt32<Rule>, &nextMt32>();
+    RngOperations ops = methodOperations<Info, std::uint32_t, &seedMt32<Rule>, &nextMt32, kRehash32<kStreamTag>,
+                                         kRehash32<kKeyTag>>();
     ops.uniformPreferred = &uniformPreferredMt32;
-    ops.setStream32 = &rehashMt32<kStreamTag>;
-    ops.setStream64 = &low32<&rehashMt32<kStreamTag>>;
-    ops.setStreamFromDouble = &streamFromDouble<std::uint32_t, &rehashMt32<kStreamTag>>;
-    ops.setKey32 = &rehashMt32<kKeyTag>;
-    ops.setKey64 = &low32<&rehashMt32<kKeyTag>>;
     return ops;
 }
 

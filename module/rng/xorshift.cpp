@@ -123,11 +123,11 @@ std::uint64_t nextXorgens(void* state) {
 }
 constexpr MethodInfo kXorgensInfo{"XORGENS", "64-bit XORGENS*", 64, 0, 528, 0x1013, kAll64, 0};
 
-constexpr RngOperations kXor64Ops = plain64Operations<kXor64Info, &seedXor64, &nextXor64>();
-constexpr RngOperations kXor128Ops = plain64Operations<kXor128Info, &seedXor128, &nextXor128>();
-constexpr RngOperations kXor1024Ops = plain64Operations<kXor1024Info, &seedXorRing<16>, nextXor1024>();
-constexpr RngOperations kXor4096Ops = plain64Operations<kXor4096Info, &seedXorRing<64>, nextXor4096>();
-constexpr RngOperations kXorgensOps = plain64Operations<kXorgensInfo, &seedXorgens, &nextXorgens>();
+constexpr RngOperations kXor64Ops = methodOperations<kXor64Info, std::uint64_t, &seedXor64, &nextXor64>();
+constexpr RngOperations kXor128Ops = methodOperations<kXor128Info, std::uint64_t, &seedXor128, &nextXor128>();
+constexpr RngOperations kXor1024Ops = methodOperations<kXor1024Info, std::uint64_t, &seedXorRing<16>, nextXor1024>();
+constexpr RngOperations kXor4096Ops = methodOperations<kXor4096Info, std::uint64_t, &seedXorRing<64>, nextXor4096>();
+constexpr RngOperations kXorgensOps = methodOperations<kXorgensInfo, std::uint64_t, &seedXorgens, &nextXorgens>();
 
 }  // namespace
 
