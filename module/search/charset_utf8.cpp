@@ -265,16 +265,15 @@ bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     if (s.parsed.sourceChars == 0) return true;
     prepare(&s);
 
-    // Either direction visits every character of the trimmed source once;
-    // decided entries (0 or 1) are counted straight from the table, and a
-    // wide character is stepped over whole.
+    // Either direction visits every character of the trimmed source once.
+    // Decided bytes (0 or 1, continuation bytes 0) are counted straight from
+    // the table, byte by byte: independent steps run faster than stepping
+    // from character to character.
     const std::int64_t end = sourceEnd(s);
     std::uint64_t count = 0;
-    for (std::int64_t off = 0; off < end;) {
-        const std::uint8_t b = s.source[off];
-        const std::uint8_t entry = s.table[b];
+    for (std::int64_t off = 0; off < end; ++off) {
+        const std::uint8_t entry = s.table[s.source[off]];
         count += entry < kUnknown ? entry : memberAt(&s, off) ? 1 : 0;
-        off += utf8SequenceBytes(b);
     }
     *result = static_cast<double>(count);
     return true;
