@@ -201,8 +201,11 @@ constexpr SetWord<std::uint64_t> as64() {
 // The operations of a method seeded from one word of its width, from its
 // raw generator and, where it has them, its stream and key routines (the
 // slots of a missing one do nothing).
-template <const MethodInfo& Info, typename Word, SeedCore<Word> Seed, Word (*Next)(void*),
-          SetWord<Word> Stream = nullptr, SetWord<Word> Key = nullptr>
+// A missing routine is told by its type, not by comparing an address with
+// null, which not every compiler settles at compile time (GCC with the
+// sanitizers does not).
+template <const MethodInfo& Info, typename Word, SeedCore<Word> Seed, Word (*Next)(void*), auto Stream = nullptr,
+          auto Key = nullptr>
 constexpr RngOperations methodOperations() {
     RngOperations ops = baseOperations<Info>();
     ops.seed32 = &seed32<Word, Seed>;
@@ -221,12 +224,12 @@ constexpr RngOperations methodOperations() {
         ops.uniform = ops.uniform32Open;
         ops.uniformScaled = ops.uniform32ClosedOpen;
     }
-    if constexpr (Stream != nullptr) {
+    if constexpr (!std::is_null_pointer_v<decltype(Stream)>) {
         ops.setStream32 = as32<Word, Stream>();
         ops.setStream64 = as64<Word, Stream>();
         ops.setStreamFromDouble = &streamFromDouble<Word, Stream>;
     }
-    if constexpr (Key != nullptr) {
+    if constexpr (!std::is_null_pointer_v<decltype(Key)>) {
         ops.setKey32 = as32<Word, Key>();
         ops.setKey64 = as64<Word, Key>();
     }
