@@ -19,13 +19,6 @@ EncodingHandle* sessionHandle() {
     return service->openHandle(service, kSessionHandleName, kSessionHandleNameLength, &status);
 }
 
-bool multiByteSession() {
-    auto* const* sessionRecord = static_cast<void* const*>(host().sessionRecord);
-    if (sessionRecord == nullptr) return false;
-    const auto* encodingRecord = static_cast<const std::uint8_t*>(sessionRecord[kSessionEncodingWord]);
-    return encodingRecord != nullptr && encodingRecord[kMultiByteSessionByte] != 0;
-}
-
 namespace {
 
 // A UTF-8 text holds a multi-byte character exactly when a byte has its top
@@ -78,14 +71,6 @@ SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) {
         utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(source->data), source->length);
     if (characters == source->length) return {SourceShape::kSingleBytes, characters};
     return {characters < 0 ? SourceShape::kOtherMultiByte : SourceShape::kWellFormedUtf8, characters};
-}
-
-EncodingHandle* multiByteHandleFor(ArgumentFrame* frame) {
-    const StringValue* source = frame->string(1);
-    if (source == nullptr || (frame->arg(1).typeFlags & kTypeRecheck) == 0) return nullptr;
-    EncodingHandle* h = sessionHandle();
-    if (h->encodingKind == kSingleByteEncoding) return nullptr;
-    return holdsWideCharacter(h, source->data, source->length) ? h : nullptr;
 }
 
 std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed) {

@@ -16,9 +16,6 @@ using contract::TextCursor;
 // Never stored here: caching is the host's business.
 EncodingHandle* sessionHandle();
 
-// True when the session record marks the session encoding as multi-byte.
-bool multiByteSession();
-
 template <typename Fn>
 inline Fn handleOp(const EncodingHandle* h, int word) {
     return reinterpret_cast<Fn>(h->at(word));

@@ -71,7 +71,6 @@ struct SourceShape {
     std::int64_t characters;
 };
 SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source);
-EncodingHandle* multiByteHandleFor(ArgumentFrame* frame);
 std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed);
 
 }  // namespace txscan
