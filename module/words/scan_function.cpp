@@ -31,8 +31,11 @@ std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* w
             if (n > 0 && isQuoteByte(static_cast<unsigned char>(word[n - 1]))) --n;
         }
     }
-    const std::int32_t status = ensureResultCapacity(result, n);
-    if (status != kStatusOk) return status;
+    // A buffer that already holds the word needs no reservation.
+    if (result->growPool == nullptr || n > result->capacity) {
+        const std::int32_t status = ensureResultCapacity(result, n);
+        if (status != kStatusOk) return status;
+    }
     if (n <= result->maxLength) {
         if (n > 0) std::memcpy(result->data, word, static_cast<std::size_t>(n));
         result->length = n;
@@ -67,9 +70,12 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
     }
     if (const double* number = frame->number(2)) {
         const double x = *number;
-        // A NaN is never equal to its floor; infinities pass and are settled
-        // by the interpreter (+inf as word 1, -inf as no such word).
-        if (topBitsAllOnes(x) || x == 0.0 || x != std::floor(x)) return kStatusInvalidArgument;
+        // From 2^52 up every double is whole, infinities too (the interpreter
+        // settles them: +inf as word 1, -inf as no such word); a NaN fails
+        // both tests. Truncation through an integer is cheaper than std::floor
+        // on the baseline instruction set, which has no rounding instruction.
+        const bool whole = std::fabs(x) < 0x1p52 ? x == static_cast<double>(static_cast<std::int64_t>(x)) : !std::isnan(x);
+        if (topBitsAllOnes(x) || x == 0.0 || !whole) return kStatusInvalidArgument;
     }
     std::int32_t status = kStatusOk;
     if (bytePath && wide == 0 && wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) return status;

@@ -35,8 +35,9 @@ bool trimsAlike(bool utf8, const std::uint8_t* p, std::int64_t n) {
 // word number (truncated; negative counts from the right; unusable as word
 // 1), the delimiter list as given, or the default delimiters when the call
 // has too few arguments for a list. Without modifiers no character ever
-// needs the handle, so nothing else is set up.
-void readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, DelimiterDecision* d) {
+// needs the handle, so nothing else is set up; with the default delimiters
+// the decision is their constant table, and true tells that it is ready.
+bool readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, DelimiterDecision* d) {
     std::memset(&d->mods, 0, sizeof d->mods);
     d->parsed.count = 1;
     d->parsed.delimitersSet = 0;
@@ -51,7 +52,13 @@ void readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::
         d->parsed.delimitersSet = 1;
     } else if (frame->argCount < (mode == kExtractWord ? 3 : 5)) {
         d->mods.set(kModDefaultDelimiters);
+        d->list = nullptr;
+        d->listBytes = 0;
+        d->listHasWide = d->wideAsksHandle = d->handleReady = false;
+        d->decision = kDefaultDelimiterBytes.has;
+        return true;
     }
+    return false;
 }
 
 // The search word, if it is well formed; its characters in *chars.
@@ -91,8 +98,9 @@ void trimWord(ByteWalker<Utf8>& w) {
 }
 
 template <bool Utf8>
-bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRoles& roles, std::int32_t mode,
-                   std::int64_t sourceChars, double* numericResult, StringValue* textResult, std::int32_t* status) {
+bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, bool decided, const ArgumentRoles& roles,
+                   std::int32_t mode, std::int64_t sourceChars, double* numericResult, StringValue* textResult,
+                   std::int32_t* status) {
     ByteWalker<Utf8> w;   // large; each field is set below before it is read
     w.d = &d;
     w.knownChars = sourceChars;
@@ -112,7 +120,7 @@ bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, const ArgumentRol
         }
         w.wordSet = true;
     }
-    if (!prepareDelimiterDecision(d)) return false;
+    if (!decided && !prepareDelimiterDecision(d)) return false;
     w.caseless = mods.has(kModI);
     if (w.caseless) w.pairs.clear();
     if (mode == kFindWord && mods.has(kModR) && w.wordSet) trimWord(w);
@@ -137,8 +145,9 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
     DelimiterDecision d;   // large; what is read is set here, by the reader or by the preparation
     d.h = h;
     d.utf8 = utf8;
+    bool decided = false;
     if (roles.modifiers == 0 && (mode == kExtractWord || mode == kLocateWord)) {
-        readPlainScan(frame, roles, mode, &d);
+        decided = readPlainScan(frame, roles, mode, &d);
     } else {
         // The interpreter reads the modifiers, the delimiters and the
         // numbers; the source and the word are measured here.
@@ -147,8 +156,8 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
         others.second = 0;
         interpretArguments(frame, h, others, &d.parsed, &d.mods, 0, mode);
     }
-    return utf8 ? answerOnBytes<true>(frame, d, roles, mode, sourceChars, numericResult, textResult, status)
-                : answerOnBytes<false>(frame, d, roles, mode, sourceChars, numericResult, textResult, status);
+    return utf8 ? answerOnBytes<true>(frame, d, decided, roles, mode, sourceChars, numericResult, textResult, status)
+                : answerOnBytes<false>(frame, d, decided, roles, mode, sourceChars, numericResult, textResult, status);
 }
 
 bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
