@@ -1,55 +1,37 @@
-// The session's encoding as the module sees it: the handle lookup, the
-// multi-byte tests that choose a path, cursor layout, and growing a
-// character result.
+// The session's encoding as the module sees it: the multi-byte tests that
+// choose a path, cursor layout, and growing a character result.
 #include <cstring>
 
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
-#include "module/frame/host_call.h"
 #include "module/frame/workers.h"
 
 namespace txscan {
 
 using namespace contract;
 
-EncodingHandle* sessionHandle() {
-    auto* service = static_cast<EncodingService*>(kernelWord(kKernelEncodingService));
-    if (service->cachedSessionHandle != nullptr) return service->cachedSessionHandle;
-    std::int64_t status = 0;
-    return service->openHandle(service, kSessionHandleName, kSessionHandleNameLength, &status);
-}
-
 namespace {
 
-// A UTF-8 text holds a multi-byte character exactly when a byte has its top
-// bit set. Eight bytes per test: the adapter and the byte worker's re-check
-// both ask this of the whole source, so it must cost far less than a search.
-bool anyHighBit(const char* data, std::int64_t length) {
-    constexpr std::uint64_t kHighBits = 0x8080808080808080ull;
-    std::int64_t i = 0;
-    std::uint64_t seen = 0;
-    for (; i + 32 <= length; i += 32) {
-        std::uint64_t w[4];
-        std::memcpy(w, data + i, sizeof w);
-        seen |= w[0] | w[1] | w[2] | w[3];
-        if (seen & kHighBits) return true;
+// Whether one of n bytes (1 to 16) has its top bit set, which in UTF-8 is
+// whether they hold a multi-byte character: two loads that may overlap
+// cover them, with no loop to set up on the shortest rows.
+bool highBitInShort(const char* p, std::int64_t n) {
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    if (n >= 8) {
+        std::memcpy(&first, p, 8);
+        std::memcpy(&last, p + n - 8, 8);
+    } else if (n >= 4) {
+        std::uint32_t a, b;
+        std::memcpy(&a, p, 4);
+        std::memcpy(&b, p + n - 4, 4);
+        first = a;
+        last = b;
+    } else {
+        first = static_cast<unsigned char>(p[0]) | static_cast<unsigned char>(p[n / 2]) << 8;
+        last = static_cast<unsigned char>(p[n - 1]);
     }
-    for (; i + 8 <= length; i += 8) {
-        std::uint64_t w;
-        std::memcpy(&w, data + i, sizeof w);
-        seen |= w;
-    }
-    for (; i < length; ++i) seen |= static_cast<unsigned char>(data[i]);
-    return (seen & kHighBits) != 0;
-}
-
-// Whether a text of a multi-byte encoding holds a multi-byte character.
-bool holdsWideCharacter(const EncodingHandle* h, const char* data, std::int64_t length) {
-    if (data == nullptr || length <= 0) return false;
-    if (h->encodingId == kEncodingIdUtf8) return anyHighBit(data, length);
-    std::int64_t count = 0;
-    if (enc::countChars(const_cast<EncodingHandle*>(h), data, length, &count) != 0) return false;
-    return count < length;
+    return ((first | last) & 0x8080808080808080ull) != 0;
 }
 
 }  // namespace
@@ -59,12 +41,17 @@ SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) {
         return {SourceShape::kSingleBytes, source->length};
     }
     if (h->encodingId != kEncodingIdUtf8) {
-        if (!holdsWideCharacter(h, source->data, source->length)) return {SourceShape::kSingleBytes, source->length};
+        // A multi-byte character makes fewer characters than bytes.
+        std::int64_t count = 0;
+        if (enc::countChars(const_cast<EncodingHandle*>(h), source->data, source->length, &count) != 0 ||
+            count >= source->length) {
+            return {SourceShape::kSingleBytes, source->length};
+        }
         return {SourceShape::kOtherMultiByte, -1};
     }
     // One pass answers all three questions: ASCII when every byte is a
     // character. A short row is mostly ASCII, told by its high bits alone.
-    if (source->length <= 16 && !anyHighBit(source->data, source->length)) {
+    if (source->length <= 16 && !highBitInShort(source->data, source->length)) {
         return {SourceShape::kSingleBytes, source->length};
     }
     const std::int64_t characters =

@@ -13,8 +13,14 @@ using contract::EncodingHandle;
 using contract::TextCursor;
 
 // The session's handle: the service's cached one, else a fresh openHandle.
-// Never stored here: caching is the host's business.
-EncodingHandle* sessionHandle();
+// Never stored here: caching is the host's business. Inline: every call of
+// every entry asks it first.
+inline EncodingHandle* sessionHandle() {
+    auto* service = static_cast<contract::EncodingService*>(kernelWord(contract::kKernelEncodingService));
+    if (service->cachedSessionHandle != nullptr) return service->cachedSessionHandle;
+    std::int64_t status = 0;
+    return service->openHandle(service, contract::kSessionHandleName, contract::kSessionHandleNameLength, &status);
+}
 
 template <typename Fn>
 inline Fn handleOp(const EncodingHandle* h, int word) {
