@@ -115,6 +115,31 @@ TEST(ScanWordNumber, RejectedWithNothingStored) {
     }
 }
 
+// Whole numbers of every size pass the check, up to the infinities; a
+// fraction just below 2^52, where doubles still hold halves, does not.
+TEST(ScanWordNumber, WholeAtEverySizeFractionsBelowTwoToThe52) {
+    txhost::Session session;
+    auto module = txhost::Module::load(session);
+    const double inf = std::numeric_limits<double>::infinity();
+    const char* const kNone = "<not stored>";
+    const struct {
+        double n;
+        std::int32_t status;
+        const char* text;
+    } cases[] = {
+        {2.0, kStatusOk, "b"},          {-2.0, kStatusOk, "a"},           {inf, kStatusOk, "a"},
+        {-inf, kStatusOk, " "},         {0x1p52, kStatusOk, "a"},         {-0x1p53, kStatusOk, " "},
+        {1e300, kStatusOk, "a"},        {-1e300, kStatusOk, " "},         {0x1p52 - 0.5, kStatusInvalidArgument, kNone},
+        {-(0x1p52 - 0.5), kStatusInvalidArgument, kNone},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.n);
+        const txhost::CallResult f = module->call("KSCANX", {std::string("a b"), c.n});
+        EXPECT_EQ(f.status, c.status);
+        EXPECT_EQ(f.text.value_or(kNone), c.text);
+    }
+}
+
 TEST(ScanEmptySource, OneBlankOrNothingFound) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
