@@ -378,21 +378,22 @@ template <class W>
     WordCall c = call;
     if constexpr (W::kOnBytes) {
         if (!w.check()) return false;
-        // A negative start has set B already.
-        c.start = startPosition(c.frame, c.startRole, m.has(kModB), w.sourceChars);
         if (c.mode == kCountWords && !m.has(kModM) && !m.has(kModQ)) {
             *answer = {static_cast<double>(words::countRuns(w)), {}};
             return true;
         }
+        if (locating && !m.has(kModM) && !m.has(kModQ)) {
+            *answer = {0.0, words::nthWordRun<W::kUtf8, false>(w, c)};
+            return true;
+        }
+        // The paths above start at an end; the others take the start
+        // argument (a negative start has set B already).
+        c.start = startPosition(c.frame, c.startRole, m.has(kModB), w.sourceChars);
         // An empty word is left to the walk, which asks the handle at every
         // position it reaches.
         if (c.mode == kFindWord && !m.has(kModQ) && !m.has(kModE) && !(w.wordSet && w.wordChars == 0)) {
             const std::int64_t at = w.wordSet ? words::firstWholeWord(w, c) : -1;
             *answer = {at >= 0 ? static_cast<double>(at + 1) : 0.0, {}};
-            return true;
-        }
-        if (locating && !m.has(kModM) && !m.has(kModQ)) {
-            *answer = {0.0, words::nthWordRun<W::kUtf8, false>(w, c)};
             return true;
         }
     }
