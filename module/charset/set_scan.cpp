@@ -15,10 +15,6 @@ namespace {
 // about as much as scanning this many bytes.
 constexpr std::int64_t kVectorMinimum = 48;
 
-// A ByteSetTest's nibble form costs a few bytes' tests, and the scans need
-// one whole block.
-constexpr std::int64_t kTestVectorMinimum = 32;
-
 std::int64_t firstScalar(const std::uint8_t* data, std::int64_t from, std::int64_t to, const std::uint8_t* set) {
     for (std::int64_t i = from; i < to; ++i) {
         if (set[data[i]]) return i;
@@ -77,83 +73,8 @@ __attribute__((target("avx2,popcnt"))) std::int64_t countAvx2(const std::uint8_t
     return n + countScalar(data, i, length, set);
 }
 
-// The nibble form of a ByteSetTest: the class mask a vector of classTable
-// at a time, the few fixed and listed bytes one by one.
-__attribute__((target("avx2"))) NibbleSet nibbleSetOf(const ByteSetTest& test) {
-    alignas(16) std::uint8_t rows[2][16] = {};
-    const auto add = [&rows](std::uint8_t b) { rows[b >> 7][b & 15] |= static_cast<std::uint8_t>(1u << ((b >> 4) & 7)); };
-    if (test.digits) {
-        for (std::uint8_t d = '0'; d <= '9'; ++d) add(d);
-    }
-    if (test.tab) add('\t');
-    for (std::int64_t i = 0; i < test.listLength; ++i) {
-        if (test.upper == nullptr) {
-            add(test.list[i]);
-        } else {
-            add(test.upper[test.list[i]]);
-            add(test.lower[test.list[i]]);
-        }
-    }
-    __m128i half[2] = {_mm_load_si128(reinterpret_cast<const __m128i*>(rows[0])),
-                       _mm_load_si128(reinterpret_cast<const __m128i*>(rows[1]))};
-    if (test.mask != 0) {
-        const __m128i mask = _mm_set1_epi8(static_cast<char>(test.mask));
-        for (int row = 0; row < 16; ++row) {
-            const __m128i classes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(test.classes + 16 * row));
-            const __m128i none = _mm_cmpeq_epi8(_mm_and_si128(classes, mask), _mm_setzero_si128());
-            half[row >> 3] =
-                _mm_or_si128(half[row >> 3], _mm_andnot_si128(none, _mm_set1_epi8(static_cast<char>(1u << (row & 7)))));
-        }
-    }
-    const __m128i bit = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
-    return {_mm256_broadcastsi128_si256(half[0]), _mm256_broadcastsi128_si256(half[1]),
-            _mm256_broadcastsi128_si256(bit)};
-}
-
-// Scans of at least 32 bytes. The ragged end is one more block overlapping
-// bytes already seen: a search has found nothing there, a count drops them.
-__attribute__((target("avx2"))) std::uint32_t testHits(const std::uint8_t* p, const NibbleSet& t, std::uint32_t flip) {
-    return membersOf(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), t) ^ flip;
-}
-
-__attribute__((target("avx2"))) std::int64_t firstAvx2(const std::uint8_t* data, std::int64_t length,
-                                                       const ByteSetTest& test) {
-    const NibbleSet t = nibbleSetOf(test);
-    const std::uint32_t flip = test.negated ? ~0u : 0u;
-    for (std::int64_t i = 0; i + 32 <= length; i += 32) {
-        if (const std::uint32_t hits = testHits(data + i, t, flip)) return i + __builtin_ctz(hits);
-    }
-    const std::uint32_t hits = testHits(data + length - 32, t, flip);
-    return hits != 0 ? length - 32 + __builtin_ctz(hits) : -1;
-}
-
-__attribute__((target("avx2"))) std::int64_t lastAvx2(const std::uint8_t* data, std::int64_t length,
-                                                      const ByteSetTest& test) {
-    const NibbleSet t = nibbleSetOf(test);
-    const std::uint32_t flip = test.negated ? ~0u : 0u;
-    for (std::int64_t end = length; end >= 32; end -= 32) {
-        if (const std::uint32_t hits = testHits(data + end - 32, t, flip)) return end - 32 + (31 - __builtin_clz(hits));
-    }
-    const std::uint32_t hits = testHits(data, t, flip);
-    return hits != 0 ? 31 - __builtin_clz(hits) : -1;
-}
-
-__attribute__((target("avx2,popcnt"))) std::int64_t countAvx2(const std::uint8_t* data, std::int64_t length,
-                                                              const ByteSetTest& test) {
-    const NibbleSet t = nibbleSetOf(test);
-    const std::uint32_t flip = test.negated ? ~0u : 0u;
-    std::int64_t n = 0;
-    std::int64_t i = 0;
-    for (; i + 32 <= length; i += 32) n += __builtin_popcount(testHits(data + i, t, flip));
-    if (i < length) n += __builtin_popcount(testHits(data + length - 32, t, flip) >> (32 - (length - i)));
-    return n;
-}
-
 #else
 
-std::int64_t firstAvx2(const std::uint8_t*, std::int64_t, const ByteSetTest&) { return -1; }
-std::int64_t lastAvx2(const std::uint8_t*, std::int64_t, const ByteSetTest&) { return -1; }
-std::int64_t countAvx2(const std::uint8_t*, std::int64_t, const ByteSetTest&) { return 0; }
 std::int64_t firstAvx2(const std::uint8_t*, std::int64_t, const std::uint8_t*) { return -1; }
 std::int64_t lastAvx2(const std::uint8_t*, std::int64_t, const std::uint8_t*) { return -1; }
 std::int64_t countAvx2(const std::uint8_t*, std::int64_t, const std::uint8_t*) { return 0; }
@@ -178,29 +99,6 @@ std::int64_t countInSet(const std::uint8_t* data, std::int64_t length, const std
     if (length <= 0) return 0;
     if (length >= kVectorMinimum && haveAvx2()) return countAvx2(data, length, set);
     return countScalar(data, 0, length, set);
-}
-
-std::int32_t firstInSet(const std::uint8_t* data, std::int32_t length, const ByteSetTest& test) {
-    if (length >= kTestVectorMinimum && haveAvx2()) return static_cast<std::int32_t>(firstAvx2(data, length, test));
-    for (std::int32_t i = 0; i < length; ++i) {
-        if (test.holds(data[i])) return i;
-    }
-    return -1;
-}
-
-std::int32_t lastInSet(const std::uint8_t* data, std::int32_t length, const ByteSetTest& test) {
-    if (length >= kTestVectorMinimum && haveAvx2()) return static_cast<std::int32_t>(lastAvx2(data, length, test));
-    for (std::int32_t i = length - 1; i >= 0; --i) {
-        if (test.holds(data[i])) return i;
-    }
-    return -1;
-}
-
-std::int64_t countInSet(const std::uint8_t* data, std::int64_t length, const ByteSetTest& test) {
-    if (length >= kTestVectorMinimum && haveAvx2()) return countAvx2(data, length, test);
-    std::int64_t n = 0;
-    for (std::int64_t i = 0; i < length; ++i) n += test.holds(data[i]);
-    return n;
 }
 
 }  // namespace txscan

@@ -5,8 +5,6 @@
 
 #include <cstdint>
 
-#include "module/charset/char_set.h"
-
 namespace txscan {
 
 // Index (from 0) of the first byte of data[0..length) whose entry in `set`
@@ -18,12 +16,5 @@ std::int32_t lastInSet(const std::uint8_t* data, std::int32_t length, const std:
 
 // Number of such bytes (0 when length <= 0).
 std::int64_t countInSet(const std::uint8_t* data, std::int64_t length, const std::uint8_t set[256]);
-
-// The same three for a set asked a byte at a time. Long inputs take the
-// nibble form built straight from the test's class mask and bytes, so no
-// 256-entry table is filled for them either.
-std::int32_t firstInSet(const std::uint8_t* data, std::int32_t length, const ByteSetTest& test);
-std::int32_t lastInSet(const std::uint8_t* data, std::int32_t length, const ByteSetTest& test);
-std::int64_t countInSet(const std::uint8_t* data, std::int64_t length, const ByteSetTest& test);
 
 }  // namespace txscan

@@ -26,6 +26,10 @@ constexpr LetterTable kCountCharLetters = makeLetterTable("COUNTC", "IOTV", true
 // byte, with no table to build.
 constexpr std::int64_t kShortSource = 100;
 
+// Up to this many bytes asking each byte of the set (ByteSetTest) is
+// cheaper than filling the 256 entries and scanning them.
+constexpr std::int64_t kAskEachByte = 32;
+
 struct Bytes {
     const char* data;
     std::int64_t length;
@@ -41,12 +45,23 @@ Bytes bytesOf(const ArgumentFrame* frame, int k) {
 
 const std::uint8_t* unsignedBytes(const char* data) { return reinterpret_cast<const std::uint8_t*>(data); }
 
-// A search's answer from either form of its set.
-template <typename Set>
-std::int32_t searchRegion(const SearchRegion& region, const Set& set) {
+std::int32_t searchRegion(const SearchRegion& region, const std::uint8_t* set) {
     const std::int32_t i = region.leftwards ? lastInSet(region.data, region.length, set)
                                             : firstInSet(region.data, region.length, set);
     return i < 0 ? 0 : region.base + i;
+}
+
+std::int32_t searchRegion(const SearchRegion& region, const ByteSetTest& test) {
+    if (region.leftwards) {
+        for (std::int32_t i = region.length - 1; i >= 0; --i) {
+            if (test.holds(region.data[i])) return region.base + i;
+        }
+        return 0;
+    }
+    for (std::int32_t i = 0; i < region.length; ++i) {
+        if (test.holds(region.data[i])) return region.base + i;
+    }
+    return 0;
 }
 
 std::int32_t searchRegion(const SearchRegion& region, const FewBytes& few) {
@@ -77,10 +92,20 @@ std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
 // How a call answers from whatever form its set took: a search gives the
 // region's position of the first member in its direction, a count the
 // region's members.
-template <SearchMode Mode, typename Set>
-double answerOf(const SearchRegion& region, const Set& set) {
+template <SearchMode Mode>
+double answerOf(const SearchRegion& region, const std::uint8_t* set) {
     if constexpr (Mode == SearchMode::kCount) return static_cast<double>(countInSet(region.data, region.length, set));
     return searchRegion(region, set);
+}
+
+template <SearchMode Mode>
+double answerOf(const SearchRegion& region, const ByteSetTest& test) {
+    if constexpr (Mode == SearchMode::kCount) {
+        std::int64_t n = 0;
+        for (std::int32_t i = 0; i < region.length; ++i) n += test.holds(region.data[i]);
+        return static_cast<double>(n);
+    }
+    return searchRegion(region, test);
 }
 
 // Cached records: KFINDC keeps direction and trim flag before its set,
@@ -181,10 +206,8 @@ std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result) {
         }
     }
 
-    // A set of classTable classes and a few bytes is asked of the tables
-    // themselves, with no 256 entries to fill.
     ByteSetTest test;
-    if (!caching &&
+    if (!caching && region.length <= kAskEachByte &&
         byteSetTestOf(modifiers.classLetters, list.data, list.length, caseless, negated, &test)) {
         *result = answerOf<Mode>(region, test);
         return kStatusOk;
