@@ -252,9 +252,9 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
         return true;
     }
 
-    // Both ways the walk is over bytes, continuation bytes never being
+    // Leftwards the walk is over bytes, continuation bytes never being
     // members, and the position is the number of lead bytes before the
-    // member.
+    // member; rightwards it steps from character to character.
     const std::int64_t off0 = p0 == 0 ? 0 : utf8OffsetOf(s.source, s.sourceBytes, p0);
     if (s.modifiers.has(kModB)) {
         for (std::int64_t off = off0;; --off) {
@@ -265,12 +265,12 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
             if (off == 0) return true;
         }
     }
-    for (std::int64_t off = off0; off < end; ++off) {
-        const std::uint8_t entry = s.table[s.source[off]];
-        if (entry == 1 || (entry > 1 && memberAt(&s, off))) {
-            *result = static_cast<double>(p0 + 1 + leadBytes(s.source + off0, off - off0));
+    for (std::int64_t off = off0, position = p0 + 1; off < end; ++position) {
+        if (memberAt(&s, off)) {
+            *result = static_cast<double>(position);
             return true;
         }
+        off += utf8SequenceBytes(s.source[off]);
     }
     return true;
 }
