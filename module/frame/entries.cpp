@@ -92,7 +92,7 @@ std::int32_t kcountxEntry(ArgumentFrame* frame, void* result) {
         frame, result);
 }
 std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<countCharOnBytes, countCharUtf8, charSetMultiByte<kCount>>>(frame, result);
+    return entry<numericAdapter<charSetOnBytes<kCount>, charSetUtf8<kCount>, charSetMultiByte<kCount>>>(frame, result);
 }
 std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<countWordsBytes, countWordsUtf8, countWordsMultiByte>>(frame, result);
@@ -102,7 +102,7 @@ std::int32_t kfindEntry(ArgumentFrame* frame, void* result) {
         frame, result);
 }
 std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
-    return entry<numericAdapter<findCharOnBytes, findCharUtf8, charSetMultiByte<kFirst>>>(frame, result);
+    return entry<numericAdapter<charSetOnBytes<kFirst>, charSetUtf8<kFirst>, charSetMultiByte<kFirst>>>(frame, result);
 }
 std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
     return entry<numericAdapter<findWordBytes, findWordUtf8, findWordMultiByte>>(frame, result);
