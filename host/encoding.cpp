@@ -24,13 +24,21 @@ namespace {
 
 // ---------------------------------------------------------------- codecs
 
+// Each byte value decoded on its own; kNoCodePoint where the encoding reads
+// the byte only as the start of a longer character.
+void decodeSingleBytes(backend::Converter& converter, CodePoint (&single)[256], bool (*startsLonger)(std::uint8_t)) {
+    for (int b = 0; b < 256; ++b) {
+        const char byte = static_cast<char>(b);
+        single[b] = startsLonger(static_cast<std::uint8_t>(b)) ? kNoCodePoint
+                                                                : backend::decodeCharacter(converter, &byte, 1);
+    }
+}
+
 class SingleByteCodec final : public Codec {
 public:
     explicit SingleByteCodec(const char* name) {
-        backend::ConverterPtr converter = backend::openConverter(name);
+        decodeSingleBytes(*backend::openConverter(name), toUnicode_, [](std::uint8_t) { return false; });
         for (int b = 0; b < 256; ++b) {
-            const char byte = static_cast<char>(b);
-            toUnicode_[b] = backend::decodeCharacter(*converter, &byte, 1);
             if (toUnicode_[b] >= 0) fromUnicode_.emplace(toUnicode_[b], static_cast<std::uint8_t>(b));
         }
     }
@@ -129,11 +137,7 @@ class ShiftJisCodec final : public Codec {
 public:
     explicit ShiftJisCodec(const char* name) : name_(name) {
         backend::ConverterPtr converter = backend::openConverter(name);
-        for (int b = 0; b < 256; ++b) {
-            const char byte = static_cast<char>(b);
-            single_[b] = sjisLead(static_cast<std::uint8_t>(b)) ? kNoCodePoint
-                                                                 : backend::decodeCharacter(*converter, &byte, 1);
-        }
+        decodeSingleBytes(*converter, single_, sjisLead);
         double_.assign(65536, -1);
         for (int lead = 0x81; lead <= 0xFC; ++lead) {
             if (!sjisLead(static_cast<std::uint8_t>(lead))) continue;
@@ -205,9 +209,8 @@ class EucJpCodec final : public Codec {
 public:
     explicit EucJpCodec(const char* name) {
         backend::ConverterPtr converter = backend::openConverter(name);
-        for (int b = 0; b < 256; ++b) {
-            const char byte = static_cast<char>(b);
-            single_[b] = b < 0x80 ? backend::decodeCharacter(*converter, &byte, 1) : kNoCodePoint;
+        decodeSingleBytes(*converter, single_, [](std::uint8_t b) { return b >= 0x80; });
+        for (int b = 0; b < 0x80; ++b) {
             if (single_[b] >= 0) remember(single_[b], static_cast<std::uint32_t>(b), 1);
         }
         double_.assign(65536, kNoCodePoint);

@@ -9,6 +9,7 @@
 // byte", 2021). Without AVX2, SSE2 skips ASCII 16 bytes at a time and checks
 // the rest one sequence at a time. Characters are the bytes less the
 // continuation bytes, which one signed compare picks out.
+#include <algorithm>
 #include <cstring>
 
 #include "module/charset/byte_vectors.h"
@@ -164,10 +165,18 @@ std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n) {
     std::int64_t count = 0;
     std::int64_t i = 0;
 #if defined(__x86_64__)
-    // Lead bytes and ASCII are the bytes above -65 taken as signed.
-    for (; i + 16 <= n; i += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        count += std::popcount(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_set1_epi8(-65)))));
+    // Lead bytes and ASCII are the bytes above -65 taken as signed. Each
+    // compare gives -1 per such byte, gathered per lane (255 blocks at most,
+    // so no lane wraps) and then summed by psadbw: SSE2 alone, no popcnt.
+    while (i + 16 <= n) {
+        __m128i lanes = _mm_setzero_si128();
+        const std::int64_t blocks = std::min<std::int64_t>((n - i) / 16, 255);
+        for (std::int64_t b = 0; b < blocks; ++b, i += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            lanes = _mm_sub_epi8(lanes, _mm_cmpgt_epi8(v, _mm_set1_epi8(-65)));
+        }
+        const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+        count += _mm_cvtsi128_si64(sums) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums));
     }
 #endif
     for (; i < n; ++i) count += (p[i] & 0xC0) != 0x80;

@@ -101,10 +101,14 @@ std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
     return runMultiByte(multiByte, frame, number, h);
 }
 
-// KFIND and KCOUNTX, one mode each.
+// KFIND and KCOUNTX, KFINDC and KCOUNTC: one mode each.
 template <SearchMode Mode>
 std::int32_t substringEntry(ArgumentFrame* frame, void* result) {
     return numericEntry<substringOnBytes<Mode>, substringUtf8<Mode>, substringMultiByte<Mode>>(frame, result);
+}
+template <SearchMode Mode>
+std::int32_t charSetEntry(ArgumentFrame* frame, void* result) {
+    return numericEntry<charSetOnBytes<Mode>, charSetUtf8<Mode>, charSetMultiByte<Mode>>(frame, result);
 }
 
 }  // namespace
@@ -113,12 +117,8 @@ SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) { 
 
 std::int32_t kcountxEntry(ArgumentFrame* frame, void* result) { return substringEntry<kCount>(frame, result); }
 std::int32_t kfindEntry(ArgumentFrame* frame, void* result) { return substringEntry<kFirst>(frame, result); }
-std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) {
-    return numericEntry<countCharOnBytes, countCharUtf8, charSetMultiByte<kCount>>(frame, result);
-}
-std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) {
-    return numericEntry<findCharOnBytes, findCharUtf8, charSetMultiByte<kFirst>>(frame, result);
-}
+std::int32_t kcountcEntry(ArgumentFrame* frame, void* result) { return charSetEntry<kCount>(frame, result); }
+std::int32_t kfindcEntry(ArgumentFrame* frame, void* result) { return charSetEntry<kFirst>(frame, result); }
 std::int32_t kcountwEntry(ArgumentFrame* frame, void* result) {
     return numericEntry<countWordsBytes, countWordsUtf8, countWordsMultiByte>(frame, result);
 }

@@ -34,13 +34,12 @@ std::int32_t substringOnBytes(ArgumentFrame* frame, double* result);
 template <SearchMode Mode>
 std::int32_t substringMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 
-// KCOUNTC and KFINDC (the multi-byte path in mode kFirst or kCount)
-bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-                   std::int32_t* status);
-bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-                  std::int32_t* status);
-std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result);
-std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result);
+// KFINDC (mode kFirst) and KCOUNTC (kCount)
+template <SearchMode Mode>
+bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                 std::int32_t* status);
+template <SearchMode Mode>
+std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result);
 template <SearchMode Mode>
 std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
 

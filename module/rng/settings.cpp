@@ -71,6 +71,21 @@ std::int32_t setValue(const TKChar* name, std::int32_t length, std::int32_t type
     return nameValueSetFn()(kernelRoot(), name, length, 1, type, value, size, 0, 0);
 }
 
+// The text of a setting in buffer[0..units), terminated (empty when the
+// host has none or fails); the characters read.
+std::int32_t getText(const TKChar* name, std::int32_t length, TKChar* buffer, std::int32_t units, const char* operation) {
+    const std::int64_t room = std::int64_t{units} * 2 - 2;
+    std::int64_t size = room;
+    std::int32_t status = getValue(name, length, contract::kValueText, buffer, &size);
+    if (status != 0) {
+        buffer[0] = 0;
+        if (status != kNoValue) reportFailure(kGetService, name, length, operation, status);
+        return 0;
+    }
+    buffer[size < 0 || size > room ? room / 2 : size / 2] = 0;
+    return textLength(buffer);
+}
+
 std::int32_t setText(const TKChar* name, std::int32_t length, const TKChar* text, const char* operation) {
     std::int32_t status =
         setValue(name, length, contract::kValueText, shown(text), std::int64_t{textLength(text)} * 2);
@@ -135,18 +150,7 @@ std::int32_t tknrtget(const TKChar* name, std::int32_t length, TKChar* buffer, s
     length = nameLength(name, length);
     if (capacity > 0) buffer[0] = 0;
     std::int32_t read = 0;
-    if (capacity > 1 && name != nullptr) {
-        std::int64_t size = std::int64_t{capacity} * 2 - 2;
-        std::int32_t status = getValue(name, length, contract::kValueText, buffer, &size);
-        if (status == 0) {
-            if (size < 0 || size > std::int64_t{capacity} * 2 - 2) size = std::int64_t{capacity} * 2 - 2;
-            buffer[size / 2] = 0;
-            read = textLength(buffer);
-        } else {
-            buffer[0] = 0;
-            if (status != kNoValue) reportFailure(kGetService, name, length, "tknrtget", status);
-        }
-    }
+    if (capacity > 1 && name != nullptr) read = getText(name, length, buffer, capacity, "tknrtget");
     if (trace)
         logLine(contract::kLevelTrace, u"%hs(%.*S)='%s'", "tknrtget", length, shown(name),
                 capacity > 0 ? buffer : kEmpty);
@@ -164,17 +168,9 @@ std::int32_t tknrcget(const TKChar* name, std::int32_t length, char* buffer, std
     std::int32_t read = 0;
     if (capacity > 1 && name != nullptr) {
         TKChar wide[kUnits];
-        std::int32_t units = capacity < kUnits ? capacity : kUnits;
-        std::int64_t size = std::int64_t{units} * 2 - 2;
-        std::int32_t status = getValue(name, length, contract::kValueText, wide, &size);
-        if (status == 0) {
-            if (size < 0 || size > std::int64_t{units} * 2 - 2) size = std::int64_t{units} * 2 - 2;
-            wide[size / 2] = 0;
-            for (; wide[read] != 0; ++read) buffer[read] = wide[read] < 0x100 ? static_cast<char>(wide[read]) : '?';
-            buffer[read] = 0;
-        } else if (status != kNoValue) {
-            reportFailure(kGetService, name, length, "tknrcget", status);
-        }
+        getText(name, length, wide, capacity < kUnits ? capacity : kUnits, "tknrcget");
+        for (; wide[read] != 0; ++read) buffer[read] = wide[read] < 0x100 ? static_cast<char>(wide[read]) : '?';
+        buffer[read] = 0;
     }
     if (trace)
         logLine(contract::kLevelTrace, u"%hs(%.*S)='%hs'", "tknrcget", length, shown(name),

@@ -1,4 +1,4 @@
-// The byte paths of KFINDC (findCharOnBytes) and KCOUNTC (countCharOnBytes): the
+// The byte paths of KFINDC and KCOUNTC (charSetOnBytes): the
 // character list and the class letters become a 256-entry CharSet, kept per
 // call site under modifier O, and the source is scanned against it. A list of
 // a few bytes with no class letters, negation or caching is scanned for its
@@ -29,13 +29,6 @@ constexpr std::int64_t kShortSource = 100;
 // Up to this many bytes asking each byte of the set (ByteSetTest) is
 // cheaper than filling the 256 entries and scanning them.
 constexpr std::int64_t kAskEachByte = 32;
-
-// Cached records: KFINDC keeps direction and trim flag before its set,
-// KCOUNTC only the trim flag.
-enum FindCharFlag { kFindCharDirection, kFindCharTrim, kFindCharFlags };
-enum CountCharFlag { kCountCharTrim, kCountCharFlags };
-using FindCharRecord = CachedRecord<kFindCharFlags>;
-using CountCharRecord = CachedRecord<kCountCharFlags>;
 
 struct Bytes {
     const char* data;
@@ -96,155 +89,141 @@ std::int32_t findWithTwoArguments(const Bytes& source, const Bytes& list) {
     return firstInSet(unsignedBytes(source.data), static_cast<std::int32_t>(source.length), set.member) + 1;
 }
 
+// How a call answers from whatever form its set took: a search gives the
+// region's position of the first member in its direction, a count the
+// region's members.
+template <SearchMode Mode>
+double answerOf(const SearchRegion& region, const std::uint8_t* set) {
+    if constexpr (Mode == SearchMode::kCount) return static_cast<double>(countInSet(region.data, region.length, set));
+    return searchRegion(region, set);
+}
+
+template <SearchMode Mode>
+double answerOf(const SearchRegion& region, const ByteSetTest& test) {
+    if constexpr (Mode == SearchMode::kCount) {
+        std::int64_t n = 0;
+        for (std::int32_t i = 0; i < region.length; ++i) n += test.holds(region.data[i]);
+        return static_cast<double>(n);
+    }
+    return searchRegion(region, test);
+}
+
+// Cached records: KFINDC keeps direction and trim flag before its set,
+// KCOUNTC only the trim flag.
+template <SearchMode Mode>
+constexpr std::size_t kRecordFlags = Mode == SearchMode::kFirst ? 2 : 1;
+
 }  // namespace
 
-std::int32_t findCharOnBytes(ArgumentFrame* frame, double* result) {
+// KFINDC (kFirst) and KCOUNTC (kCount). A search reads a start position and
+// may go leftwards; a count takes the whole source and reads its modifiers
+// only from argument 3.
+template <SearchMode Mode>
+std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result) {
+    constexpr bool finding = Mode == SearchMode::kFirst;
+    constexpr std::size_t kFlags = kRecordFlags<Mode>;
     const Bytes source = bytesOf(frame, 1);
-    if (source.length <= 0 || frame->argCount <= 1) {
+    if (source.length <= 0 || (finding && frame->argCount <= 1)) {
         *result = 0.0;
         return kStatusOk;
     }
     Bytes list = bytesOf(frame, 2);
-    if (frame->argCount == 2) {
-        *result = findWithTwoArguments(source, list);
-        return kStatusOk;
+    SearchRegion region{unsignedBytes(source.data), static_cast<std::int32_t>(source.length), 1, false};
+    int modifierArg = frame->argCount > 2 ? 3 : 0;
+    if constexpr (finding) {
+        if (frame->argCount == 2) {
+            *result = findWithTwoArguments(source, list);
+            return kStatusOk;
+        }
+        StartAndModifiers roles;
+        if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &roles)) {
+            return status;
+        }
+        std::int32_t status = kStatusOk;
+        if (regionFromStart(frame, roles.start, source.data, region.length, &region, result, &status) ==
+            RegionResult::Done) {
+            return status;
+        }
+        modifierArg = roles.modifiers;
     }
-
-    StartAndModifiers roles;
-    if (std::int32_t status = startAndModifierRoles(frame, FourthArgumentRule::MustNotBeNumeric, &roles)) {
-        return status;
-    }
-    SearchRegion region;
-    std::int32_t status = kStatusOk;
-    if (regionFromStart(frame, roles.start, source.data, static_cast<std::int32_t>(source.length), &region, result,
-                        &status) == RegionResult::Done) {
-        return status;
-    }
+    const auto trimRegion = [&region] {
+        region.length = static_cast<std::int32_t>(
+            trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
+    };
 
     // A reusing call searches in the direction the record was built with:
     // its own negative start narrows the region but does not turn it round.
-    if (const FindCharRecord* cached = cachedRecordOf<kFindCharFlags>(frame)) {
-        region.leftwards = cached->flag[kFindCharDirection] != 0;
-        if (cached->flag[kFindCharTrim]) {
-            region.length = static_cast<std::int32_t>(
-                trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
-        }
-        *result = searchRegion(region, cached->set.member);
+    if (const CachedRecord<kFlags>* cached = cachedRecordOf<kFlags>(frame)) {
+        if constexpr (finding) region.leftwards = cached->flag[0] != 0;
+        if (cached->flag[kFlags - 1]) trimRegion();
+        *result = answerOf<Mode>(region, cached->set.member);
         return kStatusOk;
     }
 
     ByteModifiers modifiers{};
-    if (roles.modifiers != 0) {
-        const Bytes text = bytesOf(frame, roles.modifiers);
-        modifiers = readByteModifiers(kFindCharLetters, text.data, text.length);
+    if (modifierArg != 0) {
+        const Bytes text = bytesOf(frame, modifierArg);
+        modifiers = readByteModifiers(finding ? kFindCharLetters : kCountCharLetters, text.data, text.length);
     }
     const ModifierSet& flags = modifiers.flags;
     if (flags.has(kModB)) region.leftwards = true;
     if (flags.has(kModT)) {
-        region.length = static_cast<std::int32_t>(
-            trimTrailingBlanks(reinterpret_cast<const char*>(region.data), region.length));
+        trimRegion();
         list.length = trimTrailingBlanks(list.data, list.length);
     }
-
     const bool negated = flags.has(kModK) || flags.has(kModV);
     const bool caching = flags.has(kModO) && siteMayCache(frame);
-    if (modifiers.classLetters == 0 && !negated && !caching) {
-        FewBytes few;
+    const bool caseless = flags.has(kModI);
+
+    // Sets of a few list bytes and no class: a search for the first
+    // non-member cannot use them, a count takes the rest.
+    if (modifiers.classLetters == 0 && !caching && (!finding || !negated)) {
+        const std::int64_t length = region.length;
         if (list.length == 0) {
-            *result = 0.0;
+            *result = negated ? static_cast<double>(length) : 0.0;
             return kStatusOk;
         }
-        if (fewListBytes(list, flags.has(kModI), &few)) {
-            *result = searchRegion(region, few);
+        if (!finding && list.length == 1 && length < kShortSource) {
+            const std::uint8_t* upper = host().upcaseMap;
+            const auto wanted = static_cast<std::uint8_t>(list.data[0]);
+            std::int64_t equal = 0;
+            for (std::int64_t i = 0; i < length; ++i) {
+                const std::uint8_t b = region.data[i];
+                equal += caseless ? upper[b] == upper[wanted] : b == wanted;
+            }
+            *result = static_cast<double>(negated ? length - equal : equal);
+            return kStatusOk;
+        }
+        FewBytes few;
+        if (fewListBytes(list, caseless, &few)) {
+            if constexpr (finding) {
+                *result = searchRegion(region, few);
+            } else {
+                const std::int64_t n = countOfFew(region.data, length, few);
+                *result = static_cast<double>(negated ? length - n : n);
+            }
             return kStatusOk;
         }
     }
 
     ByteSetTest test;
     if (!caching && region.length <= kAskEachByte &&
-        byteSetTestOf(modifiers.classLetters, list.data, list.length, flags.has(kModI), negated, &test)) {
-        *result = searchRegion(region, test);
+        byteSetTestOf(modifiers.classLetters, list.data, list.length, caseless, negated, &test)) {
+        *result = answerOf<Mode>(region, test);
         return kStatusOk;
     }
     CharSet set;
-    buildByteSet(&set, modifiers.classLetters, list.data, list.length, flags.has(kModI), negated);
+    buildByteSet(&set, modifiers.classLetters, list.data, list.length, caseless, negated);
     if (caching) {
-        const std::uint8_t kept[kFindCharFlags] = {region.leftwards, flags.has(kModT)};
+        std::uint8_t kept[kFlags] = {flags.has(kModT)};
+        if constexpr (finding) kept[0] = region.leftwards, kept[1] = flags.has(kModT);
         if (keepRecord(frame, kept, set) == nullptr) return kStatusNoMemory;
     }
-    *result = searchRegion(region, set.member);
+    *result = answerOf<Mode>(region, set.member);
     return kStatusOk;
 }
 
-std::int32_t countCharOnBytes(ArgumentFrame* frame, double* result) {
-    const Bytes source = bytesOf(frame, 1);
-    if (source.length <= 0) {
-        *result = 0.0;
-        return kStatusOk;
-    }
-    std::int64_t length = source.length;
-    if (const CountCharRecord* cached = cachedRecordOf<kCountCharFlags>(frame)) {
-        if (cached->flag[kCountCharTrim]) length = trimTrailingBlanks(source.data, length);
-        *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, cached->set.member));
-        return kStatusOk;
-    }
-
-    Bytes list = bytesOf(frame, 2);
-    ByteModifiers modifiers{};
-    if (frame->argCount > 2) {
-        const Bytes text = bytesOf(frame, 3);
-        modifiers = readByteModifiers(kCountCharLetters, text.data, text.length);
-    }
-    const ModifierSet& flags = modifiers.flags;
-    if (flags.has(kModT)) {
-        length = trimTrailingBlanks(source.data, length);
-        list.length = trimTrailingBlanks(list.data, list.length);
-    }
-    const bool caching = flags.has(kModO) && siteMayCache(frame);
-    const bool negated = flags.has(kModV);
-
-    if (modifiers.classLetters == 0 && list.length <= 1 && !caching) {
-        if (list.length == 0) {
-            *result = negated ? static_cast<double>(length) : 0.0;
-            return kStatusOk;
-        }
-        if (length < kShortSource) {
-            const std::uint8_t* upper = host().upcaseMap;
-            const auto wanted = static_cast<std::uint8_t>(list.data[0]);
-            const bool caseless = flags.has(kModI);
-            std::int64_t equal = 0;
-            for (std::int64_t i = 0; i < length; ++i) {
-                const auto b = static_cast<std::uint8_t>(source.data[i]);
-                equal += caseless ? upper[b] == upper[wanted] : b == wanted;
-            }
-            *result = static_cast<double>(negated ? length - equal : equal);
-            return kStatusOk;
-        }
-    }
-
-    FewBytes few;
-    if (modifiers.classLetters == 0 && !caching && fewListBytes(list, flags.has(kModI), &few)) {
-        const std::int64_t n = countOfFew(unsignedBytes(source.data), length, few);
-        *result = static_cast<double>(negated ? length - n : n);
-        return kStatusOk;
-    }
-
-    ByteSetTest test;
-    if (!caching && length <= kAskEachByte &&
-        byteSetTestOf(modifiers.classLetters, list.data, list.length, flags.has(kModI), negated, &test)) {
-        std::int64_t n = 0;
-        for (std::int64_t i = 0; i < length; ++i) n += test.holds(static_cast<std::uint8_t>(source.data[i]));
-        *result = static_cast<double>(n);
-        return kStatusOk;
-    }
-    CharSet set;
-    buildByteSet(&set, modifiers.classLetters, list.data, list.length, flags.has(kModI), negated);
-    if (caching) {
-        const std::uint8_t kept[kCountCharFlags] = {flags.has(kModT)};
-        if (keepRecord(frame, kept, set) == nullptr) return kStatusNoMemory;
-    }
-    *result = static_cast<double>(countInSet(unsignedBytes(source.data), length, set.member));
-    return kStatusOk;
-}
+template std::int32_t charSetOnBytes<SearchMode::kFirst>(ArgumentFrame*, double*);
+template std::int32_t charSetOnBytes<SearchMode::kCount>(ArgumentFrame*, double*);
 
 }  // namespace txscan

@@ -1,4 +1,4 @@
-// The UTF-8 paths of KFINDC (findCharUtf8) and KCOUNTC (countCharUtf8): the
+// The UTF-8 paths of KFINDC and KCOUNTC (charSetUtf8): the
 // answers of the handle-walking paths, with the text walked on its bytes.
 // The membership of an ASCII character comes from a 128-entry table built
 // once per call from the list, the modifiers and the session's byte tables,
@@ -208,16 +208,24 @@ std::int64_t sourceEnd(const Utf8Set& s) {
 
 }  // namespace
 
-bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-                  std::int32_t* status) {
+// KFINDC (kFirst) and KCOUNTC (kCount).
+template <SearchMode Mode>
+bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
+                 std::int32_t* status) {
+    constexpr bool finding = Mode == SearchMode::kFirst;
     ArgumentRoles roles;
-    if (std::int32_t clash = findCharRoles(frame, &roles)) {
-        *status = clash;
-        return true;
+    if constexpr (finding) {
+        if (std::int32_t clash = findCharRoles(frame, &roles)) {
+            *status = clash;
+            return true;
+        }
+    } else {
+        roles = countRoles(frame, true);
     }
     Utf8Set s;
-    if (!readCall(frame, h, roles, kCallFinding, sourceChars, &s)) return false;
-    if (s.modifiers.has(kModK)) {
+    if (!readCall(frame, h, roles, finding ? kCallFinding : kCallCounting, sourceChars, &s)) return false;
+    // K negates the set of a search like V; a count only V negates.
+    if (finding && s.modifiers.has(kModK)) {
         s.modifiers.clear(kModK);
         s.modifiers.set(kModV);
     }
@@ -225,10 +233,24 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     *result = 0.0;
     const std::int64_t chars = s.parsed.sourceChars;
     if (chars == 0) return true;
-    if (s.parsed.start == 0 && !s.modifiers.has(kModM)) return true;
     const std::int64_t p0 = s.parsed.start - 1;
-    if (p0 < 0 || p0 >= chars) return true;
+    if (finding && ((s.parsed.start == 0 && !s.modifiers.has(kModM)) || p0 < 0 || p0 >= chars)) return true;
     prepare(&s);
+    const std::int64_t end = sourceEnd(s);
+
+    if constexpr (!finding) {
+        // Either direction visits every character of the trimmed source
+        // once. Decided bytes (0 or 1, continuation bytes 0) are counted
+        // straight from the table, byte by byte: independent steps run
+        // faster than stepping from character to character.
+        std::uint64_t count = 0;
+        for (std::int64_t off = 0; off < end; ++off) {
+            const std::uint8_t entry = s.table[s.source[off]];
+            count += entry < kUnknown ? entry : memberAt(&s, off) ? 1 : 0;
+        }
+        *result = static_cast<double>(count);
+        return true;
+    }
 
     // Leftwards the walk is over bytes, continuation bytes never being
     // members, and the position is the number of lead bytes before the
@@ -243,7 +265,6 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
             if (off == 0) return true;
         }
     }
-    const std::int64_t end = sourceEnd(s);
     for (std::int64_t off = off0, position = p0 + 1; off < end; ++position) {
         if (memberAt(&s, off)) {
             *result = static_cast<double>(position);
@@ -254,29 +275,7 @@ bool findCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::
     return true;
 }
 
-bool countCharUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
-                  std::int32_t* status) {
-    const ArgumentRoles roles = countRoles(frame, true);
-    Utf8Set s;
-    if (!readCall(frame, h, roles, kCallCounting, sourceChars, &s)) return false;
-    // K has no effect on this path: only V negates a count.
-    *status = kStatusOk;
-    *result = 0.0;
-    if (s.parsed.sourceChars == 0) return true;
-    prepare(&s);
-
-    // Either direction visits every character of the trimmed source once.
-    // Decided bytes (0 or 1, continuation bytes 0) are counted straight from
-    // the table, byte by byte: independent steps run faster than stepping
-    // from character to character.
-    const std::int64_t end = sourceEnd(s);
-    std::uint64_t count = 0;
-    for (std::int64_t off = 0; off < end; ++off) {
-        const std::uint8_t entry = s.table[s.source[off]];
-        count += entry < kUnknown ? entry : memberAt(&s, off) ? 1 : 0;
-    }
-    *result = static_cast<double>(count);
-    return true;
-}
+template bool charSetUtf8<SearchMode::kFirst>(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
+template bool charSetUtf8<SearchMode::kCount>(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
 
 }  // namespace txscan

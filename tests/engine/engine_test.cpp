@@ -217,19 +217,14 @@ std::vector<std::string> placedRows(txengine::Program& program, const Case& c, D
     txengine::Result r = program.run(engineInputs(c, d, true), kRows,
                                      {numbers.data(), validity.data(), c.callRoutine ? lengths.data() : nullptr, status.data()});
     EXPECT_TRUE(r.status.empty() && r.numbers.empty() && r.lengths.empty());
-    const bool text = !r.text.offsets.empty();
-    if (!text) {
-        r.status = status;
-        for (std::size_t i = 0; i < kRows; ++i) {
-            const bool valid = txengine::rowValid(validity.data(), static_cast<std::int64_t>(i));
-            EXPECT_EQ(!valid, std::isnan(numbers[i])) << "row " << i;
-            r.numbers.push_back(numbers[i]);
-            r.numberValid.push_back(valid ? 1 : 0);
-        }
-        if (c.callRoutine) r.lengths = lengths;
-    } else {
-        r.status = status;
+    r.status = status;
+    for (std::size_t i = 0; i < kRows && r.text.offsets.empty(); ++i) {
+        const bool valid = txengine::rowValid(validity.data(), static_cast<std::int64_t>(i));
+        EXPECT_EQ(!valid, std::isnan(numbers[i])) << "row " << i;
+        r.numbers.push_back(numbers[i]);
+        r.numberValid.push_back(valid ? 1 : 0);
     }
+    if (c.callRoutine) r.lengths = lengths;
     return engineRows(r, messages);
 }
 
@@ -274,10 +269,6 @@ INSTANTIATE_TEST_SUITE_P(Encodings, RowEngine, ::testing::Values(&kEncodings[0],
                              return name;
                          });
 
-}  // namespace
-
-namespace {
-
 // Shapes and columns the engine refuses with a one-line error, leaving the
 // Program fit for the next run.
 TEST(RowEngineRefusals, BadShapesAndColumns) {
@@ -319,10 +310,6 @@ TEST(RowEngineRefusals, BadShapesAndColumns) {
     EXPECT_EQ(2.0, program.run({Input::column(good), Input::constant("b")}, 10).numbers[0]);
 }
 
-}  // namespace
-
-namespace {
-
 // Refused memory at every allocation a run makes (the function environment,
 // its random stream, a cached set under O): each row either answers as
 // without the fault or carries the no-memory status, nothing crashes, and
@@ -349,22 +336,18 @@ TEST(RowEngineFaults, RefusedAllocationsGiveTheirStatusRowByRow) {
             const txengine::Result r = program.run(c.inputs, kRows);
             session.failAllocationAfter(0);
             if (failAt == 0) expected = r.numbers;
-            for (std::int64_t row = 0; row < kRows; ++row) {
-                const auto i = static_cast<std::size_t>(row);
-                SCOPED_TRACE(std::string(c.function) + ", allocation " + std::to_string(failAt) + ", row " +
-                             std::to_string(row));
+            const txengine::Result again = program.run(c.inputs, kRows);
+            for (std::size_t i = 0; i < static_cast<std::size_t>(kRows); ++i) {
+                SCOPED_TRACE(std::string(c.function) + ", allocation " + std::to_string(failAt) + ", row " + std::to_string(i));
+                const auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x); };
                 if (r.status[i] == 0) {
-                    EXPECT_EQ(std::bit_cast<std::uint64_t>(expected[i]), std::bit_cast<std::uint64_t>(r.numbers[i]));
+                    EXPECT_EQ(bits(expected[i]), bits(r.numbers[i]));
                 } else {
                     EXPECT_EQ(kNoMemory, r.status[i]);
                     refused = true;
                 }
-            }
-            const txengine::Result again = program.run(c.inputs, kRows);
-            for (std::int64_t row = 0; row < kRows; ++row) {
-                EXPECT_EQ(0, again.status[static_cast<std::size_t>(row)]) << c.function << ", " << failAt;
-                EXPECT_EQ(std::bit_cast<std::uint64_t>(expected[static_cast<std::size_t>(row)]),
-                          std::bit_cast<std::uint64_t>(again.numbers[static_cast<std::size_t>(row)]));
+                EXPECT_EQ(0, again.status[i]);
+                EXPECT_EQ(bits(expected[i]), bits(again.numbers[i]));
             }
         }
         EXPECT_TRUE(refused) << c.function;

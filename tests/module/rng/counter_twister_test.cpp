@@ -68,9 +68,6 @@ TEST_F(CounterMethodTest, Fry2x64SeedingTheThirdCallStreamAndKey) {
     MethodUnderTest m(&fillFry2x64);
     m.ops().seed64(m.s(), 1);
     const std::uint64_t key[2] = {1, fmix64(2)}, ctr1[2] = {1, 0}, ctr2[2] = {2, 0};
-    EXPECT_EQ((Words{m.word<std::uint64_t>(0), m.word<std::uint64_t>(1), m.word<std::uint64_t>(2),
-                                          m.word<std::uint64_t>(3), m.word<std::uint64_t>(6)}),
-              (Words{1, 0, 1, fmix64(2), 0}));
     Words first = block2x64(ctr1, key), second = block2x64(ctr2, key);
     EXPECT_EQ(m.draw(3), (Words{first[0], first[1], second[0]}));
     EXPECT_EQ(m.next32(), static_cast<std::uint32_t>(second[1] >> 32));
@@ -165,10 +162,7 @@ TEST_F(TwisterTest, SeedingRules) {
     };
     for (const RuleCase& c : cases) {
         MethodUnderTest m(c.fill);
-        if (c.seed >> 32)
-            m.ops().seed64(m.s(), c.seed);
-        else
-            m.ops().seed32(m.s(), static_cast<std::uint32_t>(c.seed));
+        (c.seed >> 32) != 0 ? m.ops().seed64(m.s(), c.seed) : m.ops().seed32(m.s(), static_cast<std::uint32_t>(c.seed));
         EXPECT_EQ(m.word<std::uint32_t>(1), c.mt1) << m.method.shortName << " " << c.seed;
     }
 }

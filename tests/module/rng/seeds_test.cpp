@@ -15,6 +15,7 @@ namespace {
 using namespace txscan::rng;
 
 constexpr std::uint64_t kLimit32 = 0xFFFFFFFF;
+constexpr std::uint64_t kLimit63 = (std::uint64_t{1} << 63) - 1;
 constexpr std::uint64_t kLimit64 = ~std::uint64_t{0};
 
 class SeedTest : public RngHostTest {
@@ -36,6 +37,9 @@ TEST_F(SeedTest, ConvertSeedFolds) {
         {3.0, 1, 0.0, true},                      // n = 1 leaves room for nothing
         {-1.0, kLimit32, 0.0, false},
         {std::bit_cast<double>(0xFFFFD10000000000ull), kLimit32, 0.0, false},   // missing
+        // At the top of the range: kept up to the limit, folded from the power of two above it.
+        {0x1p63 - 1024, kLimit63, 0x1p63 - 1024, false}, {0x1p63, kLimit63, 1.0, false},
+        {0x1p64 - 2048, kLimit64, 0x1p64 - 2048, false}, {4294967295.0, kLimit32, 4294967295.0, false},
     };
     showAllMessages();
     for (const ConvertCase& c : cases) {

@@ -79,17 +79,6 @@ TEST_F(SelectTest, TheSettingNamesTheMethodWhenNoNameIsGiven) {
     EXPECT_EQ(chosen(), "MT64");
 }
 
-TEST_F(SelectTest, HardwareMethodNeedsTheInstruction) {
-    txhost::setHardwareRandom(services(), false);
-    EXPECT_EQ(static_cast<std::uint32_t>(select8("hard")), 0x8C7FE80Cu);
-    EXPECT_EQ(chosen(), "MTHYBRID");
-    txhost::setHardwareRandom(services(), true);
-    if (processorHasRdrand()) {
-        EXPECT_EQ(select8("rdrand"), 0);
-        EXPECT_EQ(chosen(), "RDRAND");
-    }
-}
-
 TEST_F(SelectTest, CaseFollowsUnicodeSimpleUpperCase) {
     EXPECT_EQ(select16(u"\u017Fubkey32"), 0) << "long s upper-cases to S";
     EXPECT_EQ(chosen(), "SUBKEY32");

@@ -49,12 +49,11 @@ TEST_F(SettingsTest, CountDownFromAUserValue) {
         {"2.5", 0, {99, 98}, -1, kNotInteger},    {"99999999999999999999", 0, {2147483647}, -1, 0},
         {"-99999999999999999999", 0, {99}, -1, kNotInteger},
         {nullptr, -1, {-1, -1}, -1, 0},           {nullptr, 1, {0, -1}, 0, 0},
+        // the ends of the 64-bit range neither wrap nor overflow
+        {nullptr, INT64_MIN, {-1, -1}, -1, 0},    {nullptr, INT64_MAX, {2147483647, 2147483647}, -1, 0},
     };
     for (const CountDownCase& c : cases) {
-        if (c.text != nullptr)
-            setText("L", c.text);
-        else
-            session.setSetting("L", c.number);
+        c.text != nullptr ? setText("L", c.text) : session.setSetting("L", c.number);
         for (std::size_t use = 0; use < c.returns.size(); ++use) {
             SCOPED_TRACE(std::string(c.text ? c.text : std::to_string(c.number)) + " use " + std::to_string(use));
             EXPECT_EQ(limit(), c.returns[use]);
@@ -145,10 +144,7 @@ TEST_F(EmitterTest, ThresholdAndPromotion) {
     };
     for (const ThresholdCase& c : cases) {
         setText("OSENV.QIX_RNG_MESSAGES", c.messages);
-        if (c.severity != nullptr)
-            setText("OSENV.QIX_RNG_SEVERITY", c.severity);
-        else
-            session.clearSetting("OSENV.QIX_RNG_SEVERITY");
+        c.severity != nullptr ? setText("OSENV.QIX_RNG_SEVERITY", c.severity) : session.clearSetting("OSENV.QIX_RNG_SEVERITY");
         for (int severity = 0; severity <= 4; ++severity) issue(severity);
         EXPECT_EQ(issuedSeverities(), c.shown) << c.messages << " / " << (c.severity ? c.severity : "-");
     }

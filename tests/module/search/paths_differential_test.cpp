@@ -35,11 +35,11 @@ const Function kFunctions[] = {
     {"KFIND", {"sp", "spm", "sp1", "sp1m", "spm1"}, "IT ", txscan::substringOnBytes<kFirst>,
      txscan::substringMultiByte<kFirst>, kPlain},
     {"KCOUNTX", {"spm"}, "IOT ", txscan::substringOnBytes<kCount>, txscan::substringMultiByte<kCount>, kPlain},
-    {"KFINDC", {"sp", "spm", "sp1", "sp1m"}, "ACDFGHLNPSUWXIKVOTB", txscan::findCharOnBytes,
+    {"KFINDC", {"sp", "spm", "sp1", "sp1m"}, "ACDFGHLNPSUWXIKVOTB", txscan::charSetOnBytes<kFirst>,
      txscan::charSetMultiByte<kFirst>, kPlain},
-    {"KCOUNTC", {"spm"}, "ACDFGHLNPSUWXIKVOTB", txscan::countCharOnBytes, txscan::charSetMultiByte<kCount>, kPlain},
-    {"KFINDC", {"sl", "slm", "sl1"}, "IB ", txscan::findCharOnBytes, txscan::charSetMultiByte<kFirst>, kSparse},
-    {"KCOUNTC", {"slm"}, "IV ", txscan::countCharOnBytes, txscan::charSetMultiByte<kCount>, kSparse},
+    {"KCOUNTC", {"spm"}, "ACDFGHLNPSUWXIKVOTB", txscan::charSetOnBytes<kCount>, txscan::charSetMultiByte<kCount>, kPlain},
+    {"KFINDC", {"sl", "slm", "sl1"}, "IB ", txscan::charSetOnBytes<kFirst>, txscan::charSetMultiByte<kFirst>, kSparse},
+    {"KCOUNTC", {"slm"}, "IV ", txscan::charSetOnBytes<kCount>, txscan::charSetMultiByte<kCount>, kSparse},
 };
 
 bool documentedDifference(const Function& f, const Call& args) {
@@ -57,7 +57,7 @@ bool documentedDifference(const Function& f, const Call& args) {
             trims = m->find_first_of("Tt") != std::string::npos;
         }
     }
-    return (backward && start) || (trims && negativeStart && f.bytes == txscan::findCharOnBytes);
+    return (backward && start) || (trims && negativeStart && f.bytes == txscan::charSetOnBytes<kFirst>);
 }
 
 TEST(PathsAgree, BytePathsMatchTheMultiBytePaths) {

@@ -24,9 +24,9 @@ const Function kFunctions[] = {
     {"KFIND", {"SP", "SPm", "SP1", "SP1m", "SPm1", "SP11"}, txscan::kfindEntry, txscan::substringUtf8<kFirst>,
      txscan::substringMultiByte<kFirst>},
     {"KCOUNTX", {"SP", "SPm"}, txscan::kcountxEntry, txscan::substringUtf8<kCount>, txscan::substringMultiByte<kCount>},
-    {"KFINDC", {"S", "SP", "SPm", "SP1", "SP1m", "SPm1", "SP11"}, txscan::kfindcEntry, txscan::findCharUtf8,
+    {"KFINDC", {"S", "SP", "SPm", "SP1", "SP1m", "SPm1", "SP11"}, txscan::kfindcEntry, txscan::charSetUtf8<kFirst>,
      txscan::charSetMultiByte<kFirst>},
-    {"KCOUNTC", {"SP", "SPm"}, txscan::kcountcEntry, txscan::countCharUtf8, txscan::charSetMultiByte<kCount>},
+    {"KCOUNTC", {"SP", "SPm"}, txscan::kcountcEntry, txscan::charSetUtf8<kCount>, txscan::charSetMultiByte<kCount>},
 };
 
 TEST(Utf8Paths, AgreeWithTheHandlePathsOnGeneratedCalls) {
