@@ -344,9 +344,9 @@ void registerUtf8Rows() {
         const auto reference = [finding, handle](DirectCall& call) {
             double value = 0;
             if (finding) {
-                txscan::findWordMultiByte(&call.site->frame(), &value, handle, 0, nullptr);
+                txscan::findWordMultiByte(&call.site->frame(), &value, handle, 0);
             } else {
-                txscan::countWordsMultiByte(&call.site->frame(), &value, handle, 0, nullptr);
+                txscan::countWordsMultiByte(&call.site->frame(), &value, handle, 0);
             }
             return value;
         };

@@ -69,23 +69,13 @@ constexpr SearchMode kFirst = SearchMode::kFirst;
 constexpr SearchMode kCount = SearchMode::kCount;
 
 using NumericByteWorker = std::int32_t (*)(ArgumentFrame*, double*);
-using NumericMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
-using WordMultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t, PerCallRecord*);
 // The UTF-8 paths take the source's character count from the one read.
 using Utf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
-
-// The word workers' multi-byte paths take a per-call record they never read:
-// none is built, since clearing one cost more than a short row's whole walk.
-std::int32_t runMultiByte(NumericMultiByteWorker worker, ArgumentFrame* frame, double* number, EncodingHandle* h) {
-    return worker(frame, number, h, 0);
-}
-std::int32_t runMultiByte(WordMultiByteWorker worker, ArgumentFrame* frame, double* number, EncodingHandle* h) {
-    return worker(frame, number, h, 0, nullptr);
-}
+using MultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 
 // A null argument 1 counts as nothing found, although the host always
 // passes given arguments.
-template <NumericByteWorker bytes, Utf8Worker utf8, auto multiByte>
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
 std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
     EncodingHandle* h = sessionHandle();
     auto* number = static_cast<double*>(result);
@@ -98,7 +88,7 @@ std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
     if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
     std::int32_t status = kStatusOk;
     if (h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, shape.characters, &status)) return status;
-    return runMultiByte(multiByte, frame, number, h);
+    return multiByte(frame, number, h, 0);
 }
 
 // KFIND and KCOUNTX, KFINDC and KCOUNTC: one mode each.
@@ -129,7 +119,7 @@ std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     EncodingHandle* h = sessionHandle();
     auto* text = static_cast<StringValue*>(result);
-    if (frame->string(1) != nullptr) return scanCommon(frame, text, h, 0, nullptr);
+    if (frame->string(1) != nullptr) return scanCommon(frame, text, h, 0);
     // One blank, the answer for an absent string.
     // A receiving variable too short for it gets the blank cut away.
     std::int32_t status = ensureResultCapacity(text, 1);
@@ -142,7 +132,7 @@ std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     return kStatusOk;
 }
 std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) {
-    return scanCommon(frame, nullptr, sessionHandle(), 0, nullptr);
+    return scanCommon(frame, nullptr, sessionHandle(), 0);
 }
 
 }  // namespace txscan

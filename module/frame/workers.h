@@ -15,49 +15,48 @@ namespace txscan {
 
 using contract::ArgumentFrame;
 using contract::EncodingHandle;
-using contract::PerCallRecord;
 using contract::StringValue;
 
-// The UTF-8 paths (the session is UTF-8 and argument 1 holds a character of
-// more than one byte) walk the text on its bytes. Each answers false, having
-// changed nothing, when it leaves the call to the multi-byte path (malformed
-// text, or a call it does not cover); otherwise *status is the call's status.
+// Each function has a path of each kind; the entry picks one from its one
+// read of argument 1. KFIND and KFINDC take mode kFirst, KCOUNTX and KCOUNTC
+// kCount.
 
-// KFIND (mode kFirst) and KCOUNTX (kCount). The UTF-8 path takes the whole
-// source's character count, or -1 when the source is not well-formed (it
-// then declines).
+// The byte paths: argument 1 holds no multi-byte character.
+template <SearchMode Mode>
+std::int32_t substringOnBytes(ArgumentFrame* frame, double* result);
+template <SearchMode Mode>
+std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result);
+std::int32_t countWordsBytes(ArgumentFrame* frame, double* result);
+std::int32_t findWordBytes(ArgumentFrame* frame, double* result);
+
+// The UTF-8 paths (the session is UTF-8 and argument 1 holds a character of
+// more than one byte) walk the text on its bytes, taking the source's
+// character count (-1 when it is not well-formed). Each answers false,
+// having changed nothing, when it leaves the call to the multi-byte path
+// (malformed text, or a call it does not cover); otherwise *status is the
+// call's status.
 template <SearchMode Mode>
 bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                    std::int32_t* status);
 template <SearchMode Mode>
-std::int32_t substringOnBytes(ArgumentFrame* frame, double* result);
-template <SearchMode Mode>
-std::int32_t substringMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
-
-// KFINDC (mode kFirst) and KCOUNTC (kCount)
-template <SearchMode Mode>
 bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                  std::int32_t* status);
-template <SearchMode Mode>
-std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result);
-template <SearchMode Mode>
-std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
-
-// KCOUNTW and KFINDW
 bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                     std::int32_t* status);
 bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                   std::int32_t* status);
-std::int32_t countWordsBytes(ArgumentFrame* frame, double* result);
-std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
-                                 PerCallRecord* record);
-std::int32_t findWordBytes(ArgumentFrame* frame, double* result);
-std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
-                               PerCallRecord* record);
 
-// KSCANX, function (result is the StringValue) and call routine (result null).
-std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
-                        PerCallRecord* record);
+// The multi-byte paths: every character through the session handle.
+template <SearchMode Mode>
+std::int32_t substringMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+template <SearchMode Mode>
+std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide);
+
+// KSCANX, every path: function (result is the StringValue) and call routine
+// (result null).
+std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide);
 
 // Shared helpers of the adapters and workers.
 

@@ -6,8 +6,7 @@
 
 namespace txscan {
 
-std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
-                                 PerCallRecord* /*record: not read*/) {
+std::int32_t countWordsMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
     const ArgumentRoles roles = countWordsRoles(frame);
     return scanWords(frame, result, h, wide, &roles, kCountWords, nullptr);
 }

@@ -9,8 +9,7 @@ namespace txscan {
 
 using namespace contract;
 
-std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide,
-                               PerCallRecord* /*record: not read*/) {
+std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
     ArgumentRoles roles{};
     if (!findWordRoles(frame, &roles)) return kStatusInvalidArgument;
     return scanWords(frame, result, h, wide, &roles, kFindWord, nullptr);

@@ -85,8 +85,7 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
 
 }  // namespace
 
-std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
-                        PerCallRecord* /*record: not needed, the handle comes separately*/) {
+std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide) {
     return scanWith(frame, result, h, wide, true);
 }
 

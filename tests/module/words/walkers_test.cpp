@@ -47,7 +47,7 @@ Outcome scan(const Call& args, EncodingHandle* h, bool onBytes) {
     txscan::contract::StringValue result{size % 5 == 1 ? static_cast<std::int64_t>(1 + size / 5 % 4) : 200, 99,
                                          buffer.data(), nullptr, 0};
     txscan::contract::StringValue* out = routine ? nullptr : &result;
-    const std::int32_t status = onBytes ? txscan::scanCommon(&f.frame, out, h, 0, nullptr)
+    const std::int32_t status = onBytes ? txscan::scanCommon(&f.frame, out, h, 0)
                                         : txscan::scanCommonOnScanner(&f.frame, out, h);
     if (!routine) return {status, buffer.substr(0, static_cast<std::size_t>(result.length))};
     const auto output = [&](int k) {
@@ -59,8 +59,7 @@ Outcome scan(const Call& args, EncodingHandle* h, bool onBytes) {
 
 using Numeric = std::int32_t (*)(ArgumentFrame*, void*);
 using OnBytes = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
-using OnHandle = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t,
-                                  txscan::contract::PerCallRecord*);
+using OnHandle = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 
 struct Function {
     const char* name;
@@ -140,7 +139,7 @@ TEST_P(WalkerTest, AgreesWithTheHandleOnGeneratedCalls) {
             };
             const auto onHandle = [&](const Call& args) {
                 if (f.entry == nullptr) return scan(args, h, false);
-                return onFrame(args, [&](ArgumentFrame* frame, double* r) { return f.onHandle(frame, r, h, 0, nullptr); });
+                return onFrame(args, [&](ArgumentFrame* frame, double* r) { return f.onHandle(frame, r, h, 0); });
             };
             std::size_t corner = &a == &GetParam().alphabets[0] ? 0 : f.corners.size();
             const auto draw = [&] {
@@ -214,7 +213,7 @@ TEST(Walkers, AnEmptyWordIsTheHandlesToMatch) {
             FrameBuilder frame(row.args);
             ASSERT_TRUE(kFindWord.onBytes(&frame.frame, &onBytes, h, -1, &status));
             EXPECT_EQ(expected, (Outcome{status, shown(onBytes)}));
-            const auto onHandle = [&](ArgumentFrame* f, double* r) { return kFindWord.onHandle(f, r, h, 0, nullptr); };
+            const auto onHandle = [&](ArgumentFrame* f, double* r) { return kFindWord.onHandle(f, r, h, 0); };
             EXPECT_EQ(expected, onFrame(row.args, onHandle));
             EXPECT_EQ(expected, onFrame(row.args, kFindWord.entry));
         }
