@@ -161,7 +161,6 @@ Text wholeSource(const ArgumentFrame* frame) {
 template <SearchMode Mode>
 bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                    std::int32_t* status) {
-    constexpr bool finding = Mode == SearchMode::kFirst;
     Text needle;
     if (frame->argCount == 2 && sourceChars > 0 && twoArgumentNeedle(frame, &needle)) {
         const Text source = wholeSource(frame);
@@ -169,7 +168,7 @@ bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
         *result = 0.0;
         if (needle.bytes == 0) return true;
         const std::int64_t found = searchBytes<Mode>(source.data, source.bytes, {needle.data, needle.bytes, false});
-        if constexpr (!finding) {
+        if constexpr (Mode == SearchMode::kCount) {
             *result = static_cast<double>(found);
         } else if (found >= 0) {
             *result = static_cast<double>(leadBytes(source.data, found) + 1);
@@ -177,8 +176,9 @@ bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
         return true;
     }
     Utf8Search s;
-    if (!readCall(frame, h, finding ? findRoles(frame) : countRoles(frame, false),
-                  finding ? kCallFinding : kCallCounting, sourceChars, &s)) {
+    constexpr bool counting = Mode == SearchMode::kCount;
+    if (!readCall(frame, h, counting ? countRoles(frame, false) : findRoles(frame),
+                  counting ? kCallCounting : kCallFinding, sourceChars, &s)) {
         return false;
     }
     *status = kStatusOk;
@@ -186,7 +186,7 @@ bool substringUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std:
     const ParsedArguments& parsed = s.parsed;
     // An absent search string has no characters either.
     if (parsed.sourceChars == 0 || parsed.secondChars == 0) return true;
-    if constexpr (!finding) {
+    if constexpr (Mode == SearchMode::kCount) {
         // Taken from the right, non-overlapping matches are as many as from
         // the left: both greedy walks pick a largest set of disjoint matches
         // of one length. So either direction walks the whole trimmed source.
