@@ -130,6 +130,21 @@ bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
     return false;
 }
 
+constexpr std::int64_t kHeadersAhead = 16;
+constexpr std::int64_t kTextAhead = 8;
+
+// A compact str keeps its characters right after its header, which is
+// longer than a cache line for any but ASCII: a row's characters mostly lie
+// on lines the header's prefetch does not bring.
+inline void prefetchText(PyObject* item) {
+    if (!PyUnicode_Check(item) || !PyUnicode_IS_COMPACT(item)) return;
+    const auto* begin = static_cast<const char*>(PyUnicode_DATA(item));
+    const char* end = begin + PyUnicode_GET_LENGTH(item) * static_cast<Py_ssize_t>(PyUnicode_KIND(item));
+    constexpr std::uintptr_t kLine = 64;
+    const auto* line = reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(begin) & ~(kLine - 1));
+    for (int k = 0; k < 4 && line < end; ++k, line += kLine) __builtin_prefetch(line);
+}
+
 [[noreturn]] void refuse(const std::string& what, std::int64_t row, const std::string& why) {
     throw py::value_error(what + ", row " + std::to_string(row) + ": " + why);
 }
@@ -194,12 +209,13 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     b.transcoded.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
     std::uint8_t bits = 0;   // validity of the current eight rows
-    constexpr std::int64_t kAhead = 8;
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
-        // header (and an ASCII str's first bytes) while this one is read.
-        if (row + kAhead < rows) __builtin_prefetch(values[row + kAhead]);
+        // header while this one is read, and for the text of a nearer one,
+        // whose header has come in by now.
+        if (row + kHeadersAhead < rows) __builtin_prefetch(values[row + kHeadersAhead]);
+        if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead]);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;

@@ -60,6 +60,27 @@ def test_notes_counted_and_warned_once_per_kind():
     assert sorted((m.code, m.function, m.character, m.count, m.first_row) for m in txscanmd.last_messages()) == \
         [(744, "FIND", "Q", 5, 0), (744, "FIND", "Z", 5, 0)]
     assert [w.category for w in caught] == [txscanmd.TxscanNote] * 2
+
+
+@pytest.mark.parametrize("function,args", [("kfind", ("b", "zq")), ("kcountc", ("b", "oz")), ("kcountw", (" ", "oz"))])
+def test_the_same_call_again_is_noted_again(function, args):
+    for _ in range(2):
+        getattr(txscanmd, function)(["abc", "bcd"], *args, notes="count")
+        assert [(m.character, m.first_row) for m in txscanmd.last_messages()][-1] == ("Z", 0)
+
+
+@pytest.mark.parametrize("function,first,second,want_first,want_second", [
+    ("kfindc", ("b", "o"), ("c", "o"), [2, 2, 1], [3, 1, 2]),      # a set parsed once per call (modifier O)
+    ("kcountc", ("ab", "o"), ("c", "o"), [2, 2, 2], [1, 2, 1]),
+    ("kcountw", (" ",), ("b",), [1, 2, 1], [2, 2, 1]),
+    ("kfind", ("b",), ("b", 3), [2, 2, 1], [0, 0, 3]),
+    ("kscanx", (1, " "), (1, "b"), ["abc", "cba", "bcb"], ["a", "c", "c"]),
+])
+def test_a_changed_constant_gives_its_own_answer(function, first, second, want_first, want_second):
+    call = getattr(txscanmd, function)
+    rows = ["abc", "cba c", "bcb"]
+    for args, want in [(first, want_first), (second, want_second), (first, want_first), (second, want_second)]:
+        assert call(rows, *args).tolist() == want
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         txscanmd.kfind(["abc"], "b", "z", notes="count")   # counted, not warned
