@@ -113,6 +113,45 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m2
     return first + kPacking.bytes[high];
 }
 
+// For eight 16-bit lanes (bit k set when lane k is ASCII): the shuffle that
+// keeps a lane's first byte, and its second unless it is ASCII, and how
+// many bytes that makes.
+struct NarrowPacking {
+    std::array<std::array<std::uint8_t, 16>, 256> shuffle{};
+    std::array<std::uint8_t, 256> bytes{};
+};
+
+constexpr NarrowPacking makeNarrowPacking() {
+    NarrowPacking p;
+    for (int ascii = 0; ascii < 256; ++ascii) {
+        int at = 0;
+        for (int lane = 0; lane < 8; ++lane) {
+            p.shuffle[ascii][at++] = static_cast<std::uint8_t>(2 * lane);
+            if (((ascii >> lane) & 1) == 0) p.shuffle[ascii][at++] = static_cast<std::uint8_t>(2 * lane + 1);
+        }
+        p.bytes[ascii] = static_cast<std::uint8_t>(at);
+        for (int k = at; k < 16; ++k) p.shuffle[ascii][k] = 0x80;
+    }
+    return p;
+}
+
+constexpr NarrowPacking kNarrowPacking = makeNarrowPacking();
+
+// Eight characters below U+0800 in 16-bit lanes (Latin-1 and the other
+// alphabets mixed text mostly holds), one or two bytes each: built in 16-bit
+// lanes and packed with one shuffle, a third of putEight's work. Stores 16
+// bytes; returns the bytes that count.
+__attribute__((target("avx2"), always_inline)) inline std::int64_t putEightNarrow(__m128i c, unsigned char* out) {
+    const __m128i ascii = _mm_cmplt_epi16(c, _mm_set1_epi16(0x80));
+    const __m128i lead = _mm_or_si128(_mm_srli_epi16(c, 6), _mm_set1_epi16(0xC0));
+    const __m128i tail = _mm_slli_epi16(_mm_or_si128(_mm_and_si128(c, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)), 8);
+    const __m128i word = _mm_blendv_epi8(_mm_or_si128(lead, tail), c, ascii);
+    const auto mask = static_cast<std::size_t>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii)) & 0xFF);
+    const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[mask].data()));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(word, shuffle));
+    return kNarrowPacking.bytes[mask];
+}
+
 // One vector of source as UTF-8 at `out`; returns the bytes written, a
 // zero character counting one. ASCII runs, the bulk of most mixed text, are
 // narrowed and stored whole, with no shuffle; a vector holding any wider
@@ -133,7 +172,7 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putVector(__m
                 _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), groups[k]);
                 n += 8;
             } else {
-                n += putEight(_mm256_cvtepu8_epi32(groups[k]), out + n, bad);
+                n += putEightNarrow(_mm_cvtepu8_epi16(groups[k]), out + n);
             }
         }
     } else if constexpr (sizeof(Char) == 2) {
@@ -141,6 +180,10 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putVector(__m
             const __m128i packed = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(out), packed);
             return 16;
+        }
+        if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)))) {
+            n = putEightNarrow(_mm256_castsi256_si128(v), out);
+            return n + putEightNarrow(_mm256_extracti128_si256(v, 1), out + n);
         }
         n = putEight(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), out, bad);
         n += putEight(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), out + n, bad);

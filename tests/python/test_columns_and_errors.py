@@ -152,14 +152,15 @@ def utf8_writers(request):
 
 
 def test_every_str_layout_reaches_the_engine_and_comes_back_unchanged(utf8_writers):
-    # Rows of each width (ASCII, Latin-1, two-byte, four-byte) and mixed, of
+    # Rows of each width (ASCII, Latin-1, two-byte below and above U+0800, four-byte) and mixed, of
     # every length around the 8-character blocks, repeated so that equal
     # short results are shared; a whole row is its one word.
     rng = random.Random(5)
-    alphabets = ["abc xyz", "aé ÿ\x80", "aé€日\uffff", "a日\U0001F600\U0010FFFF", "a\x7f\x80\u07ff\u0800\uffff\U00010000"]
+    alphabets = ["abc xyz", "aé ÿ\x80", "aéŁ\u07ff", "aé€日\uffff", "a日\U0001F600\U0010FFFF",
+                 "a\x7f\x80\u07ff\u0800\uffff\U00010000"]
     rows = ["".join(rng.choice(chars) for _ in range(n)) for chars in alphabets for n in range(1, 70) for _ in range(3)]
     # ASCII runs of a whole vector and more, broken by one wide character.
-    rows += ["x" * n + w + "y" * m for w in ("é", "€", "\U0001F600") for n in (15, 16, 31, 32, 33) for m in (0, 17, 40)]
+    rows += ["x" * n + w + "y" * m for w in ("é", "Ł", "€", "\U0001F600") for n in (15, 16, 31, 32, 33) for m in (0, 17, 40)]
     rows += rows[::7]
     assert txscanmd.kscanx(rows, 1, "\x01", length=1000).tolist() == rows
     for at in (0, 5, 8, 13, 16, 30):
