@@ -5,10 +5,11 @@
 // numpy arrays it returns. Between batches it takes the GIL back and
 // answers pending signals, so Ctrl-C stops a long call.
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <ctime>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,6 +30,16 @@ namespace py = pybind11;
 namespace txpython {
 namespace {
 
+// A prepared Program kept for the next call with the same function and
+// constants. Its call sites keep a parsed set (modifier O) from one run to
+// the next, which is the same set only when every constant is the same, so
+// the key holds them all.
+struct KeptProgram {
+    std::string key;
+    txengine::Program program;
+    std::int64_t rowsBefore = 0;   // rows of its earlier calls, which the engine counts into firstRow
+};
+
 struct Runtime {
     Codec codec;
     // Declared in the order they are built; they are destroyed in reverse.
@@ -38,6 +49,11 @@ struct Runtime {
     // Dask's threaded scheduler calls from several threads at once; one
     // batch at a time keeps the engine's pool to itself, and it uses every core.
     std::mutex running;
+    // The Programs of the last few calls, the latest first. A call takes its
+    // Program out and puts it back when done, so two threads never share one.
+    std::mutex keptMutex;
+    std::vector<KeptProgram> kept;
+    static constexpr std::size_t kKeptPrograms = 8;
 
     Runtime(const std::string& modulePath, const std::string& encoding, int threads)
         : codec(codecFor(encoding)),
@@ -67,13 +83,15 @@ struct PreparedInputs {
     std::vector<ObjectColumn> objects;
     std::vector<py::array_t<double, py::array::c_style | py::array::forcecast>> numbers;
     bool bytesOut = false;   // argument 1 holds bytes
+    py::array firstItems;    // argument 1's objects
+    bool firstDeferred = false;   // some rows of argument 1 are transcoded batch by batch
 };
 
 // Arguments come from the Python layer as (kind, value) pairs, kinds
 // "column" (an object array: text or numbers, found by reading it),
 // "number_column" (float64), "text", "number" and "absent".
 PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const Codec& codec, py::handle na,
-                             const std::string& label) {
+                             const std::string& label, bool deferFirst) {
     PreparedInputs prepared;
     prepared.objects.reserve(arguments.size());
     prepared.numbers.reserve(arguments.size());
@@ -91,9 +109,14 @@ PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const
             }
         }
         if (kind == "column") {
-            ObjectColumn column = readObjectColumn(py::reinterpret_borrow<py::array>(value), codec, na, position, what);
+            auto items = py::reinterpret_borrow<py::array>(value);
+            ObjectColumn column = readObjectColumn(items, codec, na, position, what, deferFirst && position == 1);
             if (position == 1 && column.numeric) throw py::value_error(label + ": argument 1 must hold text, not numbers");
-            if (position == 1) prepared.bytesOut = column.allBytes;
+            if (position == 1) {
+                prepared.bytesOut = column.allBytes;
+                prepared.firstItems = items;
+                prepared.firstDeferred = column.deferred;
+            }
             prepared.objects.push_back(std::move(column));
             const ObjectColumn& held = prepared.objects.back();
             prepared.inputs.push_back(held.numeric ? txengine::Input::column(txengine::NumberColumn{held.values.data(), nullptr})
@@ -127,6 +150,44 @@ std::vector<txengine::Input> batchOf(const std::vector<txengine::Input>& inputs,
         }
     }
     return batch;
+}
+
+// What makes a Program's call sites behave alike from call to call: the
+// function, the receiving length, and each argument's kind with the value
+// of a constant.
+std::string programKey(const std::string& function, bool callRoutine, std::int64_t maxLength,
+                       const std::vector<txengine::Input>& inputs) {
+    std::string key = function + (callRoutine ? "/call/" : "/") + std::to_string(maxLength);
+    for (const txengine::Input& in : inputs) {
+        key += '|';
+        key += static_cast<char>('0' + static_cast<int>(in.kind));
+        if (in.kind == txengine::Input::Kind::ConstantText) {
+            key += std::to_string(in.constantText.size()) + ':' + in.constantText;
+        } else if (in.kind == txengine::Input::Kind::ConstantNumber) {
+            key += std::to_string(std::bit_cast<std::uint64_t>(in.constantNumber));
+        }
+    }
+    return key;
+}
+
+KeptProgram takeProgram(Runtime& runtime, std::string key, const txengine::ProgramOptions& options) {
+    {
+        std::lock_guard<std::mutex> lock(runtime.keptMutex);
+        auto found = std::find_if(runtime.kept.begin(), runtime.kept.end(), [&](const KeptProgram& k) { return k.key == key; });
+        if (found != runtime.kept.end()) {
+            KeptProgram taken = std::move(*found);
+            runtime.kept.erase(found);
+            return taken;
+        }
+    }
+    py::gil_scoped_release released;
+    return KeptProgram{std::move(key), runtime.engine->prepare(options), 0};
+}
+
+void keepProgram(Runtime& runtime, KeptProgram&& program) {
+    std::lock_guard<std::mutex> lock(runtime.keptMutex);
+    runtime.kept.insert(runtime.kept.begin(), std::move(program));
+    if (runtime.kept.size() > Runtime::kKeptPrograms) runtime.kept.pop_back();
 }
 
 // Counts of one kind of message added over the batches.
@@ -194,7 +255,11 @@ std::int32_t* statusPlace(std::int64_t rows) {
 // "text".
 py::dict run(Runtime& runtime, const std::string& label, const std::string& function, bool callRoutine,
              const py::list& arguments, std::int64_t rows, std::int64_t maxLength, py::handle na) {
-    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, na, label);
+    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, na, label, true);
+    // With one worker, a batch transcodes no more text than stays in its L2
+    // cache until the engine reads it; more workers need whole tasks each,
+    // so their batches stay large.
+    const std::size_t transcodeBytes = runtime.engine->threads() == 1 ? std::size_t{256} << 10 : SIZE_MAX;
     const bool text = !callRoutine && function == "KSCANX";
     std::int32_t* status = statusPlace(rows);
     py::array_t<double> numbers(text ? 0 : rows);
@@ -205,16 +270,18 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
                                              : nullptr;
     PyObject* const* sourceItems = nullptr;
     if (text) sourceItems = static_cast<PyObject* const*>(py::reinterpret_borrow<py::array>(arguments[0].cast<py::tuple>()[1]).data());
-    SharedResults shared;
+    // Only text results share objects; its table is 100 KB to clear and walk.
+    std::unique_ptr<SharedResults> shared = text ? std::make_unique<SharedResults>() : nullptr;
     std::vector<txengine::MessageCount> messages;
-    std::optional<txengine::Program> program;
-    {
-        py::gil_scoped_release released;
-        program.emplace(runtime.engine->prepare(
-            txengine::ProgramOptions{.function = function, .callRoutine = callRoutine, .maxLength = maxLength}));
-    }
+    KeptProgram kept = takeProgram(runtime, programKey(function, callRoutine, maxLength, prepared.inputs),
+                                   txengine::ProgramOptions{.function = function, .callRoutine = callRoutine,
+                                                            .maxLength = maxLength});
     for (std::int64_t begin = 0, end = 0; begin < rows || begin == 0; begin = end) {
         end = batchEnd(runtime, prepared.inputs[0], begin, rows);
+        if (prepared.firstDeferred) {
+            end = transcodeRows(prepared.firstItems, prepared.objects[0], runtime.codec, 1, end, transcodeBytes,
+                                label + ": argument 1");
+        }
         const std::int64_t count = end - begin;
         const std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
         txengine::OutputPlaces places{.status = status + begin};
@@ -224,14 +291,20 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
         {
             py::gil_scoped_release released;
             std::lock_guard<std::mutex> lock(runtime.running);
-            result = program->run(batch, count, places);
+            result = kept.program.run(batch, count, places);
         }
         addMessages(messages, result.messages);
-        if (text) fillText(texts, begin, result.text, sourceItems, sourceValidity, runtime.codec, prepared.bytesOut, shared,
+        if (text) fillText(texts, begin, result.text, sourceItems, sourceValidity, runtime.codec, prepared.bytesOut, *shared,
                            label);
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         if (rows == 0) break;
     }
+    for (txengine::MessageCount& m : messages) m.firstRow -= kept.rowsBefore;
+    kept.rowsBefore += rows;
+    // A Program whose call issued messages is not kept: its call sites may
+    // have noted an unknown modifier once for good, and the next call must
+    // report it again.
+    if (messages.empty()) keepProgram(runtime, std::move(kept));
     py::dict out;
     const bool failed = std::any_of(status, status + rows, [](std::int32_t code) {
         return code != 0 && code != txscan::contract::kStatusMissingStart;
@@ -254,7 +327,7 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
 // the engine's layout (offsets and bytes).
 std::vector<double> engineSeconds(Runtime& runtime, const std::string& function, bool callRoutine, const py::list& arguments,
                      std::int64_t rows, int rounds) {
-    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine");
+    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine", false);
     std::vector<std::int64_t> offsets{0};
     std::vector<char> bytes;
     std::vector<txengine::Input> inputs = prepared.inputs;

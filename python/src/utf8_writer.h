@@ -9,8 +9,9 @@ namespace txpython {
 
 // Bytes the writers may store past the end of what they report written
 // (a vector of packed characters is stored whole before the cursor moves
-// by the bytes that count).
-constexpr std::size_t kUtf8Slack = 32;
+// by the bytes that count, and a row's last part vector is written with up
+// to a vector's worth of padding taken back off the count).
+constexpr std::size_t kUtf8Slack = 64;
 
 // Most UTF-8 bytes `length` characters of `unitBytes`-byte units can take.
 constexpr std::size_t utf8Bound(int unitBytes, std::int64_t length) {

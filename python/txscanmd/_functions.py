@@ -16,6 +16,20 @@ from txscanmd._runtime import runtime
 # pandas; every other status is a refused argument or exhausted memory.
 _STATUS_MISSING_START = _core.STATUS_MISSING_START
 _last = threading.local()
+_ERRORS = ("raise", "coerce")
+_NOTES = ("warn", "count")
+
+# The result has the caller's index and a numpy array we just made: pandas
+# before 2.1 can take both as they are (fastpath) instead of checking and
+# inferring again, a third of a small call's time; later versions warn on
+# fastpath, and take the ordinary way.
+_FASTPATH = tuple(int(p) for p in pd.__version__.split(".")[:2]) < (2, 1)
+
+
+def _series(values, index, name):
+    if _FASTPATH and isinstance(values, np.ndarray):
+        return pd.Series(values, index=index, name=name, fastpath=True)
+    return pd.Series(values, index=index, name=name, copy=False)
 
 
 class TxscanNote(UserWarning):
@@ -64,6 +78,8 @@ def _argument(value, label, position):
         return ("absent", None)
     if isinstance(value, (str, bytes)):
         return ("text", value)
+    if type(value) is pd.Series and value.dtype == object:
+        return ("column", np.ascontiguousarray(value.to_numpy()))   # the common case: its own objects
     if _is_scalar_number(value):
         return ("number", float(value))
     array = _values(value)
@@ -113,21 +129,24 @@ def _converted(values, dtype):
 
 def _call(label, function, x, args, *, call_routine=False, length=200, encoding="UTF-8", errors="raise",
           notes="warn", dtype=None):
-    if errors not in ("raise", "coerce"):
+    if errors not in _ERRORS:
         raise ValueError(f"{label}: errors must be 'raise' or 'coerce', not {errors!r}")
-    if notes not in ("warn", "count"):
+    if notes not in _NOTES:
         raise ValueError(f"{label}: notes must be 'warn' or 'count', not {notes!r}")
-    if isinstance(x, (str, bytes)) or _is_scalar_number(x) or x is None:
+    series = isinstance(x, pd.Series)
+    if not series and (isinstance(x, (str, bytes)) or _is_scalar_number(x) or x is None):
         raise ValueError(f"{label}: argument 1 must be a column of text (a Series, an array or a list)")
-    index = x.index if isinstance(x, pd.Series) else None
-    name = x.name if isinstance(x, pd.Series) else None
+    index = x.index if series else None
+    name = x.name if series else None
     first = _argument(x, label, 1)
     if first[0] != "column":
         raise ValueError(f"{label}: argument 1 must hold text, not numbers")
     source = first[1]
-    if dtype is None and isinstance(getattr(x, "dtype", None), pd.StringDtype):
+    if dtype is None and series and isinstance(x.dtype, pd.StringDtype):
         dtype = "string" if function == "KSCANX" and not call_routine else "Int64"
-    arguments = [first] + [_argument(a, label, k) for k, a in enumerate(args, start=2)]
+    arguments = [first]
+    for k, a in enumerate(args, start=2):
+        arguments.append(("text", a) if type(a) is str else _argument(a, label, k))
     out = _core.run(runtime(encoding), label, function, call_routine, arguments, len(source), length, pd.NA)
 
     status = out["status"]   # None when every row is ok or has a missing start
@@ -143,11 +162,13 @@ def _call(label, function, x, args, *, call_routine=False, length=200, encoding=
                 out[key][bad] = np.nan
         if "text" in out:
             out["text"][bad] = None
-    _report(label, out["messages"], notes, index)
+    if out["messages"] or getattr(_last, "messages", None):
+        _report(label, out["messages"], notes, index)
 
     def shaped(values):
-        values = _converted(values, dtype)
-        return pd.Series(values, index=index, name=name, copy=False) if index is not None else values
+        if dtype is not None:
+            values = _converted(values, dtype)
+        return _series(values, index, name) if series else values
 
     if call_routine:
         return shaped(out["position"]), shaped(out["length"])

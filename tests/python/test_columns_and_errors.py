@@ -60,6 +60,27 @@ def test_notes_counted_and_warned_once_per_kind():
     assert sorted((m.code, m.function, m.character, m.count, m.first_row) for m in txscanmd.last_messages()) == \
         [(744, "FIND", "Q", 5, 0), (744, "FIND", "Z", 5, 0)]
     assert [w.category for w in caught] == [txscanmd.TxscanNote] * 2
+
+
+@pytest.mark.parametrize("function,args", [("kfind", ("b", "zq")), ("kcountc", ("b", "oz")), ("kcountw", (" ", "oz"))])
+def test_the_same_call_again_is_noted_again(function, args):
+    for _ in range(2):
+        getattr(txscanmd, function)(["abc", "bcd"], *args, notes="count")
+        assert [(m.character, m.first_row) for m in txscanmd.last_messages()][-1] == ("Z", 0)
+
+
+@pytest.mark.parametrize("function,first,second,want_first,want_second", [
+    ("kfindc", ("b", "o"), ("c", "o"), [2, 2, 1], [3, 1, 2]),      # a set parsed once per call (modifier O)
+    ("kcountc", ("ab", "o"), ("c", "o"), [2, 2, 2], [1, 2, 1]),
+    ("kcountw", (" ",), ("b",), [1, 2, 1], [2, 2, 1]),
+    ("kfind", ("b",), ("b", 3), [2, 2, 1], [0, 0, 3]),
+    ("kscanx", (1, " "), (1, "b"), ["abc", "cba", "bcb"], ["a", "c", "c"]),
+])
+def test_a_changed_constant_gives_its_own_answer(function, first, second, want_first, want_second):
+    call = getattr(txscanmd, function)
+    rows = ["abc", "cba c", "bcb"]
+    for args, want in [(first, want_first), (second, want_second), (first, want_first), (second, want_second)]:
+        assert call(rows, *args).tolist() == want
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         txscanmd.kfind(["abc"], "b", "z", notes="count")   # counted, not warned
@@ -131,14 +152,15 @@ def utf8_writers(request):
 
 
 def test_every_str_layout_reaches_the_engine_and_comes_back_unchanged(utf8_writers):
-    # Rows of each width (ASCII, Latin-1, two-byte, four-byte) and mixed, of
+    # Rows of each width (ASCII, Latin-1, two-byte below and above U+0800, four-byte) and mixed, of
     # every length around the 8-character blocks, repeated so that equal
     # short results are shared; a whole row is its one word.
     rng = random.Random(5)
-    alphabets = ["abc xyz", "aé ÿ\x80", "aé€日\uffff", "a日\U0001F600\U0010FFFF", "a\x7f\x80\u07ff\u0800\uffff\U00010000"]
+    alphabets = ["abc xyz", "aé ÿ\x80", "aéŁ\u07ff", "aé€日\uffff", "a日\U0001F600\U0010FFFF",
+                 "a\x7f\x80\u07ff\u0800\uffff\U00010000"]
     rows = ["".join(rng.choice(chars) for _ in range(n)) for chars in alphabets for n in range(1, 70) for _ in range(3)]
     # ASCII runs of a whole vector and more, broken by one wide character.
-    rows += ["x" * n + w + "y" * m for w in ("é", "€", "\U0001F600") for n in (15, 16, 31, 32, 33) for m in (0, 17, 40)]
+    rows += ["x" * n + w + "y" * m for w in ("é", "Ł", "€", "\U0001F600") for n in (15, 16, 31, 32, 33) for m in (0, 17, 40)]
     rows += rows[::7]
     assert txscanmd.kscanx(rows, 1, "\x01", length=1000).tolist() == rows
     for at in (0, 5, 8, 13, 16, 30):
