@@ -7,6 +7,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstring>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>
@@ -201,40 +202,23 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putVector(__m
 }
 
 // Rows are short (most under 64 characters), so the last part vector
-// matters as much as the whole ones: it is read whole too when that stays
-// within the page (so cannot fault), its characters past the end set to
-// zero, each of which comes out as one byte after the real ones and is taken
-// back off the count. Reading past the string is what AddressSanitizer
-// exists to flag, so this function is left out of its checks.
+// matters as much as the whole ones: its characters are copied into a
+// zeroed vector (never read past the string's end), each zero comes out as
+// one byte after the real ones and is taken back off the count.
 template <typename Char>
-__attribute__((target("avx2"), no_sanitize_address)) std::int64_t writeAvx2(const Char* text, std::int64_t length,
-                                                                             unsigned char* out) {
+__attribute__((target("avx2"))) std::int64_t writeAvx2(const Char* text, std::int64_t length, unsigned char* out) {
     std::int64_t n = 0, i = 0;
     __m256i bad = _mm256_setzero_si256();
     constexpr std::int64_t kPerVector = 32 / sizeof(Char);
     for (; i + kPerVector <= length; i += kPerVector) {
         n += putVector<Char>(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i)), out + n, bad);
     }
-    const std::int64_t rest = length - i;
-    std::uint32_t badTail = 0;
-    if (rest > 0 && (reinterpret_cast<std::uintptr_t>(text + i) & 4095) <= 4096 - 32) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
-        __m256i keep;
-        if constexpr (sizeof(Char) == 1) {
-            keep = _mm256_cmpgt_epi8(_mm256_set1_epi8(static_cast<char>(rest)),
-                                     _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18,
-                                                      19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31));
-        } else if constexpr (sizeof(Char) == 2) {
-            keep = _mm256_cmpgt_epi16(_mm256_set1_epi16(static_cast<short>(rest)),
-                                      _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
-        } else {
-            keep = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(rest)), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
-        }
-        n += putVector<Char>(_mm256_and_si256(v, keep), out + n, bad) - (kPerVector - rest);
-    } else {
-        for (; i < length; ++i) n += put(text[i], out + n, badTail);
+    if (const std::int64_t rest = length - i; rest > 0) {
+        alignas(32) Char tail[kPerVector] = {};
+        std::memcpy(tail, text + i, static_cast<std::size_t>(rest) * sizeof(Char));
+        n += putVector<Char>(_mm256_load_si256(reinterpret_cast<const __m256i*>(tail)), out + n, bad) - (kPerVector - rest);
     }
-    return badTail != 0 || !_mm256_testz_si256(bad, bad) ? -1 : n;
+    return !_mm256_testz_si256(bad, bad) ? -1 : n;
 }
 
 // The vector path unless the CPU lacks AVX2 or setVectorUtf8(false) asked for the plain one.
