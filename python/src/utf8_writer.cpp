@@ -46,21 +46,22 @@ std::int64_t writePlain(const Char* text, std::int64_t length, unsigned char* ou
 
 #if TXPYTHON_VECTOR_UTF8
 
-// For four lanes whose widths less one are w0..w3 (index w0 | w1 << 2 |
-// w2 << 4 | w3 << 6): the shuffle that packs each lane's first bytes
-// together, and how many bytes that makes.
+// A byte shuffle for each of 256 cases that packs the bytes each lane keeps
+// (its first ones) together, and how many bytes that makes.
 struct Packing {
     std::array<std::array<std::uint8_t, 16>, 256> shuffle{};
     std::array<std::uint8_t, 256> bytes{};
 };
 
-constexpr Packing makePacking() {
+// Lanes of laneBytes bytes; kept(index, lane) is how many of a lane's bytes
+// the case keeps.
+template <int Lanes, typename Kept>
+constexpr Packing makePacking(int laneBytes, Kept kept) {
     Packing p;
     for (int index = 0; index < 256; ++index) {
         int at = 0;
-        for (int lane = 0; lane < 4; ++lane) {
-            const int width = ((index >> (2 * lane)) & 3) + 1;
-            for (int k = 0; k < width; ++k) p.shuffle[index][at++] = static_cast<std::uint8_t>(4 * lane + k);
+        for (int lane = 0; lane < Lanes; ++lane) {
+            for (int k = 0; k < kept(index, lane); ++k) p.shuffle[index][at++] = static_cast<std::uint8_t>(laneBytes * lane + k);
         }
         p.bytes[index] = static_cast<std::uint8_t>(at);
         for (int k = at; k < 16; ++k) p.shuffle[index][k] = 0x80;
@@ -68,7 +69,9 @@ constexpr Packing makePacking() {
     return p;
 }
 
-constexpr Packing kPacking = makePacking();
+// Four 32-bit lanes whose widths less one are w0..w3 (index w0 | w1 << 2 |
+// w2 << 4 | w3 << 6).
+constexpr Packing kPacking = makePacking<4>(4, [](int index, int lane) { return ((index >> (2 * lane)) & 3) + 1; });
 
 // Bit k of a 4-bit lane mask moved to bit 2k.
 constexpr std::array<std::uint8_t, 16> kSpread = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
@@ -114,29 +117,9 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m2
     return first + kPacking.bytes[high];
 }
 
-// For eight 16-bit lanes (bit k set when lane k is ASCII): the shuffle that
-// keeps a lane's first byte, and its second unless it is ASCII, and how
-// many bytes that makes.
-struct NarrowPacking {
-    std::array<std::array<std::uint8_t, 16>, 256> shuffle{};
-    std::array<std::uint8_t, 256> bytes{};
-};
-
-constexpr NarrowPacking makeNarrowPacking() {
-    NarrowPacking p;
-    for (int ascii = 0; ascii < 256; ++ascii) {
-        int at = 0;
-        for (int lane = 0; lane < 8; ++lane) {
-            p.shuffle[ascii][at++] = static_cast<std::uint8_t>(2 * lane);
-            if (((ascii >> lane) & 1) == 0) p.shuffle[ascii][at++] = static_cast<std::uint8_t>(2 * lane + 1);
-        }
-        p.bytes[ascii] = static_cast<std::uint8_t>(at);
-        for (int k = at; k < 16; ++k) p.shuffle[ascii][k] = 0x80;
-    }
-    return p;
-}
-
-constexpr NarrowPacking kNarrowPacking = makeNarrowPacking();
+// Eight 16-bit lanes (bit k of the index set when lane k is ASCII): a
+// lane's first byte, and its second unless it is ASCII.
+constexpr Packing kNarrowPacking = makePacking<8>(2, [](int ascii, int lane) { return ((ascii >> lane) & 1) != 0 ? 1 : 2; });
 
 // Eight characters below U+0800 in 16-bit lanes (Latin-1 and the other
 // alphabets mixed text mostly holds), one or two bytes each: built in 16-bit
