@@ -6,7 +6,6 @@
 // answers pending signals, so Ctrl-C stops a long call.
 #include <algorithm>
 #include <bit>
-#include <cstdint>
 #include <ctime>
 #include <memory>
 #include <mutex>
@@ -83,15 +82,13 @@ struct PreparedInputs {
     std::vector<ObjectColumn> objects;
     std::vector<py::array_t<double, py::array::c_style | py::array::forcecast>> numbers;
     bool bytesOut = false;   // argument 1 holds bytes
-    py::array firstItems;    // argument 1's objects
-    bool firstDeferred = false;   // some rows of argument 1 are transcoded batch by batch
 };
 
 // Arguments come from the Python layer as (kind, value) pairs, kinds
 // "column" (an object array: text or numbers, found by reading it),
 // "number_column" (float64), "text", "number" and "absent".
 PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const Codec& codec, py::handle na,
-                             const std::string& label, bool deferFirst) {
+                             const std::string& label) {
     PreparedInputs prepared;
     prepared.objects.reserve(arguments.size());
     prepared.numbers.reserve(arguments.size());
@@ -109,14 +106,9 @@ PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const
             }
         }
         if (kind == "column") {
-            auto items = py::reinterpret_borrow<py::array>(value);
-            ObjectColumn column = readObjectColumn(items, codec, na, position, what, deferFirst && position == 1);
+            ObjectColumn column = readObjectColumn(py::reinterpret_borrow<py::array>(value), codec, na, position, what);
             if (position == 1 && column.numeric) throw py::value_error(label + ": argument 1 must hold text, not numbers");
-            if (position == 1) {
-                prepared.bytesOut = column.allBytes;
-                prepared.firstItems = items;
-                prepared.firstDeferred = column.deferred;
-            }
+            if (position == 1) prepared.bytesOut = column.allBytes;
             prepared.objects.push_back(std::move(column));
             const ObjectColumn& held = prepared.objects.back();
             prepared.inputs.push_back(held.numeric ? txengine::Input::column(txengine::NumberColumn{held.values.data(), nullptr})
@@ -255,11 +247,7 @@ std::int32_t* statusPlace(std::int64_t rows) {
 // "text".
 py::dict run(Runtime& runtime, const std::string& label, const std::string& function, bool callRoutine,
              const py::list& arguments, std::int64_t rows, std::int64_t maxLength, py::handle na) {
-    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, na, label, true);
-    // With one worker, a batch transcodes no more text than stays in its L2
-    // cache until the engine reads it; more workers need whole tasks each,
-    // so their batches stay large.
-    const std::size_t transcodeBytes = runtime.engine->threads() == 1 ? std::size_t{256} << 10 : SIZE_MAX;
+    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, na, label);
     const bool text = !callRoutine && function == "KSCANX";
     std::int32_t* status = statusPlace(rows);
     py::array_t<double> numbers(text ? 0 : rows);
@@ -278,10 +266,6 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
                                                             .maxLength = maxLength});
     for (std::int64_t begin = 0, end = 0; begin < rows || begin == 0; begin = end) {
         end = batchEnd(runtime, prepared.inputs[0], begin, rows);
-        if (prepared.firstDeferred) {
-            end = transcodeRows(prepared.firstItems, prepared.objects[0], runtime.codec, 1, end, transcodeBytes,
-                                label + ": argument 1");
-        }
         const std::int64_t count = end - begin;
         const std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
         txengine::OutputPlaces places{.status = status + begin};
@@ -327,7 +311,7 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
 // the engine's layout (offsets and bytes).
 std::vector<double> engineSeconds(Runtime& runtime, const std::string& function, bool callRoutine, const py::list& arguments,
                      std::int64_t rows, int rounds) {
-    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine", false);
+    PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine");
     std::vector<std::int64_t> offsets{0};
     std::vector<char> bytes;
     std::vector<txengine::Input> inputs = prepared.inputs;

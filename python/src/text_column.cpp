@@ -85,8 +85,6 @@ struct ThreadBuffers {
     Reused<std::uint8_t> validity;
     Arena arena;
     std::vector<Transcoded> transcoded;
-    std::vector<std::int64_t> pending;   // rows left to transcodeRows, in order
-    std::size_t nextPending = 0;
 };
 
 ThreadBuffers& buffersFor(int slot) {
@@ -198,7 +196,7 @@ Codec codecFor(const std::string& encoding) {
 }
 
 ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
-                              const std::string& what, bool defer) {
+                              const std::string& what) {
     if (items.ndim() != 1 || items.dtype().kind() != 'O' || (items.size() > 1 && items.strides(0) != sizeof(PyObject*))) {
         throw py::value_error(what + ": expected a contiguous one-dimensional object array");
     }
@@ -209,7 +207,6 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     std::uint8_t* validity = nullptr;
     b.arena.clear();
     b.transcoded.clear();
-    b.pending.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
     std::uint8_t bits = 0;   // validity of the current eight rows
     for (std::int64_t row = 0; row < rows; ++row) {
@@ -218,7 +215,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
         // header while this one is read, and for the text of a nearer one,
         // whose header has come in by now.
         if (row + kHeadersAhead < rows) __builtin_prefetch(values[row + kHeadersAhead]);
-        if (!defer && row + kTextAhead < rows) prefetchText(values[row + kTextAhead]);
+        if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead]);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
@@ -228,14 +225,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             }
             if (!viewInPlace(item, codec, views[row])) {
                 if (codec.latin1) refuse(what, row, unencodable(codec));
-                if (defer) {
-                    views[row] = {};
-                    b.pending.push_back(row);
-                } else {
-                    const std::size_t offset = b.arena.used();
-                    views[row] = {nullptr, appendEncoded(item, b, codec, row, what)};
-                    b.transcoded.push_back({row, offset});
-                }
+                const std::size_t offset = b.arena.used();
+                views[row] = {nullptr, appendEncoded(item, b, codec, row, what)};
+                b.transcoded.push_back({row, offset});
             }
         } else if (PyBytes_Check(item)) {
             ++bytesRows;
@@ -282,35 +274,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
         return column;
     }
     for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
-    b.nextPending = 0;
-    column.deferred = !b.pending.empty();
     column.allBytes = bytesRows > 0 && textRows == 0;
     column.text = txengine::TextViewColumn{views, validity};
     return column;
-}
-
-std::int64_t transcodeRows(const py::array& items, ObjectColumn& column, const Codec& codec, int slot, std::int64_t end,
-                           std::size_t bytes, const std::string& what) {
-    ThreadBuffers& b = buffersFor(slot);
-    auto* const* values = static_cast<PyObject* const*>(items.data());
-    auto* views = const_cast<txengine::TextView*>(column.text.views);
-    b.arena.clear();
-    b.transcoded.clear();
-    const std::size_t count = b.pending.size();
-    std::size_t k = b.nextPending;
-    for (; k < count && b.pending[k] < end; ++k) {
-        const std::int64_t row = b.pending[k];
-        if (k + kHeadersAhead < count) __builtin_prefetch(values[b.pending[k + kHeadersAhead]]);
-        if (k + kTextAhead < count) prefetchText(values[b.pending[k + kTextAhead]]);
-        const std::size_t offset = b.arena.used();
-        views[row] = {nullptr, appendEncoded(values[row], b, codec, row, what)};
-        b.transcoded.push_back({row, offset});
-        // Enough text for the cache: the batch ends with this row's group of eight.
-        if (b.arena.used() >= bytes) end = std::min(end, (row + 8) / 8 * 8);
-    }
-    b.nextPending = k;
-    for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
-    return end;
 }
 
 std::string textScalar(py::handle value, const Codec& codec, const std::string& what) {

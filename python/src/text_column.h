@@ -39,7 +39,6 @@ Codec codecFor(const std::string& encoding);
 struct ObjectColumn {
     bool numeric = false;        // numbers and nulls only: `values` holds them (NaN for null)
     bool allBytes = false;       // every value is bytes: text results come back as bytes
-    bool deferred = false;       // some rows wait for transcodeRows
     txengine::TextViewColumn text{};
     std::vector<double> values;
 };
@@ -50,19 +49,8 @@ struct ObjectColumn {
 // py::value_error naming the row on a value that is neither text, a number
 // nor null, on text mixed with numbers, and on a str the codec cannot
 // encode.
-//
-// `defer` leaves the rows that need transcoding for transcodeRows, batch by
-// batch, so that a batch's text is still in cache when the engine reads it.
 ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
-                              const std::string& what, bool defer = false);
-
-// Transcodes the deferred rows of `column` from where the last call stopped
-// up to row `end`, or fewer once about `bytes` are written, and returns the
-// batch's end: `end`, or the group of eight rows where the text passed
-// `bytes`. The text of earlier batches is overwritten. Throws as
-// readObjectColumn does.
-std::int64_t transcodeRows(const py::array& items, ObjectColumn& column, const Codec& codec, int slot, std::int64_t end,
-                           std::size_t bytes, const std::string& what);
+                              const std::string& what);
 
 // One scalar as session-encoding bytes (str through the codec, bytes as is).
 std::string textScalar(py::handle value, const Codec& codec, const std::string& what);
