@@ -9,11 +9,7 @@ namespace txscan {
 
 using namespace contract;
 
-std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed) {
-    if (result->growPool == nullptr) {
-        result->capacity = result->maxLength;
-        return kStatusOk;
-    }
+std::int32_t growResult(StringValue* result, std::int64_t needed) {
     const std::int64_t n = needed < result->maxLength ? needed : result->maxLength;
     if (n <= result->capacity) return kStatusOk;
     std::int64_t capacity = (n + 1023) / 1024 * 1024;

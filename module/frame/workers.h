@@ -69,6 +69,16 @@ struct SourceShape {
     std::int64_t characters;
 };
 SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source);
-std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed);
+// Room for `needed` bytes (at most maxLength) in a character result: a
+// fixed buffer has its whole length, a growable one is enlarged from its
+// pool when it is too small (kStatusNoMemory when the pool refuses).
+std::int32_t growResult(StringValue* result, std::int64_t needed);
+inline std::int32_t ensureResultCapacity(StringValue* result, std::int64_t needed) {
+    if (result->growPool == nullptr) {
+        result->capacity = result->maxLength;
+        return contract::kStatusOk;
+    }
+    return needed <= result->capacity ? contract::kStatusOk : growResult(result, needed);
+}
 
 }  // namespace txscan

@@ -31,12 +31,8 @@ std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* w
             if (n > 0 && isQuoteByte(static_cast<unsigned char>(word[n - 1]))) --n;
         }
     }
-    // A buffer that already holds the word needs no reservation (a fixed
-    // one has it once its capacity is its whole length).
-    if (result->growPool == nullptr ? result->capacity != result->maxLength : n > result->capacity) {
-        const std::int32_t status = ensureResultCapacity(result, n);
-        if (status != kStatusOk) return status;
-    }
+    const std::int32_t status = ensureResultCapacity(result, n);
+    if (status != kStatusOk) return status;
     if (n <= result->maxLength) {
         if (n > 0) std::memcpy(result->data, word, static_cast<std::size_t>(n));
         result->length = n;
