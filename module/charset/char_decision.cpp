@@ -1,5 +1,5 @@
-// The character questions of the word and character-set functions: the
-// handle's answers, and the byte tables of the walkers on bytes.
+// The character decision: the handle's answers, and the byte tables of the
+// walkers on bytes.
 #include "module/charset/char_decision.h"
 
 #include "module/charset/byte_classes.h"
@@ -11,6 +11,17 @@ namespace txscan {
 using namespace contract;
 
 namespace {
+
+// The class letters after U and L, in the order they are asked. The tests
+// have no side effects, so the order only decides which host calls are made.
+constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS,
+                                          kModW, kModX, kModF, kModN, kModH};
+
+// P, F, N and H test the held character, after any caseless folding; the
+// other class letters test the character itself.
+constexpr bool testsHeldChar(ModifierFlag letter) {
+    return letter == kModP || letter == kModF || letter == kModN || letter == kModH;
+}
 
 // Under I with a list: the character in its other case looked up in the
 // list. `held` is folded in place.
@@ -32,35 +43,19 @@ bool classHolds(HandleQuestions& q, TextCursor* at, TextCursor* held) {
 
 constexpr ByteTable kNoDelimiters{};
 
-// P, F, N and H test the held character, after any caseless folding; the
-// other class letters test the character itself.
-constexpr bool testsHeldChar(ModifierFlag letter) {
-    return letter == kModP || letter == kModF || letter == kModN || letter == kModH;
-}
-
-// What a call's modifiers ask of a one-byte character, settled once so
-// that the table of 128 or 256 decisions is a tight loop.
-struct ByteQuestions {
-    const std::uint8_t* classes;
-    const std::uint8_t* upcase;
-    const std::uint8_t* lowcase;
-    bool caselessList, askUpper, askLower, upperCounts, lowerCounts, defaults;
-    std::uint8_t classMask;   // class letters that test the character itself
-    bool punct, nameStart, nameChars, tab;   // tests of the held (possibly folded) character
-    bool heldTests;
-};
-
-ByteQuestions questionsOf(const ModifierSet& m, bool hasList) {
+ByteQuestions questionsOf(const ModifierSet& m, bool hasList, CharRole role) {
     ByteQuestions q{};
     q.classes = host().classTable;
     q.upcase = host().upcaseMap;
     q.lowcase = host().lowcaseMap;
+    q.defaults = role == CharRole::kDelimiter && m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has
+                                                                              : kNoDelimiters.has;
     q.caselessList = hasList && m.has(kModI);
     q.upperCounts = m.has(kModU);
     q.lowerCounts = m.has(kModL);
     q.askUpper = q.caselessList || q.upperCounts;
     q.askLower = q.caselessList || q.lowerCounts;
-    q.defaults = m.has(kModDefaultDelimiters);
+    q.bothCases = role == CharRole::kMember;
     for (ModifierFlag letter : kClassLetters) {
         if (m.has(letter) && !testsHeldChar(letter)) q.classMask |= byteClassMask(letter);
     }
@@ -72,18 +67,18 @@ ByteQuestions questionsOf(const ModifierSet& m, bool hasList) {
     return q;
 }
 
-// The scanner's delimiter decision for a one-byte character from the byte
-// tables: list, caseless list, U and L, default list, classes, fixed lists,
-// with the tests that look at the held character seeing it after folding.
-// The tests are tried in another order than the scanner's, which changes
-// nothing: each is a plain question, and the first that holds decides.
+// The decision (negation not applied) for a character of one byte from the
+// byte tables, with the tests that look at the held character seeing it
+// after folding. The tests are tried in another order than the handle's,
+// which changes nothing: each is a plain question, and the first that holds
+// decides.
 bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned c) {
     const std::uint8_t* classes = q.classes;
-    if (listHas[c] || (q.defaults && kDefaultDelimiterBytes.has[c]) || (classes[c] & q.classMask) != 0) return true;
+    if (listHas[c] || q.defaults[c] || (classes[c] & q.classMask) != 0) return true;
     unsigned held = c;
     if (q.askUpper || q.askLower) {
         const bool upper = q.askUpper && (classes[c] & kClassUpper) != 0;
-        const bool lower = !upper && q.askLower && (classes[c] & kClassLower) != 0;
+        const bool lower = (q.bothCases || !upper) && q.askLower && (classes[c] & kClassLower) != 0;
         if (q.caselessList && (upper || lower)) {
             held = upper ? q.lowcase[c] : q.upcase[c];
             if (listHas[held]) return true;
@@ -96,85 +91,86 @@ bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned 
            (q.tab && held == '\t');
 }
 
-// Whether a case or class question decides anything (I only with a list).
-bool anyCaseOrClass(const ModifierSet& m, bool hasList) {
-    return anyClassLetter(m) || m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
+// Whether a case or class question can decide for a character of more than
+// one byte. The fixed lists of F, N and H and the default delimiters are
+// ASCII: without such a question only the list can hold a wide character.
+bool wideAsksHandle(const ModifierSet& m, bool hasList) {
+    for (ModifierFlag letter : kClassLetters) {
+        if (m.has(letter) && letter != kModF && letter != kModN && letter != kModH) return true;
+    }
+    return m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
 }
 
-void buildByteDecisions(DelimiterDecision& s) {
-    const ModifierSet& m = s.mods;
-    const int singles = s.utf8 ? 0x80 : 0x100;
-    const bool hasList = s.list != nullptr;
-    if (!anyCaseOrClass(m, hasList) && !hasList && !m.has(kModK)) {
+// Without held-character tests or a caseless list, the table is the list,
+// the default delimiters and class table bits, filled at once. Otherwise a
+// delimiter's entries are worked out now (the word walkers read the table
+// as it stands) and a member's when its character first appears.
+void buildByteDecisions(CharDecision& d) {
+    const ModifierSet& m = d.mods;
+    const bool hasList = d.list != nullptr;
+    const ByteQuestions& q = d.questionsOfByte = questionsOf(m, hasList, d.role);
+    if (!hasList && q.classMask == 0 && !q.askUpper && !q.askLower && !q.heldTests && !m.has(kModK) &&
+        d.role == CharRole::kDelimiter) {
         // The commonest call of all needs no table of its own.
-        s.decision = m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has : kNoDelimiters.has;
+        d.decision = q.defaults;
         return;
     }
-    std::uint8_t listHas[256] = {};
-    for (std::int64_t i = 0; i < s.listBytes; ++i) listHas[s.list[i]] = 1;
-    if (!anyCaseOrClass(m, hasList)) {
-        for (int c = 0; c < 256; ++c) {
-            s.built[c] = listHas[c] | (m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has[c] : 0);
+    std::memset(d.listHas, 0, sizeof d.listHas);
+    for (std::int64_t i = 0; i < d.listBytes; ++i) {
+        if (!d.utf8 || d.list[i] < 0x80) d.listHas[d.list[i]] = 1;
+    }
+    const int singles = d.utf8 ? 0x80 : 0x100;
+    const std::uint8_t negated = d.negated() ? 1 : 0;
+    if (!q.heldTests && !q.caselessList) {
+        std::uint8_t mask = q.classMask;
+        if (q.upperCounts) mask |= kClassUpper;
+        if (q.lowerCounts) mask |= kClassLower;
+        for (int c = 0; c < singles; ++c) {
+            d.built[c] = static_cast<std::uint8_t>((d.listHas[c] | q.defaults[c] | ((q.classes[c] & mask) != 0)) ^ negated);
         }
+    } else if (d.role == CharRole::kMember) {
+        std::memset(d.built, kUnknown, static_cast<std::size_t>(singles));
     } else {
-        const ByteQuestions q = questionsOf(m, hasList);
-        for (int c = 0; c < singles; ++c) s.built[c] = byteDecision(q, listHas, static_cast<unsigned>(c));
+        for (int c = 0; c < singles; ++c) d.built[c] = byteDecision(q, d.listHas, static_cast<unsigned>(c)) ^ negated;
     }
-    if (m.has(kModK)) {
-        for (int c = 0; c < singles; ++c) s.built[c] ^= 1;
+    if (d.utf8) {
+        std::memset(d.built + 0x80, 0, 0x40);
+        const bool wideAlike = !d.listHasWide && !d.wideAsksHandle;
+        std::memset(d.built + 0xC0, wideAlike ? negated : kAskWide, 0x40);
     }
-    s.decision = s.built;
-}
-
-// The scanner's tests a to f for a character of more than one byte, asked
-// of the handle as the scanner asks them.
-bool wideDecisionFromHandle(DelimiterDecision& s, const std::uint8_t* p, int length) {
-    EncodingHandle* h = s.h;
-    if (!s.handleReady) {
-        setupHandleQuestions(&s.questions, h, s.mods, s.parsed.delimitersSet ? &s.parsed.delimiters : nullptr);
-        s.handleReady = true;
-    }
-    TextCursor at;
-    setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
-    enc::currentChar(h, &at, &s.questions.held.cursor);
-    return delimiterFromHandle(s.questions, &at);
+    d.decision = d.built;
 }
 
 }  // namespace
 
-void setupHandleQuestions(HandleQuestions* q, EncodingHandle* h, const ModifierSet& mods, TextCursor* list) {
+void setupHandleQuestions(HandleQuestions* q, EncodingHandle* h, CharRole role, const ModifierSet& mods,
+                          TextCursor* list) {
     q->h = h;
     q->mods = &mods;
+    q->role = role;
+    q->defaults = role == CharRole::kDelimiter && mods.has(kModDefaultDelimiters);
     q->list = list;
     setupWideClassLists(h, mods, &q->classLists);
-    if (mods.has(kModDefaultDelimiters)) {
-        setupCursor(h, &q->defaultList, kDefaultDelimiterText, sizeof kDefaultDelimiterText - 1);
-    }
+    if (q->defaults) setupCursor(h, &q->defaultList, kDefaultDelimiterText, sizeof kDefaultDelimiterText - 1);
     setupCharCursor(h, &q->held);
 }
 
-bool delimiterFromHandle(HandleQuestions& q, TextCursor* at) {
-    EncodingHandle* h = q.h;
-    const ModifierSet& m = *q.mods;
+bool decideFromHandle(HandleQuestions& q, TextCursor* at) {
     TextCursor* held = &q.held.cursor;
-    if (q.list != nullptr && enc::findChar(h, q.list, held) >= 0) return true;
-    const bool caselessList = q.list != nullptr && m.has(kModI);
-    // The case is taken before any folding, since U and L ask about the
-    // character as it stands in the source.
-    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, held, kIsUpper);
-    const bool lower = !upper && (caselessList || m.has(kModL)) && enc::caseTest(h, held, kIsLower);
-    if (caselessList && (upper || lower) && otherCaseListed(q, held, upper)) return true;
-    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
-    if (m.has(kModDefaultDelimiters) && enc::findChar(h, &q.defaultList, held) >= 0) return true;
-    return classHolds(q, at, held);
+    enc::currentChar(q.h, at, held);
+    return (q.list != nullptr && enc::findChar(q.h, q.list, held) >= 0) || beyondListFromHandle(q, at, held);
 }
 
-bool memberBeyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) {
+bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) {
     EncodingHandle* h = q.h;
     const ModifierSet& m = *q.mods;
     const bool caselessList = q.list != nullptr && m.has(kModI);
+    // The case is taken before any folding, since U and L ask about the
+    // character as it stands in the source. A delimiter is upper or else
+    // lower case; a member is asked both.
     const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, held, kIsUpper);
-    const bool lower = (caselessList || m.has(kModL)) && enc::caseTest(h, held, kIsLower);
+    const bool lower = (q.role == CharRole::kMember || !upper) && (caselessList || m.has(kModL)) &&
+                       enc::caseTest(h, held, kIsLower);
     if (caselessList && (upper || lower)) {
         if (held != &q.held.cursor) {
             held = &q.held.cursor;
@@ -183,6 +179,7 @@ bool memberBeyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* 
         if (otherCaseListed(q, held, upper)) return true;
     }
     if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
+    if (q.defaults && enc::findChar(h, &q.defaultList, held) >= 0) return true;
     return classHolds(q, at, held);
 }
 
@@ -190,41 +187,60 @@ bool CaselessPairs::sameChar(EncodingHandle* h, const std::uint8_t* a, int la, c
     if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
     const std::uint64_t k = static_cast<std::uint64_t>(charKey(a, la)) << 32 | charKey(b, lb);
     const std::uint32_t slot = static_cast<std::uint32_t>(k ^ k >> 29 ^ k >> 41) & 63;
-    if (key[slot] == k) return same[slot] != 0;
+    if ((used >> slot & 1) != 0 && key[slot] == k) return same[slot] != 0;
     TextCursor left;
     TextCursor right;
     setupCursor(h, &left, reinterpret_cast<const char*>(a), la);
     setupCursor(h, &right, reinterpret_cast<const char*>(b), lb);
     const bool answer = enc::compareAt(h, &left, &right, 1, kCompareCaseless) == 0;
+    used |= std::uint64_t{1} << slot;
     key[slot] = k;
     same[slot] = answer;
     return answer;
 }
 
-bool prepareDelimiterDecision(DelimiterDecision& s) {
-    s.handleReady = false;
-    s.memo.clear();
-    s.list = s.parsed.delimitersSet ? reinterpret_cast<const std::uint8_t*>(s.parsed.delimiters.text) : nullptr;
-    s.listBytes = s.list != nullptr ? s.parsed.delimiters.length : 0;
-    if (s.listBytes < 0) return false;
-    s.listHasWide = s.utf8 && anyHighByte(s.list, s.listBytes);
-    if (s.listHasWide && !wellFormedUtf8(s.list, s.listBytes)) return false;
-    s.wideAsksHandle = anyCaseOrClass(s.mods, s.list != nullptr);
-    buildByteDecisions(s);
+bool prepareCharDecision(CharDecision& d) {
+    d.handleReady = false;
+    const bool delimiters = d.role == CharRole::kDelimiter;
+    const TextCursor& list = delimiters ? d.parsed.delimiters : d.parsed.list;
+    d.list = nullptr;
+    d.listBytes = 0;
+    if (delimiters ? d.parsed.delimitersSet != 0 : d.parsed.listSet != 0) {
+        if (list.length < 0) return false;
+        d.list = list.text != nullptr ? reinterpret_cast<const std::uint8_t*>(list.text)
+                                      : reinterpret_cast<const std::uint8_t*>("");
+        d.listBytes = list.text != nullptr ? list.length : 0;
+    }
+    d.listHasWide = d.utf8 && anyHighByte(d.list, d.listBytes);
+    if (d.listHasWide && !wellFormedUtf8(d.list, d.listBytes)) return false;
+    d.wideAsksHandle = wideAsksHandle(d.mods, d.list != nullptr);
+    buildByteDecisions(d);
     return true;
 }
 
-// The decision for a character of more than one byte, K applied. Without
-// case or class questions only the list can hold it (the fixed lists are
-// ASCII); otherwise the handle answers, remembered per code point.
-bool wideDelimiter(DelimiterDecision& s, const std::uint8_t* p, int length) {
-    bool delimiter = false;
-    if (!s.wideAsksHandle) {
-        delimiter = s.listHasWide && listHoldsChar(s.list, s.listBytes, p, length);
-    } else {
-        delimiter = s.memo.remember(charKey(p, length), [&] { return wideDecisionFromHandle(s, p, length); });
+bool decideByte(CharDecision& d, std::uint8_t c) {
+    const bool decision = byteDecision(d.questionsOfByte, d.listHas, c) != d.negated();
+    d.built[c] = decision ? 1 : 0;
+    return decision;
+}
+
+bool wideDecision(CharDecision& d, const std::uint8_t* p, int length) {
+    const bool negated = d.negated();
+    if (d.listHasWide && listHoldsChar(d.list, d.listBytes, p, length)) return !negated;
+    if (!d.wideAsksHandle) return negated;
+    if (!d.handleReady) {
+        const bool delimiters = d.role == CharRole::kDelimiter;
+        const bool listSet = delimiters ? d.parsed.delimitersSet != 0 : d.parsed.listSet != 0;
+        setupHandleQuestions(&d.questions, d.h, d.role, d.mods,
+                             !listSet ? nullptr : delimiters ? &d.parsed.delimiters : &d.parsed.list);
+        d.memo.clear();
+        d.handleReady = true;
     }
-    return s.mods.has(kModK) ? !delimiter : delimiter;
+    return d.memo.remember(charKey(p, length), [&] {
+        TextCursor at;
+        setupCursor(d.h, &at, reinterpret_cast<const char*>(p), length);
+        return beyondListFromHandle(d.questions, &at, &at);
+    }) != negated;
 }
 
 }  // namespace txscan

@@ -1,9 +1,9 @@
-// One character's decision: as the multi-byte paths ask it of the session's
-// EncodingHandle, whether it is a delimiter of the word functions (the
-// scanner's tests a to f), or whether it belongs to the set of KFINDC and
-// KCOUNTC beyond the list's own characters. The walkers on bytes answer
-// characters of one byte from tables and ask here only for the others,
-// remembering the answers per character in a CharMemo.
+// One character's decision, in one of two roles: a delimiter of the word
+// functions (the scanner's tests a to f; K negates), or a member of the set
+// of KFINDC and KCOUNTC (the list, then U, L and the classes; V negates).
+// The handle answers on every path; the walkers on bytes take characters of
+// one byte from a table built from the session's byte tables, and remember
+// the handle's answers for wider ones per character in a CharMemo.
 #pragma once
 
 #include <cstdint>
@@ -17,22 +17,14 @@
 
 namespace txscan {
 
-// The class letters after U and L, in the order they are asked. The tests
-// have no side effects, so the order only decides which host calls are made.
-inline constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS,
-                                                 kModW, kModX, kModF, kModN, kModH};
-
-inline bool anyClassLetter(const ModifierSet& m) {
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter)) return true;
-    }
-    return false;
-}
+enum class CharRole : std::uint8_t { kDelimiter, kMember };
 
 // The handle-side state of one call's questions; lives on the call's stack.
 struct HandleQuestions {
     contract::EncodingHandle* h;
     const ModifierSet* mods;
+    CharRole role;
+    bool defaults;                     // the default delimiters count
     contract::TextCursor* list;        // the call's delimiter or character list; null without one
     WideClassLists classLists;
     contract::TextCursor defaultList;  // laid out under default delimiters
@@ -40,22 +32,20 @@ struct HandleQuestions {
 };
 
 // Lays out the fixed lists the modifiers ask for and the held character.
-void setupHandleQuestions(HandleQuestions* q, contract::EncodingHandle* h, const ModifierSet& mods,
+void setupHandleQuestions(HandleQuestions* q, contract::EncodingHandle* h, CharRole role, const ModifierSet& mods,
                           contract::TextCursor* list);
 
-// The word scanner's tests a to f (K not applied) of the character at `at`,
-// which the caller has copied into q.held.
-bool delimiterFromHandle(HandleQuestions& q, contract::TextCursor* at);
+// The decision, negation not applied, of the character at `at`, which is
+// copied into q.held first.
+bool decideFromHandle(HandleQuestions& q, contract::TextCursor* at);
 
-// KFINDC's and KCOUNTC's membership (V not applied) of the character at
-// `at` that the list itself does not hold: the list in the character's
-// other case under I, then U, L and the class letters. `held` is q.held's
-// cursor with the character copied in, or `at` itself while no fold has
-// needed the buffer.
-bool memberBeyondListFromHandle(HandleQuestions& q, contract::TextCursor* at, contract::TextCursor* held);
+// The decision's steps after the list, negation not applied: the list in the
+// character's other case under I, U and L, the default delimiters, the
+// classes. `held` is q.held's cursor with the character copied in, or `at`
+// itself while no fold has needed the buffer.
+bool beyondListFromHandle(HandleQuestions& q, contract::TextCursor* at, contract::TextCursor* held);
 
-// A character's bytes packed into one word: a memo key, never 0 for a
-// character of more than one byte.
+// A character's bytes packed into one word: a memo key.
 inline std::uint32_t charKey(const std::uint8_t* p, int length) {
     std::uint32_t key = 0;
     for (int i = 0; i < length; ++i) key = key << 8 | p[i];
@@ -63,18 +53,19 @@ inline std::uint32_t charKey(const std::uint8_t* p, int length) {
 }
 
 // The handle's answers for characters of more than one byte, remembered per
-// character for one call (N slots, a power of two).
-template <int N>
+// character for one call. A slot counts only once its bit in `used` is set,
+// so forgetting everything is one store.
 struct CharMemo {
-    static_assert((N & (N - 1)) == 0);
-    std::uint32_t key[N];   // 0 is an empty slot
-    std::uint8_t value[N];
+    std::uint64_t used;
+    std::uint32_t key[64];
+    std::uint8_t value[64];
 
-    void clear() { std::memset(key, 0, sizeof key); }
+    void clear() { used = 0; }
     template <typename Ask>
     bool remember(std::uint32_t k, Ask ask) {
-        const std::uint32_t slot = (k ^ k >> 7 ^ k >> 17) & (N - 1);
-        if (key[slot] != k) {
+        const std::uint32_t slot = (k ^ k >> 7 ^ k >> 17) & 63;
+        if ((used >> slot & 1) == 0 || key[slot] != k) {
+            used |= std::uint64_t{1} << slot;
             key[slot] = k;
             value[slot] = ask() ? 1 : 0;
         }
@@ -86,50 +77,71 @@ struct CharMemo {
 // byte, as the handle's compareAt over one character answers them,
 // remembered per pair for one call.
 struct CaselessPairs {
-    std::uint64_t key[64];   // 0 is an empty slot
+    std::uint64_t used;
+    std::uint64_t key[64];
     std::uint8_t same[64];
 
-    void clear() { std::memset(key, 0, sizeof key); }
+    void clear() { used = 0; }
     bool sameChar(contract::EncodingHandle* h, const std::uint8_t* a, int la, const std::uint8_t* b, int lb);
 };
 
-// The word functions' delimiter decision for walkers on bytes: a 256-entry
-// table, built once per call from the session's byte tables, answers for
-// characters of one byte; characters of more than one byte ask the handle
-// through delimiterFromHandle, remembered per character in a CharMemo.
-// One call's decision state; lives on the call's stack. `parsed` and `mods`
-// are the interpreter's reading of the call (the delimiter list is read from
-// `parsed.delimiters`).
-struct DelimiterDecision {
+// What a call's modifiers ask of a character of one byte, settled once.
+struct ByteQuestions {
+    const std::uint8_t* classes;
+    const std::uint8_t* upcase;
+    const std::uint8_t* lowcase;
+    const std::uint8_t* defaults;   // the default delimiters' table, or none
+    bool caselessList, askUpper, askLower, upperCounts, lowerCounts;
+    bool bothCases;                 // a member may be upper and lower case at once
+    std::uint8_t classMask;         // class letters that test the character itself
+    bool punct, nameStart, nameChars, tab;   // tests of the held (possibly folded) character
+    bool heldTests;
+};
+
+// Table entries besides 0 and 1 (the decision, negation applied).
+inline constexpr std::uint8_t kUnknown = 2;   // a member's ASCII character not decided yet
+inline constexpr std::uint8_t kAskWide = 3;   // a UTF-8 lead byte whose character must be looked at
+
+// One call's decision for the walkers on bytes; lives on the call's stack.
+// `parsed` and `mods` are the interpreter's reading of the call; the list
+// is `parsed.delimiters` or `parsed.list` by role.
+struct CharDecision {
     contract::EncodingHandle* h;
     bool utf8;
+    CharRole role = CharRole::kDelimiter;
     ParsedArguments parsed;
     ModifierSet mods;
-    const std::uint8_t* list;     // delimiter list bytes, or null
+    const std::uint8_t* list;     // list bytes, or null without a list
     std::int64_t listBytes;
     bool listHasWide;             // a list character of more than one byte
     bool wideAsksHandle;          // case or class questions for wide characters
-    const std::uint8_t* decision; // after K, for characters of one byte: `built` or a constant table
+    // Per byte value, negation applied: the decision of a character of one
+    // byte (or kUnknown); in UTF-8, 0 for continuation bytes and for lead
+    // bytes the answer every wide character gets when nothing can tell them
+    // apart, else kAskWide. `built` or a constant table.
+    const std::uint8_t* decision;
     std::uint8_t built[256];
+    std::uint8_t listHas[256];    // the list's characters of one byte
+    ByteQuestions questionsOfByte;
     // Handle-side state for characters of more than one byte, set up on the
     // first such character.
     HandleQuestions questions;
     bool handleReady;
-    CharMemo<16> memo;
+    CharMemo memo;
+
+    bool negated() const { return mods.has(role == CharRole::kMember ? kModV : kModK); }
 };
 
-// Sets up the decision once `h`, `utf8`, `parsed` and `mods` are filled.
-// False when the delimiter list is not well-formed UTF-8 (the scanner then
-// has to take the call).
-bool prepareDelimiterDecision(DelimiterDecision& d);
+// Sets up the decision once `h`, `utf8`, `role`, `parsed` and `mods` are
+// filled. False when the list is not well-formed UTF-8 (the handle has to
+// take the call).
+bool prepareCharDecision(CharDecision& d);
 
 // The decision for a character of more than one byte (well-formed UTF-8 of
-// `length` bytes at p), K applied.
-bool wideDelimiter(DelimiterDecision& d, const std::uint8_t* p, int length);
+// `length` bytes at p), negation applied.
+bool wideDecision(CharDecision& d, const std::uint8_t* p, int length);
 
-// The decision, K applied, for the well-formed character of `length` bytes at p.
-inline bool delimiterAt(DelimiterDecision& d, const std::uint8_t* p, int length) {
-    return length == 1 ? d.decision[*p] != 0 : wideDelimiter(d, p, length);
-}
+// Decides the ASCII character c whose entry is kUnknown, and enters it.
+bool decideByte(CharDecision& d, std::uint8_t c);
 
 }  // namespace txscan

@@ -12,34 +12,6 @@ namespace txscan {
 
 using namespace contract;
 
-namespace {
-
-struct Membership {
-    EncodingHandle* h;
-    ParsedArguments* parsed;
-    bool negated;
-    HandleQuestions questions;
-};
-
-void setupMembership(Membership* m, EncodingHandle* h, ParsedArguments* parsed, const ModifierSet* modifiers) {
-    m->h = h;
-    m->parsed = parsed;
-    m->negated = modifiers->has(kModV);
-    setupHandleQuestions(&m->questions, h, *modifiers, parsed->listSet ? &parsed->list : nullptr);
-}
-
-// Whether the character at the source cursor belongs to the set: the list
-// decides first; only a character the list does not hold is tested further.
-bool isMember(Membership* m) {
-    TextCursor* held = &m->questions.held.cursor;
-    TextCursor* source = &m->parsed->source;
-    enc::currentChar(m->h, source, held);
-    const bool listed = m->parsed->listSet != 0 && enc::findChar(m->h, &m->parsed->list, held) >= 0;
-    return (listed || memberBeyondListFromHandle(m->questions, source, held)) != m->negated;
-}
-
-}  // namespace
-
 template <SearchMode Mode>
 std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
     constexpr bool finding = Mode == SearchMode::kFirst;
@@ -68,11 +40,12 @@ std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHand
     if (p < 0) return kStatusOk;
     if (p != 0 && enc::seekChars(h, &parsed.source, kSeekFromStart, p) == kSeekOutside) return kStatusOk;
 
-    Membership membership;
-    setupMembership(&membership, h, &parsed, &modifiers);
+    HandleQuestions questions;
+    setupHandleQuestions(&questions, h, CharRole::kMember, modifiers, parsed.listSet ? &parsed.list : nullptr);
+    const bool negated = modifiers.has(kModV);
     std::uint64_t count = 0;
     while (p >= 0 && p < parsed.sourceChars) {
-        if (isMember(&membership)) {
+        if (decideFromHandle(questions, &parsed.source) != negated) {
             if constexpr (finding) {
                 *result = static_cast<double>(p + 1);
                 return kStatusOk;

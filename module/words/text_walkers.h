@@ -45,7 +45,8 @@ struct HandleWalker {
     HandleWalker(contract::EncodingHandle* handle, ParsedArguments& parsed, const ModifierSet& modifiers)
         : h(handle), source(&parsed.source), word(parsed.secondSet ? &parsed.second : nullptr), mods(&modifiers),
           sourceChars(parsed.sourceChars), wordChars(parsed.secondChars) {
-        setupHandleQuestions(&q, h, modifiers, parsed.delimitersSet ? &parsed.delimiters : nullptr);
+        setupHandleQuestions(&q, h, CharRole::kDelimiter, modifiers,
+                             parsed.delimitersSet ? &parsed.delimiters : nullptr);
         if (modifiers.has(kModQ)) {
             setupCursor(h, &doubleQuote, "\"", 1);
             setupCursor(h, &apostrophe, "'", 1);
@@ -54,8 +55,7 @@ struct HandleWalker {
 
     // The decision for the character at `at`, K applied.
     bool delimiterOf(contract::TextCursor* at) {
-        enc::currentChar(h, at, &q.held.cursor);
-        const bool delimiter = delimiterFromHandle(q, at);
+        const bool delimiter = decideFromHandle(q, at);
         return mods->has(kModK) ? !delimiter : delimiter;
     }
     bool delimiter() { return delimiterOf(source); }
@@ -103,7 +103,7 @@ struct ByteWalker {
     static constexpr bool kOnBytes = true;
     static constexpr bool kUtf8 = Utf8;
 
-    DelimiterDecision* d;
+    CharDecision* d;
     const std::uint8_t* s;
     std::int64_t n;
     std::int64_t bound;          // end of the scanned bytes (trailing blanks left out under T)
@@ -139,7 +139,7 @@ struct ByteWalker {
         const int length = utf8Length(s + at, n - at);
         malformed = malformed || length == 0;
         *beyond = length == 0 ? n : at + length;
-        return length == 0 || wideDelimiter(*d, s + at, length);
+        return length == 0 || wideDecision(*d, s + at, length);
     }
 
     int lengthAt(std::int64_t at) const {
@@ -160,7 +160,7 @@ struct ByteWalker {
     bool delimiterAt(std::int64_t at) {
         const std::uint8_t c = s[at];
         if (!Utf8 || c < 0x80) return d->decision[c] != 0;
-        return wideDelimiter(*d, s + at, utf8LeadLength(c));
+        return wideDecision(*d, s + at, utf8LeadLength(c));
     }
     bool delimiter() { return delimiterAt(off); }
     QuoteKind quote() const { return lengthAt(off) == 1 ? quoteKindOf(s[off]) : kNoQuote; }

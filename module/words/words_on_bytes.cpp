@@ -37,7 +37,7 @@ bool trimsAlike(bool utf8, const std::uint8_t* p, std::int64_t n) {
 // has too few arguments for a list. Without modifiers no character ever
 // needs the handle, so nothing else is set up; with the default delimiters
 // the decision is their constant table, and true tells that it is ready.
-bool readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, DelimiterDecision* d) {
+bool readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, CharDecision* d) {
     std::memset(&d->mods, 0, sizeof d->mods);
     d->parsed.count = 1;
     d->parsed.delimitersSet = 0;
@@ -78,7 +78,7 @@ void trimWord(ByteWalker<Utf8>& w) {
     std::int64_t front = 0;
     std::int64_t chars = w.wordChars;
     const auto delimiterAt = [&](std::int64_t at, std::int64_t length) {
-        return length == 1 ? w.d->decision[p[at]] != 0 : wideDelimiter(*w.d, p + at, static_cast<int>(length));
+        return length == 1 ? w.d->decision[p[at]] != 0 : wideDecision(*w.d, p + at, static_cast<int>(length));
     };
     while (front < w.wordBytes && delimiterAt(front, Utf8 ? utf8LeadLength(p[front]) : 1)) {
         front += Utf8 ? utf8LeadLength(p[front]) : 1;
@@ -98,7 +98,7 @@ void trimWord(ByteWalker<Utf8>& w) {
 }
 
 template <bool Utf8>
-bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, bool decided, const ArgumentRoles& roles,
+bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, bool decided, const ArgumentRoles& roles,
                    std::int32_t mode, std::int64_t sourceChars, double* numericResult, StringValue* textResult,
                    std::int32_t* status) {
     ByteWalker<Utf8> w;   // large; each field is set below before it is read
@@ -120,7 +120,7 @@ bool answerOnBytes(ArgumentFrame* frame, DelimiterDecision& d, bool decided, con
         }
         w.wordSet = true;
     }
-    if (!decided && !prepareDelimiterDecision(d)) return false;
+    if (!decided && !prepareCharDecision(d)) return false;
     w.caseless = mods.has(kModI);
     if (w.caseless) w.pairs.clear();
     if (mode == kFindWord && mods.has(kModR) && w.wordSet) trimWord(w);
@@ -142,7 +142,7 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
     const StringValue* sourceValue = frame->string(1);
     if (sourceValue == nullptr || sourceValue->length < 1 || sourceValue->data == nullptr) return false;
 
-    DelimiterDecision d;   // large; what is read is set here, by the reader or by the preparation
+    CharDecision d;   // large; what is read is set here, by the reader or by the preparation
     d.h = h;
     d.utf8 = utf8;
     bool decided = false;
