@@ -56,8 +56,8 @@ ByteQuestions questionsOf(const ModifierSet& m, bool hasList, CharRole role) {
     q.askUpper = q.caselessList || q.upperCounts;
     q.askLower = q.caselessList || q.lowerCounts;
     q.bothCases = role == CharRole::kMember;
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter) && !testsHeldChar(letter)) q.classMask |= byteClassMask(letter);
+    for (const ClassQuestion& c : kClassQuestions) {
+        if (!testsHeldChar(c.letter) && m.has(c.letter)) q.classMask |= static_cast<std::uint8_t>(c.mask);
     }
     q.punct = m.has(kModP);
     q.nameStart = m.has(kModF);
@@ -94,12 +94,7 @@ bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned 
 // Whether a case or class question can decide for a character of more than
 // one byte. The fixed lists of F, N and H and the default delimiters are
 // ASCII: without such a question only the list can hold a wide character.
-bool wideAsksHandle(const ModifierSet& m, bool hasList) {
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter) && letter != kModF && letter != kModN && letter != kModH) return true;
-    }
-    return m.has(kModU) || m.has(kModL) || (hasList && m.has(kModI));
-}
+bool wideAsksHandle(const ByteQuestions& q) { return q.classMask != 0 || q.punct || q.askUpper || q.askLower; }
 
 // Without held-character tests or a caseless list, the table is the list,
 // the default delimiters and class table bits, filled at once. Otherwise a
@@ -107,17 +102,13 @@ bool wideAsksHandle(const ModifierSet& m, bool hasList) {
 // as it stands) and a member's when its character first appears.
 void buildByteDecisions(CharDecision& d) {
     const ModifierSet& m = d.mods;
+    const ByteQuestions& q = d.questionsOfByte;
     const bool hasList = d.list != nullptr;
-    const ByteQuestions& q = d.questionsOfByte = questionsOf(m, hasList, d.role);
     if (!hasList && q.classMask == 0 && !q.askUpper && !q.askLower && !q.heldTests && !m.has(kModK) &&
         d.role == CharRole::kDelimiter) {
         // The commonest call of all needs no table of its own.
         d.decision = q.defaults;
         return;
-    }
-    std::memset(d.listHas, 0, sizeof d.listHas);
-    for (std::int64_t i = 0; i < d.listBytes; ++i) {
-        if (!d.utf8 || d.list[i] < 0x80) d.listHas[d.list[i]] = 1;
     }
     const int singles = d.utf8 ? 0x80 : 0x100;
     const std::uint8_t negated = d.negated() ? 1 : 0;
@@ -126,12 +117,21 @@ void buildByteDecisions(CharDecision& d) {
         if (q.upperCounts) mask |= kClassUpper;
         if (q.lowerCounts) mask |= kClassLower;
         for (int c = 0; c < singles; ++c) {
-            d.built[c] = static_cast<std::uint8_t>((d.listHas[c] | q.defaults[c] | ((q.classes[c] & mask) != 0)) ^ negated);
+            d.built[c] = static_cast<std::uint8_t>((q.defaults[c] | ((q.classes[c] & mask) != 0)) ^ negated);
         }
-    } else if (d.role == CharRole::kMember) {
-        std::memset(d.built, kUnknown, static_cast<std::size_t>(singles));
+        for (std::int64_t i = 0; i < d.listBytes; ++i) {
+            if (d.list[i] < singles) d.built[d.list[i]] = negated ^ 1;
+        }
     } else {
-        for (int c = 0; c < singles; ++c) d.built[c] = byteDecision(q, d.listHas, static_cast<unsigned>(c)) ^ negated;
+        std::memset(d.listHas, 0, sizeof d.listHas);
+        for (std::int64_t i = 0; i < d.listBytes; ++i) {
+            if (d.list[i] < singles) d.listHas[d.list[i]] = 1;
+        }
+        if (d.role == CharRole::kMember) {
+            std::memset(d.built, kUnknown, static_cast<std::size_t>(singles));
+        } else {
+            for (int c = 0; c < singles; ++c) d.built[c] = byteDecision(q, d.listHas, static_cast<unsigned>(c)) ^ negated;
+        }
     }
     if (d.utf8) {
         std::memset(d.built + 0x80, 0, 0x40);
@@ -213,7 +213,8 @@ bool prepareCharDecision(CharDecision& d) {
     }
     d.listHasWide = d.utf8 && anyHighByte(d.list, d.listBytes);
     if (d.listHasWide && !wellFormedUtf8(d.list, d.listBytes)) return false;
-    d.wideAsksHandle = wideAsksHandle(d.mods, d.list != nullptr);
+    d.questionsOfByte = questionsOf(d.mods, d.list != nullptr, d.role);
+    d.wideAsksHandle = wideAsksHandle(d.questionsOfByte);
     buildByteDecisions(d);
     return true;
 }
