@@ -91,6 +91,13 @@ bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned 
            (q.tab && held == '\t');
 }
 
+bool anyCaseOrClass(const ModifierSet& m) {
+    for (ModifierFlag letter : kClassLetters) {
+        if (m.has(letter)) return true;
+    }
+    return m.has(kModU) || m.has(kModL);
+}
+
 // Whether a case or class question can decide for a character of more than
 // one byte. The fixed lists of F, N and H and the default delimiters are
 // ASCII: without such a question only the list can hold a wide character.
@@ -101,17 +108,10 @@ bool wideAsksHandle(const ByteQuestions& q) { return q.classMask != 0 || q.punct
 // delimiter's entries are worked out now (the word walkers read the table
 // as it stands) and a member's when its character first appears.
 void buildByteDecisions(CharDecision& d) {
-    const ModifierSet& m = d.mods;
     const ByteQuestions& q = d.questionsOfByte;
-    const bool hasList = d.list != nullptr;
-    if (!hasList && q.classMask == 0 && !q.askUpper && !q.askLower && !q.heldTests && !m.has(kModK) &&
-        d.role == CharRole::kDelimiter) {
-        // The commonest call of all needs no table of its own.
-        d.decision = q.defaults;
-        return;
-    }
     const int singles = d.utf8 ? 0x80 : 0x100;
     const std::uint8_t negated = d.negated() ? 1 : 0;
+    d.lazy = d.role == CharRole::kMember && (q.heldTests || q.caselessList);
     if (!q.heldTests && !q.caselessList) {
         std::uint8_t mask = q.classMask;
         if (q.upperCounts) mask |= kClassUpper;
@@ -127,7 +127,7 @@ void buildByteDecisions(CharDecision& d) {
         for (std::int64_t i = 0; i < d.listBytes; ++i) {
             if (d.list[i] < singles) d.listHas[d.list[i]] = 1;
         }
-        if (d.role == CharRole::kMember) {
+        if (d.lazy) {
             std::memset(d.built, kUnknown, static_cast<std::size_t>(singles));
         } else {
             for (int c = 0; c < singles; ++c) d.built[c] = byteDecision(q, d.listHas, static_cast<unsigned>(c)) ^ negated;
@@ -213,6 +213,12 @@ bool prepareCharDecision(CharDecision& d) {
     }
     d.listHasWide = d.utf8 && anyHighByte(d.list, d.listBytes);
     if (d.listHasWide && !wellFormedUtf8(d.list, d.listBytes)) return false;
+    if (d.role == CharRole::kDelimiter && d.list == nullptr && !d.mods.has(kModK) && !anyCaseOrClass(d.mods)) {
+        // The commonest call of all needs no table of its own.
+        d.wideAsksHandle = false;
+        d.decision = d.mods.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has : kNoDelimiters.has;
+        return true;
+    }
     d.questionsOfByte = questionsOf(d.mods, d.list != nullptr, d.role);
     d.wideAsksHandle = wideAsksHandle(d.questionsOfByte);
     buildByteDecisions(d);
@@ -225,10 +231,9 @@ bool decideByte(CharDecision& d, std::uint8_t c) {
     return decision;
 }
 
-bool wideDecision(CharDecision& d, const std::uint8_t* p, int length) {
-    const bool negated = d.negated();
-    if (d.listHasWide && listHoldsChar(d.list, d.listBytes, p, length)) return !negated;
-    if (!d.wideAsksHandle) return negated;
+bool decideWide(CharDecision& d, const std::uint8_t* p, int length, std::uint32_t key) {
+    const bool listed = d.listHasWide && listHoldsChar(d.list, d.listBytes, p, length);
+    if (!d.wideAsksHandle) return listed != d.negated();
     if (!d.handleReady) {
         const bool delimiters = d.role == CharRole::kDelimiter;
         const bool listSet = delimiters ? d.parsed.delimitersSet != 0 : d.parsed.listSet != 0;
@@ -237,11 +242,14 @@ bool wideDecision(CharDecision& d, const std::uint8_t* p, int length) {
         d.memo.clear();
         d.handleReady = true;
     }
-    return d.memo.remember(charKey(p, length), [&] {
+    bool answer = listed;
+    if (!listed) {
         TextCursor at;
         setupCursor(d.h, &at, reinterpret_cast<const char*>(p), length);
-        return beyondListFromHandle(d.questions, &at, &at);
-    }) != negated;
+        answer = beyondListFromHandle(d.questions, &at, &at);
+    }
+    d.memo.enter(key, answer);
+    return answer != d.negated();
 }
 
 }  // namespace txscan

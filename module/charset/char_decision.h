@@ -60,16 +60,18 @@ struct CharMemo {
     std::uint32_t key[64];
     std::uint8_t value[64];
 
+    static std::uint32_t slotOf(std::uint32_t k) { return (k ^ k >> 7 ^ k >> 17) & 63; }
     void clear() { used = 0; }
-    template <typename Ask>
-    bool remember(std::uint32_t k, Ask ask) {
-        const std::uint32_t slot = (k ^ k >> 7 ^ k >> 17) & 63;
-        if ((used >> slot & 1) == 0 || key[slot] != k) {
-            used |= std::uint64_t{1} << slot;
-            key[slot] = k;
-            value[slot] = ask() ? 1 : 0;
-        }
-        return value[slot] != 0;
+    // The remembered answer for k: 0 or 1, or -1 when there is none.
+    int find(std::uint32_t k) const {
+        const std::uint32_t slot = slotOf(k);
+        return (used >> slot & 1) != 0 && key[slot] == k ? value[slot] : -1;
+    }
+    void enter(std::uint32_t k, bool answer) {
+        const std::uint32_t slot = slotOf(k);
+        used |= std::uint64_t{1} << slot;
+        key[slot] = k;
+        value[slot] = answer ? 1 : 0;
     }
 };
 
@@ -121,6 +123,7 @@ struct CharDecision {
     // apart, else kAskWide. `built` or a constant table.
     const std::uint8_t* decision;
     std::uint8_t built[256];
+    bool lazy;                    // ASCII entries start as kUnknown
     std::uint8_t listHas[256];    // the list's characters of one byte
     ByteQuestions questionsOfByte;
     // Handle-side state for characters of more than one byte, set up on the
@@ -138,8 +141,17 @@ struct CharDecision {
 bool prepareCharDecision(CharDecision& d);
 
 // The decision for a character of more than one byte (well-formed UTF-8 of
-// `length` bytes at p), negation applied.
-bool wideDecision(CharDecision& d, const std::uint8_t* p, int length);
+// `length` bytes at p), negation applied: remembered, or worked out by
+// decideWide.
+bool decideWide(CharDecision& d, const std::uint8_t* p, int length, std::uint32_t key);
+inline bool wideDecision(CharDecision& d, const std::uint8_t* p, int length) {
+    if (!d.handleReady && !d.wideAsksHandle && !d.listHasWide) return d.negated();
+    const std::uint32_t key = charKey(p, length);
+    if (d.handleReady) {
+        if (const int known = d.memo.find(key); known >= 0) return (known != 0) != d.negated();
+    }
+    return decideWide(d, p, length, key);
+}
 
 // Decides the ASCII character c whose entry is kUnknown, and enters it.
 bool decideByte(CharDecision& d, std::uint8_t c);

@@ -32,11 +32,28 @@ bool undecidedMember(CharDecision& d, const std::uint8_t* source, std::int64_t o
 
 #if defined(__x86_64__)
 
+// A block with more bytes to look at than this is left to the byte walk,
+// which takes them faster than picking them out of the block one by one
+// (text of wide characters, sets of many ASCII characters).
+constexpr int kDenseStops = 8;
+
+// Whether blocks from p would stop too often: the ASCII entries are decided
+// as they appear, the set is negated (most characters are members), or the
+// first block has more lead bytes of wide characters than kDenseStops.
+__attribute__((target("avx2,popcnt"))) bool denseStops(const CharDecision& d, const std::uint8_t* p) {
+    if (d.lazy || d.negated()) return true;
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const std::uint32_t high = static_cast<std::uint32_t>(_mm256_movemask_epi8(v));
+    const std::uint32_t notContinuation =
+        static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
+    return __builtin_popcount(high & notContinuation) > kDenseStops;
+}
+
 // The rightward search 32 bytes at a time while a whole block fits before
 // `end`: the bytes whose entry is not 0 stop it (continuation bytes never
 // do), and a stop's position is counted from the lead bytes before it.
 // Returns the member's position, 0 for none in the blocks, with *off and
-// *position moved past the blocks scanned.
+// *position moved past the blocks scanned (up to the first dense block).
 __attribute__((target("avx2,popcnt"))) std::int64_t firstMemberAvx2(CharDecision& d, const std::uint8_t* source,
                                                                     std::int64_t end, std::int64_t* off,
                                                                     std::int64_t* position) {
@@ -45,7 +62,9 @@ __attribute__((target("avx2,popcnt"))) std::int64_t firstMemberAvx2(CharDecision
     for (; *off + 32 <= end; *off += 32) {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(source + *off));
         const std::uint32_t leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, beforeLead)));
-        for (std::uint32_t hits = membersOf(v, stops); hits != 0; hits &= hits - 1) {
+        std::uint32_t hits = membersOf(v, stops);
+        if (__builtin_popcount(hits) > kDenseStops) break;
+        for (; hits != 0; hits &= hits - 1) {
             const int i = __builtin_ctz(hits);
             const std::uint8_t entry = d.built[source[*off + i]];
             if (entry == 1 || (entry != 0 && undecidedMember(d, source, *off + i))) {
@@ -57,14 +76,17 @@ __attribute__((target("avx2,popcnt"))) std::int64_t firstMemberAvx2(CharDecision
     return 0;
 }
 
-// The count over the whole 32-byte blocks from *off, which it moves past them.
+// The count over the whole 32-byte blocks from *off, which it moves past them
+// (up to the first dense block).
 __attribute__((target("avx2,popcnt"))) std::uint64_t countMembersAvx2(CharDecision& d, const std::uint8_t* source,
                                                                       std::int64_t end, std::int64_t* off) {
     const NibbleSet stops = nibbleSetOf(d.built);
     std::uint64_t count = 0;
     for (; *off + 32 <= end; *off += 32) {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(source + *off));
-        for (std::uint32_t hits = membersOf(v, stops); hits != 0; hits &= hits - 1) {
+        std::uint32_t hits = membersOf(v, stops);
+        if (__builtin_popcount(hits) > kDenseStops) break;
+        for (; hits != 0; hits &= hits - 1) {
             const std::int64_t at = *off + __builtin_ctz(hits);
             const std::uint8_t entry = d.built[source[at]];
             count += entry == 1 || (entry != 0 && undecidedMember(d, source, at)) ? 1 : 0;
@@ -124,8 +146,7 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
         std::uint64_t count = 0;
         std::int64_t off = 0;
 #if defined(__x86_64__)
-        // Blocks stop at members: worth it while they are few (not under V).
-        if (end >= 64 && !d.negated() && haveAvx2()) count = countMembersAvx2(d, source, end, &off);
+        if (end >= 64 && haveAvx2() && !denseStops(d, source)) count = countMembersAvx2(d, source, end, &off);
 #endif
         for (; off < end; ++off) {
             const std::uint8_t entry = table[source[off]];
@@ -156,7 +177,7 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
     std::int64_t position = p0 + 1;
 #if defined(__x86_64__)
     // The nibble table costs about as much as looking at 48 bytes one by one.
-    if (end - off >= 64 && haveAvx2()) {
+    if (end - off >= 64 && haveAvx2() && !denseStops(d, source + off)) {
         if (const std::int64_t found = firstMemberAvx2(d, source, end, &off, &position)) {
             *result = static_cast<double>(found);
             return true;
