@@ -23,20 +23,37 @@ constexpr bool testsHeldChar(ModifierFlag letter) {
     return letter == kModP || letter == kModF || letter == kModN || letter == kModH;
 }
 
-// Under I with a list: the character in its other case looked up in the
-// list. `held` is folded in place.
-bool otherCaseListed(HandleQuestions& q, TextCursor* held, bool upper) {
-    if (upper) {
-        enc::toLowerChar(q.h, held);
-    } else {
-        enc::toUpperChar(q.h, held);
+// The decision's steps after the list, negation not applied: the list in the
+// character's other case under I, U and L, the default delimiters, the
+// classes. `held` is q.held's cursor with the character copied in, or `at`
+// itself while no fold has needed the buffer.
+bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) {
+    EncodingHandle* h = q.h;
+    const ModifierSet& m = *q.mods;
+    const bool caselessList = q.list != nullptr && m.has(kModI);
+    // The case is taken before any folding, since U and L ask about the
+    // character as it stands in the source. A delimiter is upper or else
+    // lower case; a member is asked both.
+    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, held, kIsUpper);
+    const bool lower = (q.role == CharRole::kMember || !upper) && (caselessList || m.has(kModL)) &&
+                       enc::caseTest(h, held, kIsLower);
+    if (caselessList && (upper || lower)) {
+        if (held != &q.held.cursor) {
+            held = &q.held.cursor;
+            enc::currentChar(h, at, held);
+        }
+        // The other case looked up in the list, folded in place.
+        if (upper) {
+            enc::toLowerChar(h, held);
+        } else {
+            enc::toUpperChar(h, held);
+        }
+        if (enc::findChar(h, q.list, held) >= 0) return true;
     }
-    return enc::findChar(q.h, q.list, held) >= 0;
-}
-
-bool classHolds(HandleQuestions& q, TextCursor* at, TextCursor* held) {
+    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
+    if (q.defaults && enc::findChar(h, &q.defaultList, held) >= 0) return true;
     for (ModifierFlag letter : kClassLetters) {
-        if (q.mods->has(letter) && wideClassHolds(q.h, letter, &q.classLists, at, held)) return true;
+        if (m.has(letter) && wideClassHolds(h, letter, &q.classLists, at, held)) return true;
     }
     return false;
 }
@@ -85,10 +102,9 @@ bool byteDecision(const ByteQuestions& q, const std::uint8_t* listHas, unsigned 
         }
         if ((upper && q.upperCounts) || (lower && q.lowerCounts)) return true;
     }
-    if (!q.heldTests) return false;
-    return (q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunctBytes.has[held])) ||
-           (q.nameStart && kNameStartBytes.has[held]) || (q.nameChars && kNameCharBytes.has[held]) ||
-           (q.tab && held == '\t');
+    return q.heldTests && ((q.punct && ((classes[held] & byteClassMask(kModP)) != 0 || kExtraPunctBytes.has[held])) ||
+                           (q.nameStart && kNameStartBytes.has[held]) || (q.nameChars && kNameCharBytes.has[held]) ||
+                           (q.tab && held == '\t'));
 }
 
 bool anyCaseOrClass(const ModifierSet& m) {
@@ -97,11 +113,6 @@ bool anyCaseOrClass(const ModifierSet& m) {
     }
     return m.has(kModU) || m.has(kModL);
 }
-
-// Whether a case or class question can decide for a character of more than
-// one byte. The fixed lists of F, N and H and the default delimiters are
-// ASCII: without such a question only the list can hold a wide character.
-bool wideAsksHandle(const ByteQuestions& q) { return q.classMask != 0 || q.punct || q.askUpper || q.askLower; }
 
 // Without held-character tests or a caseless list, the table is the list,
 // the default delimiters and class table bits, filled at once. Otherwise a
@@ -161,41 +172,16 @@ bool decideFromHandle(HandleQuestions& q, TextCursor* at) {
     return (q.list != nullptr && enc::findChar(q.h, q.list, held) >= 0) || beyondListFromHandle(q, at, held);
 }
 
-bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) {
-    EncodingHandle* h = q.h;
-    const ModifierSet& m = *q.mods;
-    const bool caselessList = q.list != nullptr && m.has(kModI);
-    // The case is taken before any folding, since U and L ask about the
-    // character as it stands in the source. A delimiter is upper or else
-    // lower case; a member is asked both.
-    const bool upper = (caselessList || m.has(kModU)) && enc::caseTest(h, held, kIsUpper);
-    const bool lower = (q.role == CharRole::kMember || !upper) && (caselessList || m.has(kModL)) &&
-                       enc::caseTest(h, held, kIsLower);
-    if (caselessList && (upper || lower)) {
-        if (held != &q.held.cursor) {
-            held = &q.held.cursor;
-            enc::currentChar(h, at, held);
-        }
-        if (otherCaseListed(q, held, upper)) return true;
-    }
-    if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
-    if (q.defaults && enc::findChar(h, &q.defaultList, held) >= 0) return true;
-    return classHolds(q, at, held);
-}
-
 bool CaselessPairs::sameChar(EncodingHandle* h, const std::uint8_t* a, int la, const std::uint8_t* b, int lb) {
     if (la == lb && std::memcmp(a, b, static_cast<std::size_t>(la)) == 0) return true;
     const std::uint64_t k = static_cast<std::uint64_t>(charKey(a, la)) << 32 | charKey(b, lb);
-    const std::uint32_t slot = static_cast<std::uint32_t>(k ^ k >> 29 ^ k >> 41) & 63;
-    if ((used >> slot & 1) != 0 && key[slot] == k) return same[slot] != 0;
+    if (const int known = find(k); known >= 0) return known != 0;
     TextCursor left;
     TextCursor right;
     setupCursor(h, &left, reinterpret_cast<const char*>(a), la);
     setupCursor(h, &right, reinterpret_cast<const char*>(b), lb);
     const bool answer = enc::compareAt(h, &left, &right, 1, kCompareCaseless) == 0;
-    used |= std::uint64_t{1} << slot;
-    key[slot] = k;
-    same[slot] = answer;
+    enter(k, answer);
     return answer;
 }
 
@@ -220,7 +206,10 @@ bool prepareCharDecision(CharDecision& d) {
         return true;
     }
     d.questionsOfByte = questionsOf(d.mods, d.list != nullptr, d.role);
-    d.wideAsksHandle = wideAsksHandle(d.questionsOfByte);
+    // The fixed lists of F, N and H and the default delimiters are ASCII:
+    // without a case or class question only the list holds wide characters.
+    const ByteQuestions& q = d.questionsOfByte;
+    d.wideAsksHandle = q.classMask != 0 || q.punct || q.askUpper || q.askLower;
     buildByteDecisions(d);
     return true;
 }

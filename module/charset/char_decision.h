@@ -39,12 +39,6 @@ void setupHandleQuestions(HandleQuestions* q, contract::EncodingHandle* h, CharR
 // copied into q.held first.
 bool decideFromHandle(HandleQuestions& q, contract::TextCursor* at);
 
-// The decision's steps after the list, negation not applied: the list in the
-// character's other case under I, U and L, the default delimiters, the
-// classes. `held` is q.held's cursor with the character copied in, or `at`
-// itself while no fold has needed the buffer.
-bool beyondListFromHandle(HandleQuestions& q, contract::TextCursor* at, contract::TextCursor* held);
-
 // A character's bytes packed into one word: a memo key.
 inline std::uint32_t charKey(const std::uint8_t* p, int length) {
     std::uint32_t key = 0;
@@ -52,38 +46,37 @@ inline std::uint32_t charKey(const std::uint8_t* p, int length) {
     return key;
 }
 
-// The handle's answers for characters of more than one byte, remembered per
-// character for one call. A slot counts only once its bit in `used` is set,
-// so forgetting everything is one store.
-struct CharMemo {
+// The handle's answers remembered for one call in 64 slots, keyed by the
+// characters' bytes. A slot counts only once its bit in `used` is set, so
+// forgetting everything is one store.
+template <typename Key>
+struct Memo {
     std::uint64_t used;
-    std::uint32_t key[64];
+    Key key[64];
     std::uint8_t value[64];
 
-    static std::uint32_t slotOf(std::uint32_t k) { return (k ^ k >> 7 ^ k >> 17) & 63; }
+    static std::uint32_t slotOf(Key k) {
+        if constexpr (sizeof(Key) == 8) return static_cast<std::uint32_t>(k ^ k >> 29 ^ k >> 41) & 63;
+        return static_cast<std::uint32_t>(k ^ k >> 7 ^ k >> 17) & 63;
+    }
     void clear() { used = 0; }
     // The remembered answer for k: 0 or 1, or -1 when there is none.
-    int find(std::uint32_t k) const {
+    int find(Key k) const {
         const std::uint32_t slot = slotOf(k);
         return (used >> slot & 1) != 0 && key[slot] == k ? value[slot] : -1;
     }
-    void enter(std::uint32_t k, bool answer) {
+    void enter(Key k, bool answer) {
         const std::uint32_t slot = slotOf(k);
         used |= std::uint64_t{1} << slot;
         key[slot] = k;
         value[slot] = answer ? 1 : 0;
     }
 };
+using CharMemo = Memo<std::uint32_t>;
 
 // Caseless comparisons of two characters of which one has more than one
-// byte, as the handle's compareAt over one character answers them,
-// remembered per pair for one call.
-struct CaselessPairs {
-    std::uint64_t used;
-    std::uint64_t key[64];
-    std::uint8_t same[64];
-
-    void clear() { used = 0; }
+// byte, as the handle's compareAt over one character answers them.
+struct CaselessPairs : Memo<std::uint64_t> {
     bool sameChar(contract::EncodingHandle* h, const std::uint8_t* a, int la, const std::uint8_t* b, int lb);
 };
 

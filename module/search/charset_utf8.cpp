@@ -18,81 +18,70 @@ using namespace contract;
 
 namespace {
 
-// Bytes of the character by its lead byte's top four bits, in text known
-// to be well formed: a load where comparisons would branch.
-constexpr std::uint8_t kSequenceBytes[16] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 3, 4};
-
-// Membership of the character whose lead byte is source[off] and whose
-// table entry is not 0 or 1.
-bool undecidedMember(CharDecision& d, const std::uint8_t* source, std::int64_t off) {
+// Membership of the character that starts at byte `off`; false for a
+// continuation byte, so a walk over bytes meets each character once.
+inline bool memberAt(CharDecision& d, const std::uint8_t* source, std::int64_t off) {
     const std::uint8_t b = source[off];
-    if (b < 0x80) return decideByte(d, b);
-    return wideDecision(d, source + off, utf8SequenceBytes(b));
+    const std::uint8_t entry = d.built[b];
+    if (entry < kUnknown) return entry != 0;
+    return b < 0x80 ? decideByte(d, b) : wideDecision(d, source + off, utf8SequenceBytes(b));
 }
+
+// A rightward walk: the byte offset of the character at `position`, and the
+// members counted so far.
+struct Walk {
+    const std::uint8_t* source;
+    std::int64_t end;
+    std::int64_t off;
+    std::int64_t position;
+    std::uint64_t count;
+};
 
 #if defined(__x86_64__)
 
 // A block with more bytes to look at than this is left to the byte walk,
-// which takes them faster than picking them out of the block one by one
-// (text of wide characters, sets of many ASCII characters).
+// which takes them faster than picking them out of the block one by one.
 constexpr int kDenseStops = 8;
 
-// Whether blocks from p would stop too often: the ASCII entries are decided
-// as they appear, the set is negated (most characters are members), or the
-// first block has more lead bytes of wide characters than kDenseStops.
+// Whether blocks would stop too often: the ASCII entries are decided as they
+// appear, the set is negated (most characters are members), or the first
+// block holds more lead bytes of wide characters than kDenseStops.
 __attribute__((target("avx2,popcnt"))) bool denseStops(const CharDecision& d, const std::uint8_t* p) {
     if (d.lazy || d.negated()) return true;
     const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    const std::uint32_t high = static_cast<std::uint32_t>(_mm256_movemask_epi8(v));
-    const std::uint32_t notContinuation =
-        static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
-    return __builtin_popcount(high & notContinuation) > kDenseStops;
+    const auto high = static_cast<std::uint32_t>(_mm256_movemask_epi8(v));
+    const auto leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
+    return __builtin_popcount(high & leads) > kDenseStops;
 }
 
-// The rightward search 32 bytes at a time while a whole block fits before
-// `end`: the bytes whose entry is not 0 stop it (continuation bytes never
-// do), and a stop's position is counted from the lead bytes before it.
-// Returns the member's position, 0 for none in the blocks, with *off and
-// *position moved past the blocks scanned (up to the first dense block).
-__attribute__((target("avx2,popcnt"))) std::int64_t firstMemberAvx2(CharDecision& d, const std::uint8_t* source,
-                                                                    std::int64_t end, std::int64_t* off,
-                                                                    std::int64_t* position) {
+// The walk 32 bytes at a time while whole blocks fit before the end (up to a
+// dense block): the bytes whose entry is not 0 stop it (continuation bytes
+// never do), and positions are counted from lead bytes and ASCII, the bytes
+// above -65 taken as signed. A search stops at the first member (true).
+template <SearchMode Mode>
+__attribute__((target("avx2,popcnt"))) bool blocksAvx2(CharDecision& d, Walk& w) {
     const NibbleSet stops = nibbleSetOf(d.built);
-    const __m256i beforeLead = _mm256_set1_epi8(-65);   // lead bytes and ASCII are above it, taken as signed
-    for (; *off + 32 <= end; *off += 32) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(source + *off));
-        const std::uint32_t leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, beforeLead)));
+    for (; w.off + 32 <= w.end; w.off += 32) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(w.source + w.off));
+        const auto leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
         std::uint32_t hits = membersOf(v, stops);
         if (__builtin_popcount(hits) > kDenseStops) break;
         for (; hits != 0; hits &= hits - 1) {
             const int i = __builtin_ctz(hits);
-            const std::uint8_t entry = d.built[source[*off + i]];
-            if (entry == 1 || (entry != 0 && undecidedMember(d, source, *off + i))) {
-                return *position + __builtin_popcount(leads & ((1u << i) - 1));
+            if (!memberAt(d, w.source, w.off + i)) continue;
+            if constexpr (Mode == SearchMode::kCount) {
+                ++w.count;
+            } else {
+                w.position += __builtin_popcount(leads & ((1u << i) - 1));
+                return true;
             }
         }
-        *position += __builtin_popcount(leads);
+        w.position += __builtin_popcount(leads);
     }
-    return 0;
-}
-
-// The count over the whole 32-byte blocks from *off, which it moves past them
-// (up to the first dense block).
-__attribute__((target("avx2,popcnt"))) std::uint64_t countMembersAvx2(CharDecision& d, const std::uint8_t* source,
-                                                                      std::int64_t end, std::int64_t* off) {
-    const NibbleSet stops = nibbleSetOf(d.built);
-    std::uint64_t count = 0;
-    for (; *off + 32 <= end; *off += 32) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(source + *off));
-        std::uint32_t hits = membersOf(v, stops);
-        if (__builtin_popcount(hits) > kDenseStops) break;
-        for (; hits != 0; hits &= hits - 1) {
-            const std::int64_t at = *off + __builtin_ctz(hits);
-            const std::uint8_t entry = d.built[source[at]];
-            count += entry == 1 || (entry != 0 && undecidedMember(d, source, at)) ? 1 : 0;
-        }
-    }
-    return count;
+    // The rest of a character that straddles the last edge was counted with
+    // its lead byte.
+    while (w.off < w.end && (w.source[w.off] & 0xC0) == 0x80) ++w.off;
+    return false;
 }
 
 #endif
@@ -135,65 +124,48 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
     if (finding && ((d.parsed.start == 0 && !d.mods.has(kModM)) || p0 < 0 || p0 >= chars)) return true;
     if (!prepareCharDecision(d)) return false;
     const std::uint8_t* source = text.data;
-    const std::uint8_t* table = d.built;
     const std::int64_t end = chars == text.characters ? text.bytes : utf8OffsetOf(source, text.bytes, chars);
-
-    if constexpr (!finding) {
-        // Either direction visits every character of the trimmed source
-        // once. Decided bytes (0 or 1, continuation bytes 0) are counted
-        // straight from the table, byte by byte: independent steps run
-        // faster than stepping from character to character.
-        std::uint64_t count = 0;
-        std::int64_t off = 0;
-#if defined(__x86_64__)
-        if (end >= 64 && haveAvx2() && !denseStops(d, source)) count = countMembersAvx2(d, source, end, &off);
-#endif
-        for (; off < end; ++off) {
-            const std::uint8_t entry = table[source[off]];
-            count += entry < kUnknown ? entry : undecidedMember(d, source, off) ? 1 : 0;
-        }
-        *result = static_cast<double>(count);
-        return true;
-    }
-
-    // Leftwards the walk is over bytes, continuation bytes never being
-    // members, and the position is the number of lead bytes before the
-    // member; rightwards it steps from character to character.
-    const std::int64_t off0 = p0 == 0 ? 0 : utf8OffsetOf(source, text.bytes, p0);
-    const auto member = [&](std::int64_t off) {
-        const std::uint8_t entry = table[source[off]];
-        return entry != 0 && (entry == 1 || undecidedMember(d, source, off));
-    };
-    if (d.mods.has(kModB)) {
+    // A count visits every character of the trimmed source in either
+    // direction; leftwards a search walks over bytes, and the position is
+    // the number of lead bytes before the member.
+    const std::int64_t off0 = p0 <= 0 || !finding ? 0 : utf8OffsetOf(source, text.bytes, p0);
+    if (finding && d.mods.has(kModB)) {
         for (std::int64_t off = off0;; --off) {
-            if (member(off)) {
+            if (memberAt(d, source, off)) {
                 *result = static_cast<double>(leadBytes(source, off) + 1);
                 return true;
             }
             if (off == 0) return true;
         }
     }
-    std::int64_t off = off0;
-    std::int64_t position = p0 + 1;
+    Walk w{source, end, off0, p0 + 1, 0};
 #if defined(__x86_64__)
     // The nibble table costs about as much as looking at 48 bytes one by one.
-    if (end - off >= 64 && haveAvx2() && !denseStops(d, source + off)) {
-        if (const std::int64_t found = firstMemberAvx2(d, source, end, &off, &position)) {
-            *result = static_cast<double>(found);
-            return true;
-        }
-        // The blocks end where they end: the rest of a character that
-        // straddles the last edge was counted with its lead byte.
-        while (off < end && (source[off] & 0xC0) == 0x80) ++off;
+    if (end - off0 >= 64 && haveAvx2() && !denseStops(d, source + off0) && blocksAvx2<Mode>(d, w)) {
+        *result = static_cast<double>(w.position);
+        return true;
     }
 #endif
-    for (; off < end; ++position) {
+    std::int64_t off = w.off;   // locals from here: w's address has been taken
+    if constexpr (!finding) {
+        // Decided bytes (0 or 1, continuation bytes 0) are counted straight
+        // from the table: independent steps run faster than stepping from
+        // character to character.
+        std::uint64_t count = w.count;
+        for (; off < end; ++off) {
+            const std::uint8_t entry = d.built[source[off]];
+            count += entry < kUnknown ? entry : memberAt(d, source, off) ? 1 : 0;
+        }
+        *result = static_cast<double>(count);
+        return true;
+    }
+    for (std::int64_t position = w.position; off < end; ++position) {
         const std::uint8_t lead = source[off];
-        if (member(off)) {
+        if (memberAt(d, source, off)) {
             *result = static_cast<double>(position);
             return true;
         }
-        off += kSequenceBytes[lead >> 4];
+        off += utf8SequenceBytes(lead);
     }
     return true;
 }

@@ -33,7 +33,11 @@ inline std::int64_t utf8PreviousStart(const std::uint8_t* p, std::int64_t end) {
     return off;
 }
 
-// Bytes of the well-formed sequence led by b.
-inline int utf8SequenceBytes(std::uint8_t b) { return b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4; }
+// Bytes of the well-formed sequence led by b, by its top four bits: a load
+// where comparisons would branch.
+inline int utf8SequenceBytes(std::uint8_t b) {
+    static constexpr std::uint8_t kBytes[16] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 3, 4};
+    return kBytes[b >> 4];
+}
 
 }  // namespace txscan
