@@ -187,4 +187,26 @@ TEST(KFindC, MultiBytePaths) {
     });
 }
 
+// UTF-8 rows long enough to be walked 32 bytes at a time: members on either
+// side of a block's edge, a wide character across it, texts whose blocks
+// stop often (wide text, a negated set, caseless lists), and both directions.
+TEST(KFindC, LongUtf8RowsAcrossBlockEdges) {
+    const auto a = [](int n) { return std::string(static_cast<std::size_t>(n), 'a'); };
+    std::string mixed;
+    for (int i = 0; i < 20; ++i) mixed += "ü1";
+    std::string wide;
+    for (int i = 0; i < 40; ++i) wide += "ж";
+    runCases("UTF-8", {
+        {F, {a(31) + "é" + a(40) + "7", s(""), s("d")}, 73}, {C, {a(31) + "é" + a(40) + "7", s(""), s("d")}, 1},
+        {F, {a(63) + "é" + a(5) + "7", s(""), s("d")}, 70},   // the walk goes on after the last block mid-character
+        {F, {a(31) + "7" + a(40), s(""), s("d")}, 32},       {F, {a(32) + "7" + a(40), s(""), s("d")}, 33},
+        {F, {a(30) + "日" + a(40) + "日", s("日")}, 31},     {C, {a(30) + "日" + a(40) + "日", s("日")}, 2},
+        {F, {mixed, s(""), s("d")}, 2},                      {F, {mixed, s(""), 10.0, s("d")}, 10},
+        {C, {mixed, s(""), s("d")}, 20},                     {C, {mixed, s(""), s("vd")}, 20},
+        {F, {a(70) + "b", s("a"), s("v")}, 71},              {F, {a(70) + "B", s("b"), s("i")}, 71},
+        {F, {wide + "7" + a(40), s(""), s("d")}, 41},        {C, {wide + "7" + a(40), s(""), s("d")}, 1},
+        {F, {"7" + a(70) + "é", s(""), s("bd")}, 1},         {F, {a(40) + "é7" + a(40), s(""), -45.0, s("d")}, 42},
+    });
+}
+
 }  // namespace
