@@ -291,20 +291,16 @@ std::int64_t firstWholeWord(ByteWalker<Utf8>& w, const WordCall& c) {
 
 // Without M and Q the n-th word starts after a delimiter (or at the edge)
 // and ends at the next delimiter or at the end of the scanned text: runs
-// found on the bytes, stopping at the n-th, each character decided once.
-// Forward, the text is checked only as far as the walk goes.
-template <bool Utf8, bool Forward>
-[[gnu::always_inline]] inline WordRange nthWordRun(ByteWalker<Utf8>& w, const WordCall& c) {
+// found from one end, stopping at the n-th, each character decided once, by
+// any walker over the bytes [0, bound).
+template <bool Forward, class W>
+[[gnu::always_inline]] inline WordRange nthWordRun(W& w, std::int64_t count) {
     // `at` is the byte boundary reached; the next character lies after it
     // forward, before it backward. `beyond` is the boundary past that character.
     const auto more = [&w](std::int64_t at) { return Forward ? at < w.bound : at > 0; };
     const auto delimiterNext = [&w](std::int64_t at, std::int64_t* beyond) {
-        if constexpr (Forward) {
-            return w.delimiterChecking(at, beyond);
-        } else {
-            *beyond = w.startBefore(at);
-            return w.delimiterAt(*beyond);
-        }
+        *beyond = Forward ? at + w.lengthAt(at) : w.startBefore(at);
+        return w.delimiterAt(Forward ? at : *beyond);
     };
     std::int64_t at = Forward ? 0 : w.bound;
     std::int64_t beyond = 0;
@@ -325,7 +321,7 @@ template <bool Utf8, bool Forward>
             at = beyond;
             ++passed;
         }
-        if (words == c.count) {
+        if (words == count) {
             if constexpr (Forward) return {true, passedFirst, passed, first, at};
             return {true, w.sourceChars - passed, w.sourceChars - passedFirst, at, first};
         }
@@ -367,14 +363,6 @@ template <class W>
 [[gnu::always_inline]] inline bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
     const ModifierSet& m = *call.mods;
     const bool locating = call.mode == kExtractWord || call.mode == kLocateWord;
-    if constexpr (W::kOnBytes) {
-        // The commonest call on short rows: answered before the call record
-        // is copied or the text counted.
-        if (locating && !m.has(kModM) && !m.has(kModQ) && !m.has(kModB)) {
-            *answer = {0.0, words::nthWordRun<W::kUtf8, true>(w, call)};
-            return !w.malformed;
-        }
-    }
     WordCall c = call;
     if constexpr (W::kOnBytes) {
         if (!w.check()) return false;
@@ -383,7 +371,7 @@ template <class W>
             return true;
         }
         if (locating && !m.has(kModM) && !m.has(kModQ)) {
-            *answer = {0.0, words::nthWordRun<W::kUtf8, false>(w, c)};
+            *answer = {0.0, m.has(kModB) ? words::nthWordRun<false>(w, c.count) : words::nthWordRun<true>(w, c.count)};
             return true;
         }
         // The paths above start at an end; the others take the start
