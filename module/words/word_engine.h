@@ -14,6 +14,7 @@
 #include "module/words/quote_parts.h"
 #include "module/words/text_walkers.h"
 #include "module/words/word_scanner.h"
+#include "module/words/word_starts.h"
 
 namespace txscan {
 
@@ -219,23 +220,18 @@ WordRange rangeOf(const W& w, const WordCall& c, const Walk& o) {
 // bookkeeping.
 template <bool Utf8>
 std::int64_t countRuns(ByteWalker<Utf8>& w) {
-    const std::uint8_t* s = w.s;
-    const std::uint8_t* decision = w.d->decision;
-    std::int64_t words = 0;
-    bool previous = true;   // the edge counts as a delimiter
-    if (!Utf8 || (!w.d->wideAsksHandle && !w.d->listHasWide)) {
+    DelimiterDecision& d = *w.d;
+    if (!Utf8 || (!d.wideAsksHandle && !d.listHasWide)) {
         // Every character of more than one byte then gets the same decision
         // (a delimiter only under K), and bytes of one decision in a row make
-        // one run however many characters they hold: count on the bytes.
-        const std::uint8_t wide = w.d->mods.has(kModK) ? 1 : 0;
-        for (std::int64_t off = 0; off < w.bound; ++off) {
-            const std::uint8_t c = s[off];
-            const bool delimiter = (Utf8 && c >= 0x80 ? wide : decision[c]) != 0;
-            words += previous && !delimiter;
-            previous = delimiter;
-        }
-        return words;
+        // one run however many characters they hold: count on the bytes, the
+        // table's upper half (set for single-byte sessions and zero in the
+        // constant tables, which exclude K) telling it.
+        if (Utf8 && d.decision == d.built) std::memset(d.built + 0x80, d.mods.has(kModK) ? 1 : 0, 0x80);
+        return countWordStarts(w.s, w.bound, d.decision);
     }
+    std::int64_t words = 0;
+    bool previous = true;   // the edge counts as a delimiter
     for (std::int64_t off = 0; off < w.bound; off += w.lengthAt(off)) {
         const bool delimiter = w.delimiterAt(off);
         words += previous && !delimiter;
