@@ -67,17 +67,7 @@ std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     EncodingHandle* h = sessionHandle();
     auto* text = static_cast<StringValue*>(result);
-    if (frame->string(1) != nullptr) return scanCommon(frame, text, h, 0);
-    // One blank, the answer for an absent string.
-    // A receiving variable too short for it gets the blank cut away.
-    std::int32_t status = ensureResultCapacity(text, 1);
-    if (status != kStatusOk) return status;
-    text->length = 0;
-    if (text->capacity >= 1 && text->data != nullptr) {
-        text->data[0] = ' ';
-        text->length = 1;
-    }
-    return kStatusOk;
+    return frame->string(1) != nullptr ? scanCommon(frame, text, h, 0) : storeBlank(text);
 }
 std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) {
     return scanCommon(frame, nullptr, sessionHandle(), 0);

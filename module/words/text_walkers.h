@@ -101,7 +101,6 @@ inline int utf8LeadLength(std::uint8_t b) { return b < 0xC0 ? 1 : b < 0xE0 ? 2 :
 template <bool Utf8>
 struct ByteWalker {
     static constexpr bool kOnBytes = true;
-    static constexpr bool kUtf8 = Utf8;
 
     DelimiterDecision* d;
     const std::uint8_t* s;
@@ -247,8 +246,5 @@ struct ByteWalker {
         return true;
     }
 };
-
-using Utf8Walker = ByteWalker<true>;
-using SingleByteWalker = ByteWalker<false>;
 
 }  // namespace txscan
