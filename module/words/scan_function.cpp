@@ -63,11 +63,13 @@ struct TableWalker {
 // The commonest call: no modifiers, and delimiters of one byte each (the
 // default list, or a list of them). A character of more than one byte is
 // then never a delimiter, so the words are the runs of bytes outside the
-// table, whatever the text holds. False, with nothing written, when the
-// list holds a wider character or is given without a value.
+// table. The text needs to be well formed only as far as the walk went: up
+// to the word's end forward, all of it backward or when there is no such
+// word. False, with nothing written, when the list holds a wider character
+// or is given without a value, or when that part is not well formed.
 template <std::int32_t mode>
 [[gnu::always_inline]] inline bool plainScan(ArgumentFrame* frame, StringValue* result, EncodingHandle* h,
-                                             const ArgumentRoles& roles, const StringValue* source, SourceShape shape,
+                                             const ArgumentRoles& roles, const StringValue* source,
                                              std::int32_t* status) {
     const bool utf8 = h->encodingId == kEncodingIdUtf8;
     const std::uint8_t* delimiters = kDefaultDelimiterBytes.has;
@@ -91,6 +93,9 @@ template <std::int32_t mode>
     TableWalker w{s, delimiters, source->length, source->length};
     WordAnswer answer{0.0, backward ? words::nthWordRun<false>(w, -count) : words::nthWordRun<true>(w, count)};
     WordRange& range = answer.range;
+    const StringValue walked{0, !backward && range.found ? range.endByte : source->length, source->data, nullptr, 0};
+    const SourceShape shape = sourceShapeOf(h, &walked);
+    if (shape.kind == SourceShape::kOtherMultiByte) return false;
     if (mode == kLocateWord && shape.kind == SourceShape::kWellFormedUtf8) {
         range.first = leadBytes(s, range.firstByte);
         range.end = range.first + leadBytes(s + range.firstByte, range.endByte - range.firstByte);
@@ -127,15 +132,15 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         if (topBitsAllOnes(x) || x == 0.0 || !whole) return kStatusInvalidArgument;
     }
     // The byte paths take single-byte sessions and well-formed UTF-8, told
-    // by one read of the source, whose answer they take.
+    // by one read of the source (of the part walked, on the plain path).
     const StringValue* source = frame->string(1);
     if (bytePath && wide == 0 && h != nullptr && source != nullptr && source->length >= 1 &&
         source->data != nullptr && (h->encodingId == kEncodingIdUtf8 || h->encodingKind == kSingleByteEncoding)) {
-        const SourceShape shape = sourceShapeOf(h, source);
         std::int32_t status = kStatusOk;
+        if (roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, &status)) return status;
+        const SourceShape shape = sourceShapeOf(h, source);
         if (shape.kind != SourceShape::kOtherMultiByte &&
-            ((roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, shape, &status)) ||
-             wordsOnBytes(frame, h, roles, mode, shape.characters, nullptr, result, &status))) {
+            wordsOnBytes(frame, h, roles, mode, shape.characters, nullptr, result, &status)) {
             return status;
         }
     }
