@@ -65,12 +65,9 @@ std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
 }
 
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
-    EncodingHandle* h = sessionHandle();
     auto* text = static_cast<StringValue*>(result);
-    return frame->string(1) != nullptr ? scanCommon(frame, text, h, 0) : storeBlank(text);
+    return frame->string(1) != nullptr ? scanCommon(frame, text, sessionHandle(), 0) : storeBlank(text);
 }
-std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) {
-    return scanCommon(frame, nullptr, sessionHandle(), 0);
-}
+std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) { return scanCommon(frame, nullptr, sessionHandle(), 0); }
 
 }  // namespace txscan

@@ -60,8 +60,7 @@ std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHan
 // KSCANX, every path: function (result is the StringValue) and call routine
 // (result null).
 std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide);
-// One blank, the function's answer for an absent or empty source; a
-// receiving variable of length 0 gets none.
+// One blank, KSCANX's answer for an absent or empty source (none for length 0).
 std::int32_t storeBlank(StringValue* result);
 
 // Shared helpers of the adapters and workers.
@@ -76,10 +75,9 @@ struct SourceShape {
 };
 
 // Whether one of n bytes (1 to 128) has its top bit set, which in UTF-8 is
-// whether they hold a multi-byte character. Loads that may overlap cover
-// them, from 16 bytes on sixteen at a time and as many for every length:
-// no loop to set up on the shortest rows, and no loop exit that a row's
-// length decides (mispredicted on rows of mixed lengths).
+// whether they hold a multi-byte character: loads that may overlap, past 16
+// bytes sixteen at a time and as many for every length, so that no loop exit
+// depends on the length (mispredicted on rows of mixed lengths).
 inline bool highBitInShort(const char* p, std::int64_t n) {
     std::uint64_t first = 0;
     std::uint64_t last = 0;

@@ -51,22 +51,22 @@ namespace {
 
 // Bytes outside a delimiter table, one a character: all nthWordRun asks.
 struct TableWalker {
-    const std::uint8_t* s;
-    const std::uint8_t* delimiters;
-    std::int64_t bound;
-    std::int64_t sourceChars;
-    static int lengthAt(std::int64_t) { return 1; }
+    const std::uint8_t *s, *delimiters;
+    std::int64_t bound, sourceChars;
     static std::int64_t startBefore(std::int64_t at) { return at - 1; }
     bool delimiterAt(std::int64_t at) const { return delimiters[s[at]] != 0; }
+    bool delimiterChecking(std::int64_t at, std::int64_t* beyond) const {
+        *beyond = at + 1;
+        return delimiterAt(at);
+    }
 };
 
 // The commonest call: no modifiers, and delimiters of one byte each (the
-// default list, or a list of them). A character of more than one byte is
-// then never a delimiter, so the words are the runs of bytes outside the
-// table. The text needs to be well formed only as far as the walk went: up
-// to the word's end forward, all of it backward or when there is no such
-// word. False, with nothing written, when the list holds a wider character
-// or is given without a value, or when that part is not well formed.
+// default list, or a list of them). A wider character is then never a
+// delimiter, so the words are the runs of bytes outside the table; the text
+// must be well formed as far as the walk went (to the word's end forward).
+// False, with nothing written, when the list holds a wider character or is
+// given without a value, or when that part of the text is not well formed.
 template <std::int32_t mode>
 [[gnu::always_inline]] inline bool plainScan(ArgumentFrame* frame, StringValue* result, EncodingHandle* h,
                                              const ArgumentRoles& roles, const StringValue* source,
@@ -110,9 +110,7 @@ template <std::int32_t mode, bool bytePath> [[gnu::flatten]]
 std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide) {
     const int k = mode == kExtractWord ? 3 : 5;
 
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.count = 2;
+    ArgumentRoles roles{1, 0, 0, 0, 0, 2, 0};   // source 1, count 2
     if (frame->argCount >= k && frame->string(k) != nullptr) roles.delimiters = static_cast<std::uint32_t>(k);
     if (frame->argCount == k + 1 && frame->string(k + 1) != nullptr) {
         roles.modifiers = static_cast<std::uint32_t>(k + 1);
@@ -131,16 +129,14 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         const bool whole = std::fabs(x) < 0x1p52 ? x == static_cast<double>(static_cast<std::int64_t>(x)) : !std::isnan(x);
         if (topBitsAllOnes(x) || x == 0.0 || !whole) return kStatusInvalidArgument;
     }
-    // The byte paths take single-byte sessions and well-formed UTF-8, told
-    // by one read of the source (of the part walked, on the plain path).
+    // The byte paths take single-byte sessions and well-formed UTF-8, as far
+    // as they need it well formed.
     const StringValue* source = frame->string(1);
     if (bytePath && wide == 0 && h != nullptr && source != nullptr && source->length >= 1 &&
         source->data != nullptr && (h->encodingId == kEncodingIdUtf8 || h->encodingKind == kSingleByteEncoding)) {
         std::int32_t status = kStatusOk;
-        if (roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, &status)) return status;
-        const SourceShape shape = sourceShapeOf(h, source);
-        if (shape.kind != SourceShape::kOtherMultiByte &&
-            wordsOnBytes(frame, h, roles, mode, shape.characters, nullptr, result, &status)) {
+        if ((roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, &status)) ||
+            wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) {
             return status;
         }
     }

@@ -116,16 +116,24 @@ struct ByteWalker {
     std::int64_t pos = 0;
     std::int64_t off = 0;
     std::int64_t matched;        // bytes of the source the last match covered
+    bool malformed = false;      // a walk of unchecked text met a malformed sequence
     CaselessPairs pairs;         // read by caseless compares only
 
-    // Checks the whole text, unless the caller has, and counts the
-    // characters before `bound`; false for malformed UTF-8. Every walk needs
-    // it first.
+    // Checks the whole text (unless the caller has) and counts the characters
+    // before `bound`: false for malformed UTF-8. All walks but forward ones need it.
     bool check() {
         std::int64_t chars = n;
         if constexpr (Utf8) chars = knownChars >= 0 ? knownChars : utf8CharsIfWellFormed(s, n);
         sourceChars = chars - (n - bound);
         return chars >= 0;
+    }
+    // The decision at `at` in text not checked yet, and the offset past the
+    // character; a malformed sequence ends the walk there.
+    bool delimiterChecking(std::int64_t at, std::int64_t* beyond) {
+        const int length = !Utf8 || s[at] < 0x80 ? 1 : utf8Length(s + at, n - at);
+        malformed = malformed || length == 0;
+        *beyond = length == 0 ? n : at + length;
+        return length == 0 || (length == 1 ? d->decision[s[at]] != 0 : wideDelimiter(*d, s + at, length));
     }
 
     int lengthAt(std::int64_t at) const {

@@ -288,15 +288,15 @@ std::int64_t firstWholeWord(ByteWalker<Utf8>& w, const WordCall& c) {
 // Without M and Q the n-th word starts after a delimiter (or at the edge)
 // and ends at the next delimiter or at the end of the scanned text: runs
 // found from one end, stopping at the n-th, each character decided once, by
-// any walker over the bytes [0, bound).
+// any walker over the bytes [0, bound). Forward, the text is checked only as
+// far as the walk goes.
 template <bool Forward, class W>
 [[gnu::always_inline]] inline WordRange nthWordRun(W& w, std::int64_t count) {
     // `at` is the byte boundary reached; the next character lies after it
     // forward, before it backward. `beyond` is the boundary past that character.
     const auto more = [&w](std::int64_t at) { return Forward ? at < w.bound : at > 0; };
     const auto delimiterNext = [&w](std::int64_t at, std::int64_t* beyond) {
-        *beyond = Forward ? at + w.lengthAt(at) : w.startBefore(at);
-        return w.delimiterAt(Forward ? at : *beyond);
+        return Forward ? w.delimiterChecking(at, beyond) : w.delimiterAt(*beyond = w.startBefore(at));
     };
     std::int64_t at = Forward ? 0 : w.bound;
     std::int64_t beyond = 0;
@@ -361,13 +361,17 @@ template <class W>
     const bool locating = call.mode == kExtractWord || call.mode == kLocateWord;
     WordCall c = call;
     if constexpr (W::kOnBytes) {
+        if (locating && !m.has(kModM) && !m.has(kModQ) && !m.has(kModB)) {
+            *answer = {0.0, words::nthWordRun<true>(w, c.count)};
+            return !w.malformed;
+        }
         if (!w.check()) return false;
         if (c.mode == kCountWords && !m.has(kModM) && !m.has(kModQ)) {
             *answer = {static_cast<double>(words::countRuns(w)), {}};
             return true;
         }
         if (locating && !m.has(kModM) && !m.has(kModQ)) {
-            *answer = {0.0, m.has(kModB) ? words::nthWordRun<false>(w, c.count) : words::nthWordRun<true>(w, c.count)};
+            *answer = {0.0, words::nthWordRun<false>(w, c.count)};
             return true;
         }
         // The paths above start at an end; the others take the start
