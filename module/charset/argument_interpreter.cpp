@@ -161,15 +161,6 @@ void interpretArguments(ArgumentFrame* frame, EncodingHandle* h, const ArgumentR
     if (negative) modifiers->set(kModB);
 }
 
-bool usableNumber(const ArgumentFrame* frame, std::uint32_t k, std::int64_t* value) {
-    if (k == 0) return false;
-    const double* number = frame->number(static_cast<int>(k));
-    if (number == nullptr || topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
-    constexpr double kFloor = -4611686018427387904.0;
-    *value = static_cast<std::int64_t>(*number < kFloor ? kFloor : *number);
-    return true;
-}
-
 std::int64_t startPosition(const ArgumentFrame* frame, std::uint32_t k, bool backward, std::int64_t sourceChars,
                            bool* negative) {
     std::int64_t start = backward && sourceChars != 0 ? sourceChars : 1;

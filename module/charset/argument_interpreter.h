@@ -51,8 +51,14 @@ struct ParsedArguments {
 // 2147483647; otherwise the value truncated toward zero. Values far below
 // any text length (down to minus infinity) are held at -2^62 so that the
 // conversion stays defined; no answer changes, since every such number lies
-// beyond any text.
-bool usableNumber(const contract::ArgumentFrame* frame, std::uint32_t k, std::int64_t* value);
+// beyond any text. Inline: KSCANX reads its word number here on every row.
+inline bool usableNumber(const contract::ArgumentFrame* frame, std::uint32_t k, std::int64_t* value) {
+    const double* number = k != 0 ? frame->number(static_cast<int>(k)) : nullptr;
+    if (number == nullptr || contract::topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
+    constexpr double kFloor = -4611686018427387904.0;
+    *value = static_cast<std::int64_t>(*number < kFloor ? kFloor : *number);
+    return true;
+}
 
 // The start position of a source of `sourceChars` characters: the given
 // start (a negative one counts from the end, and sets *negative), else the

@@ -1,7 +1,6 @@
 // Filling a byte-path CharSet from class letters and character lists.
 #include "module/charset/char_set.h"
 
-#include <bit>
 #include <cstring>
 
 #include "module/frame/module_state.h"
@@ -9,24 +8,6 @@
 namespace txscan {
 
 namespace {
-
-// classTable mask of each class letter by its ClassLetterBit index; 0 for
-// the letters that are not plain class tests (D, F, H, N).
-constexpr std::uint8_t kTableMasks[13] = {
-    0x03,   // A
-    0x40,   // C
-    0,      // D
-    0,      // F
-    0x17,   // G
-    0,      // H
-    0x02,   // L
-    0,      // N
-    0x10,   // P
-    0x08,   // S
-    0x01,   // U
-    0x37,   // W
-    0x80,   // X
-};
 
 // D takes the ten digits, F the 27 name-start characters, N all 37.
 constexpr char kNameText[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_";
@@ -42,28 +23,7 @@ void addTextWithLowerForms(CharSet* set, const char* text, int length) {
     }
 }
 
-std::uint8_t classTableMask(std::uint16_t classLetters) {
-    std::uint8_t mask = 0;
-    for (unsigned bits = classLetters & 0x1FFFu; bits != 0; bits &= bits - 1) mask |= kTableMasks[std::countr_zero(bits)];
-    return mask;
-}
-
 }  // namespace
-
-bool byteSetTestOf(std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless, bool negated,
-                   ByteSetTest* test) {
-    if ((classLetters & (kClassLetterF | kClassLetterN)) != 0 || length > kByteSetTestListMax) return false;
-    *test = ByteSetTest{host().classTable,
-                        caseless ? host().upcaseMap : nullptr,
-                        caseless ? host().lowcaseMap : nullptr,
-                        reinterpret_cast<const std::uint8_t*>(list),
-                        list == nullptr ? 0 : length,
-                        classTableMask(classLetters),
-                        (classLetters & kClassLetterD) != 0,
-                        (classLetters & kClassLetterH) != 0,
-                        negated};
-    return true;
-}
 
 void clearSet(CharSet* set) { std::memset(set->member, 0, sizeof set->member); }
 

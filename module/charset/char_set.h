@@ -3,7 +3,10 @@
 // with the host's byte tables (upcaseMap, lowcaseMap, classTable).
 #pragma once
 
+#include <bit>
 #include <cstdint>
+
+#include "module/frame/module_state.h"
 
 namespace txscan {
 
@@ -93,11 +96,50 @@ struct ByteSetTest {
     }
 };
 
+// classTable mask of each class letter by its ClassLetterBit index; 0 for
+// the letters that are not plain class tests (D, F, H, N).
+inline constexpr std::uint8_t kClassTableMasks[13] = {
+    0x03,   // A
+    0x40,   // C
+    0,      // D
+    0,      // F
+    0x17,   // G
+    0,      // H
+    0x02,   // L
+    0,      // N
+    0x10,   // P
+    0x08,   // S
+    0x01,   // U
+    0x37,   // W
+    0x80,   // X
+};
+
+inline std::uint8_t classTableMask(std::uint16_t classLetters) {
+    std::uint8_t mask = 0;
+    for (unsigned bits = classLetters & 0x1FFFu; bits != 0; bits &= bits - 1) {
+        mask |= kClassTableMasks[std::countr_zero(bits)];
+    }
+    return mask;
+}
+
 // Short lists only: each byte asked walks the list. False (and nothing to
 // use) for F or N, whose fixed texts with their lower-case forms want the
-// table, or a list longer than that.
+// table, or a list longer than that. Inline: it serves the shortest rows.
 inline constexpr std::int64_t kByteSetTestListMax = 8;
-bool byteSetTestOf(std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless, bool negated,
-                   ByteSetTest* test);
+inline bool byteSetTestOf(std::uint16_t classLetters, const char* list, std::int64_t length, bool caseless,
+                          bool negated, ByteSetTest* test) {
+    if ((classLetters & (kClassLetterF | kClassLetterN)) != 0 || length > kByteSetTestListMax) return false;
+    const contract::HostVector& h = host();
+    *test = ByteSetTest{h.classTable,
+                        caseless ? h.upcaseMap : nullptr,
+                        caseless ? h.lowcaseMap : nullptr,
+                        reinterpret_cast<const std::uint8_t*>(list),
+                        list == nullptr ? 0 : length,
+                        classTableMask(classLetters),
+                        (classLetters & kClassLetterD) != 0,
+                        (classLetters & kClassLetterH) != 0,
+                        negated};
+    return true;
+}
 
 }  // namespace txscan

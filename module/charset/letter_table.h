@@ -9,6 +9,7 @@
 
 #include "module/charset/char_set.h"
 #include "module/charset/modifier_set.h"
+#include "module/frame/module_state.h"
 
 namespace txscan {
 
@@ -54,10 +55,28 @@ struct ByteModifiers {
     std::uint16_t classLetters; // ClassLetterBit of every class letter seen
 };
 
-// Folds each byte of the modifier text with upcaseMap and applies `table`;
-// every unknown byte draws note 744 (kind 6) with the function's name and the
-// folded byte, in text order, and reading goes on. A null or empty text gives
-// no flags.
-ByteModifiers readByteModifiers(const LetterTable& table, const char* text, std::int64_t length);
+// Issues note 744 for a letter `table` does not know.
+void noteUnknownLetter(const LetterTable& table, std::uint8_t folded);
+
+// Folds each byte of the modifier text with upcaseMap and applies `table`; every unknown byte draws note 744 (kind 6)
+// with the function's name and the folded byte, in text order, and reading
+// goes on. A null or empty text gives no flags. Inline: a call's modifiers
+// are mostly a letter or two, and on short rows the call itself showed.
+inline ByteModifiers readByteModifiers(const LetterTable& table, const char* text, std::int64_t length) {
+    ByteModifiers out{};
+    const std::uint8_t* upper = host().upcaseMap;
+    for (std::int64_t i = 0; text != nullptr && i < length; ++i) {
+        const std::uint8_t u = upper[static_cast<unsigned char>(text[i])];
+        const LetterRule rule = table.rule[u];
+        if (rule.use == LetterUse::ClassLetter) {
+            out.classLetters |= static_cast<std::uint16_t>(1u << rule.target);
+        } else if (rule.use == LetterUse::Behaviour) {
+            out.flags.flag[rule.target] = 1;
+        } else if (rule.use == LetterUse::Note) {
+            noteUnknownLetter(table, u);
+        }
+    }
+    return out;
+}
 
 }  // namespace txscan

@@ -6,9 +6,12 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "module/abi/argument_frame.h"
 #include "module/abi/encoding.h"
+#include "module/charset/utf8_text.h"
+#include "module/frame/encoding_ops.h"
 #include "module/search/substring_scan.h"
 
 namespace txscan {
@@ -57,6 +60,8 @@ std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHan
 // KSCANX, every path: function (result is the StringValue) and call routine
 // (result null).
 std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide);
+// One blank, KSCANX's answer for an absent or empty source (none for length 0).
+std::int32_t storeBlank(StringValue* result);
 
 // Shared helpers of the adapters and workers.
 
@@ -68,7 +73,64 @@ struct SourceShape {
     enum Kind : std::uint8_t { kSingleBytes, kWellFormedUtf8, kOtherMultiByte } kind;
     std::int64_t characters;
 };
-SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source);
+
+// Whether one of n bytes (1 to 128) has its top bit set, which in UTF-8 is
+// whether they hold a multi-byte character: loads that may overlap, past 16
+// bytes sixteen at a time and as many for every length, so that no loop exit
+// depends on the length (mispredicted on rows of mixed lengths).
+inline bool highBitInShort(const char* p, std::int64_t n) {
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    if (n < 4) {
+        first = static_cast<unsigned char>(p[0]) | static_cast<unsigned char>(p[n / 2]) << 8;
+        last = static_cast<unsigned char>(p[n - 1]);
+    } else if (n < 8) {
+        std::uint32_t a, b;
+        std::memcpy(&a, p, 4);
+        std::memcpy(&b, p + n - 4, 4);
+        first = a;
+        last = b;
+    } else if (n <= 16) {
+        std::memcpy(&first, p, 8);
+        std::memcpy(&last, p + n - 8, 8);
+    } else {
+        for (std::int64_t k = 0; k < 8; ++k) {
+            std::uint64_t a, b;
+            const char* at = p + (16 * k < n - 16 ? 16 * k : n - 16);
+            std::memcpy(&a, at, 8);
+            std::memcpy(&b, at + 8, 8);
+            first |= a;
+            last |= b;
+        }
+    }
+    return ((first | last) & 0x8080808080808080ull) != 0;
+}
+
+// Inlined into every entry and KSCANX: on short rows its call showed.
+[[gnu::always_inline]] inline SourceShape sourceShapeOf(const EncodingHandle* h, const StringValue* source) {
+    if (h->encodingKind == contract::kSingleByteEncoding || source->data == nullptr || source->length <= 0) {
+        return {SourceShape::kSingleBytes, source->length};
+    }
+    if (h->encodingId != contract::kEncodingIdUtf8) {
+        // A multi-byte character makes fewer characters than bytes.
+        std::int64_t count = 0;
+        if (enc::countChars(const_cast<EncodingHandle*>(h), source->data, source->length, &count) != 0 ||
+            count >= source->length) {
+            return {SourceShape::kSingleBytes, source->length};
+        }
+        return {SourceShape::kOtherMultiByte, -1};
+    }
+    // One pass answers all three questions: ASCII when every byte is a
+    // character. A short row is mostly ASCII, told by its high bits alone.
+    if (source->length <= 128 && !highBitInShort(source->data, source->length)) {
+        return {SourceShape::kSingleBytes, source->length};
+    }
+    const std::int64_t characters =
+        utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(source->data), source->length);
+    if (characters == source->length) return {SourceShape::kSingleBytes, characters};
+    return {characters < 0 ? SourceShape::kOtherMultiByte : SourceShape::kWellFormedUtf8, characters};
+}
+
 // Room for `needed` bytes (at most maxLength) in a character result: a
 // fixed buffer has its whole length, a growable one is enlarged from its
 // pool when it is too small (kStatusNoMemory when the pool refuses).

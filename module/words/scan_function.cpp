@@ -6,8 +6,11 @@
 #include <cstring>
 
 #include "module/charset/byte_classes.h"
+#include "module/charset/utf8_text.h"
+#include "module/charset/wide_classes.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
+#include "module/words/word_engine.h"
 #include "module/words/word_scanner.h"
 
 namespace txscan {
@@ -46,16 +49,68 @@ std::int32_t storeWordText(StringValue* result, EncodingHandle* h, const char* w
 
 namespace {
 
-// The word-number check and the roles, then the byte path when allowed and
-// able, else the scanner.
-std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
-                      bool bytePath) {
-    const std::int32_t mode = result != nullptr ? kExtractWord : kLocateWord;
+// Bytes outside a delimiter table, one a character: all nthWordRun asks.
+struct TableWalker {
+    const std::uint8_t *s, *delimiters;
+    std::int64_t bound, sourceChars;
+    static std::int64_t startBefore(std::int64_t at) { return at - 1; }
+    bool delimiterAt(std::int64_t at) const { return delimiters[s[at]] != 0; }
+    bool delimiterChecking(std::int64_t at, std::int64_t* beyond) const {
+        *beyond = at + 1;
+        return delimiterAt(at);
+    }
+};
+
+// The commonest call: no modifiers, and delimiters of one byte each (the
+// default list, or a list of them). A wider character is then never a
+// delimiter, so the words are the runs of bytes outside the table; the text
+// must be well formed as far as the walk went (to the word's end forward).
+// False, with nothing written, when the list holds a wider character or is
+// given without a value, or when that part of the text is not well formed.
+template <std::int32_t mode>
+[[gnu::always_inline]] inline bool plainScan(ArgumentFrame* frame, StringValue* result, EncodingHandle* h,
+                                             const ArgumentRoles& roles, const StringValue* source,
+                                             std::int32_t* status) {
+    const bool utf8 = h->encodingId == kEncodingIdUtf8;
+    const std::uint8_t* delimiters = kDefaultDelimiterBytes.has;
+    std::uint8_t listed[256];
+    if (roles.delimiters != 0) {
+        const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
+        if (list->length < 0) return false;
+        std::memset(listed, 0, sizeof listed);
+        for (std::int64_t i = 0; i < list->length; ++i) {
+            const auto c = static_cast<std::uint8_t>(list->data[i]);
+            if (utf8 && c >= 0x80) return false;
+            listed[c] = 1;
+        }
+        delimiters = listed;
+    } else if (frame->argCount >= (mode == kExtractWord ? 3 : 5)) {
+        return false;
+    }
+    std::int64_t count = 1;
+    const bool backward = usableNumber(frame, roles.count, &count) && count < 0;
+    const auto* s = reinterpret_cast<const std::uint8_t*>(source->data);
+    TableWalker w{s, delimiters, source->length, source->length};
+    WordAnswer answer{0.0, backward ? words::nthWordRun<false>(w, -count) : words::nthWordRun<true>(w, count)};
+    WordRange& range = answer.range;
+    const StringValue walked{0, !backward && range.found ? range.endByte : source->length, source->data, nullptr, 0};
+    const SourceShape shape = sourceShapeOf(h, &walked);
+    if (shape.kind == SourceShape::kOtherMultiByte) return false;
+    if (mode == kLocateWord && shape.kind == SourceShape::kWellFormedUtf8) {
+        range.first = leadBytes(s, range.firstByte);
+        range.end = range.first + leadBytes(s + range.firstByte, range.endByte - range.firstByte);
+    }
+    *status = storeWordAnswer(frame, nullptr, result, h, ModifierSet{}, mode, answer, source->data);
+    return true;
+}
+
+// The word-number check and the roles, then the byte paths when allowed and
+// able, else the scanner. Flattened: on short rows each call within showed.
+template <std::int32_t mode, bool bytePath> [[gnu::flatten]]
+std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide) {
     const int k = mode == kExtractWord ? 3 : 5;
 
-    ArgumentRoles roles{};
-    roles.source = 1;
-    roles.count = 2;
+    ArgumentRoles roles{1, 0, 0, 0, 0, 2, 0};   // source 1, count 2
     if (frame->argCount >= k && frame->string(k) != nullptr) roles.delimiters = static_cast<std::uint32_t>(k);
     if (frame->argCount == k + 1 && frame->string(k + 1) != nullptr) {
         roles.modifiers = static_cast<std::uint32_t>(k + 1);
@@ -74,19 +129,30 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         const bool whole = std::fabs(x) < 0x1p52 ? x == static_cast<double>(static_cast<std::int64_t>(x)) : !std::isnan(x);
         if (topBitsAllOnes(x) || x == 0.0 || !whole) return kStatusInvalidArgument;
     }
-    std::int32_t status = kStatusOk;
-    if (bytePath && wide == 0 && wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) return status;
+    // The byte paths take single-byte sessions and well-formed UTF-8, as far
+    // as they need it well formed.
+    const StringValue* source = frame->string(1);
+    if (bytePath && wide == 0 && h != nullptr && source != nullptr && source->length >= 1 &&
+        source->data != nullptr && (h->encodingId == kEncodingIdUtf8 || h->encodingKind == kSingleByteEncoding)) {
+        std::int32_t status = kStatusOk;
+        if ((roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, &status)) ||
+            wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) {
+            return status;
+        }
+    }
     return scanWords(frame, nullptr, h, wide, &roles, mode, result);
 }
 
 }  // namespace
 
 std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide) {
-    return scanWith(frame, result, h, wide, true);
+    return result != nullptr ? scanWith<kExtractWord, true>(frame, result, h, wide)
+                             : scanWith<kLocateWord, true>(frame, result, h, wide);
 }
 
 std::int32_t scanCommonOnScanner(ArgumentFrame* frame, StringValue* result, EncodingHandle* h) {
-    return scanWith(frame, result, h, 0, false);
+    return result != nullptr ? scanWith<kExtractWord, false>(frame, result, h, 0)
+                             : scanWith<kLocateWord, false>(frame, result, h, 0);
 }
 
 }  // namespace txscan

@@ -101,7 +101,6 @@ inline int utf8LeadLength(std::uint8_t b) { return b < 0xC0 ? 1 : b < 0xE0 ? 2 :
 template <bool Utf8>
 struct ByteWalker {
     static constexpr bool kOnBytes = true;
-    static constexpr bool kUtf8 = Utf8;
 
     CharDecision* d;
     const std::uint8_t* s;
@@ -120,9 +119,8 @@ struct ByteWalker {
     bool malformed = false;      // a walk of unchecked text met a malformed sequence
     CaselessPairs pairs;         // read by caseless compares only
 
-    // Checks the whole text and counts the characters before `bound`; false
-    // for malformed UTF-8. Every walk but a forward one that checks as it
-    // goes needs it first.
+    // Checks the whole text (unless the caller has) and counts the characters
+    // before `bound`: false for malformed UTF-8. All walks but forward ones need it.
     bool check() {
         std::int64_t chars = n;
         if constexpr (Utf8) chars = knownChars >= 0 ? knownChars : utf8CharsIfWellFormed(s, n);
@@ -132,14 +130,10 @@ struct ByteWalker {
     // The decision at `at` in text not checked yet, and the offset past the
     // character; a malformed sequence ends the walk there.
     bool delimiterChecking(std::int64_t at, std::int64_t* beyond) {
-        if (!Utf8 || s[at] < 0x80) {
-            *beyond = at + 1;
-            return d->decision[s[at]] != 0;
-        }
-        const int length = utf8Length(s + at, n - at);
+        const int length = !Utf8 || s[at] < 0x80 ? 1 : utf8Length(s + at, n - at);
         malformed = malformed || length == 0;
         *beyond = length == 0 ? n : at + length;
-        return length == 0 || wideDecision(*d, s + at, length);
+        return length == 0 || (length == 1 ? d->decision[s[at]] != 0 : wideDecision(*d, s + at, length));
     }
 
     int lengthAt(std::int64_t at) const {
@@ -260,8 +254,5 @@ struct ByteWalker {
         return true;
     }
 };
-
-using Utf8Walker = ByteWalker<true>;
-using SingleByteWalker = ByteWalker<false>;
 
 }  // namespace txscan

@@ -14,6 +14,7 @@
 #include "module/words/quote_parts.h"
 #include "module/words/text_walkers.h"
 #include "module/words/word_scanner.h"
+#include "module/words/word_starts.h"
 
 namespace txscan {
 
@@ -219,23 +220,18 @@ WordRange rangeOf(const W& w, const WordCall& c, const Walk& o) {
 // bookkeeping.
 template <bool Utf8>
 std::int64_t countRuns(ByteWalker<Utf8>& w) {
-    const std::uint8_t* s = w.s;
-    const std::uint8_t* decision = w.d->decision;
-    std::int64_t words = 0;
-    bool previous = true;   // the edge counts as a delimiter
-    if (!Utf8 || (!w.d->wideAsksHandle && !w.d->listHasWide)) {
+    CharDecision& d = *w.d;
+    if (!Utf8 || (!d.wideAsksHandle && !d.listHasWide)) {
         // Every character of more than one byte then gets the same decision
         // (a delimiter only under K), and bytes of one decision in a row make
-        // one run however many characters they hold: count on the bytes.
-        const std::uint8_t wide = w.d->mods.has(kModK) ? 1 : 0;
-        for (std::int64_t off = 0; off < w.bound; ++off) {
-            const std::uint8_t c = s[off];
-            const bool delimiter = (Utf8 && c >= 0x80 ? wide : decision[c]) != 0;
-            words += previous && !delimiter;
-            previous = delimiter;
-        }
-        return words;
+        // one run however many characters they hold: count on the bytes, the
+        // table's upper half (set for single-byte sessions and zero in the
+        // constant tables, which exclude K) telling it.
+        if (Utf8 && d.decision == d.built) std::memset(d.built + 0x80, d.mods.has(kModK) ? 1 : 0, 0x80);
+        return countWordStarts(w.s, w.bound, d.decision);
     }
+    std::int64_t words = 0;
+    bool previous = true;   // the edge counts as a delimiter
     for (std::int64_t off = 0; off < w.bound; off += w.lengthAt(off)) {
         const bool delimiter = w.delimiterAt(off);
         words += previous && !delimiter;
@@ -291,20 +287,16 @@ std::int64_t firstWholeWord(ByteWalker<Utf8>& w, const WordCall& c) {
 
 // Without M and Q the n-th word starts after a delimiter (or at the edge)
 // and ends at the next delimiter or at the end of the scanned text: runs
-// found on the bytes, stopping at the n-th, each character decided once.
-// Forward, the text is checked only as far as the walk goes.
-template <bool Utf8, bool Forward>
-[[gnu::always_inline]] inline WordRange nthWordRun(ByteWalker<Utf8>& w, const WordCall& c) {
+// found from one end, stopping at the n-th, each character decided once, by
+// any walker over the bytes [0, bound). Forward, the text is checked only as
+// far as the walk goes.
+template <bool Forward, class W>
+[[gnu::always_inline]] inline WordRange nthWordRun(W& w, std::int64_t count) {
     // `at` is the byte boundary reached; the next character lies after it
     // forward, before it backward. `beyond` is the boundary past that character.
     const auto more = [&w](std::int64_t at) { return Forward ? at < w.bound : at > 0; };
     const auto delimiterNext = [&w](std::int64_t at, std::int64_t* beyond) {
-        if constexpr (Forward) {
-            return w.delimiterChecking(at, beyond);
-        } else {
-            *beyond = w.startBefore(at);
-            return w.delimiterAt(*beyond);
-        }
+        return Forward ? w.delimiterChecking(at, beyond) : w.delimiterAt(*beyond = w.startBefore(at));
     };
     std::int64_t at = Forward ? 0 : w.bound;
     std::int64_t beyond = 0;
@@ -325,7 +317,7 @@ template <bool Utf8, bool Forward>
             at = beyond;
             ++passed;
         }
-        if (words == c.count) {
+        if (words == count) {
             if constexpr (Forward) return {true, passedFirst, passed, first, at};
             return {true, w.sourceChars - passed, w.sourceChars - passedFirst, at, first};
         }
@@ -367,23 +359,19 @@ template <class W>
 [[gnu::always_inline]] inline bool answerWords(W& w, const WordCall& call, WordAnswer* answer) {
     const ModifierSet& m = *call.mods;
     const bool locating = call.mode == kExtractWord || call.mode == kLocateWord;
-    if constexpr (W::kOnBytes) {
-        // The commonest call on short rows: answered before the call record
-        // is copied or the text counted.
-        if (locating && !m.has(kModM) && !m.has(kModQ) && !m.has(kModB)) {
-            *answer = {0.0, words::nthWordRun<W::kUtf8, true>(w, call)};
-            return !w.malformed;
-        }
-    }
     WordCall c = call;
     if constexpr (W::kOnBytes) {
+        if (locating && !m.has(kModM) && !m.has(kModQ) && !m.has(kModB)) {
+            *answer = {0.0, words::nthWordRun<true>(w, c.count)};
+            return !w.malformed;
+        }
         if (!w.check()) return false;
         if (c.mode == kCountWords && !m.has(kModM) && !m.has(kModQ)) {
             *answer = {static_cast<double>(words::countRuns(w)), {}};
             return true;
         }
         if (locating && !m.has(kModM) && !m.has(kModQ)) {
-            *answer = {0.0, words::nthWordRun<W::kUtf8, false>(w, c)};
+            *answer = {0.0, words::nthWordRun<false>(w, c.count)};
             return true;
         }
         // The paths above start at an end; the others take the start

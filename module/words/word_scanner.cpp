@@ -59,33 +59,28 @@ void detachCursors(ParsedArguments* parsed) {
     if (parsed->delimitersSet) parsed->delimiters.text = nullptr;
 }
 
-// An absent or empty source: no words, one blank for the function, nothing
-// found for the call routine.
-std::int32_t emptySourceAnswer(ArgumentFrame* frame, double* numericResult, std::int32_t mode,
-                               StringValue* textResult) {
-    if (mode == kExtractWord) {
-        const std::int32_t status = ensureResultCapacity(textResult, 1);
-        if (status != kStatusOk) return status;
-        // A receiving variable of length 0 cannot take the blank.
-        textResult->length = 0;
-        if (textResult->maxLength >= 1 && textResult->capacity >= 1 && textResult->data != nullptr) {
-            textResult->data[0] = ' ';
-            textResult->length = 1;
-        }
-        return kStatusOk;
-    }
-    WordAnswer none{};
-    return storeWordAnswer(frame, numericResult, textResult, nullptr, ModifierSet{}, mode, none, nullptr);
-}
-
 }  // namespace
+
+std::int32_t storeBlank(StringValue* result) {
+    const std::int32_t status = ensureResultCapacity(result, 1);
+    if (status != kStatusOk) return status;
+    result->length = 0;
+    if (result->maxLength >= 1 && result->capacity >= 1 && result->data != nullptr) {
+        result->data[0] = ' ';
+        result->length = 1;
+    }
+    return kStatusOk;
+}
 
 std::int32_t scanWords(ArgumentFrame* frame, double* numericResult, EncodingHandle* h, std::uint8_t textWidth,
                        const ArgumentRoles* roles, std::int32_t mode, StringValue* textResult) {
     if (h == nullptr) return kStatusInvalidArgument;
     const StringValue* sourceValue = frame->string(1);
+    // An absent or empty source: no words, one blank for the function,
+    // nothing found for the call routine.
     if (sourceValue == nullptr || sourceValue->length < 1) {
-        return emptySourceAnswer(frame, numericResult, mode, textResult);
+        if (mode == kExtractWord) return storeBlank(textResult);
+        return storeWordAnswer(frame, numericResult, textResult, nullptr, ModifierSet{}, mode, WordAnswer{}, nullptr);
     }
 
     ParsedArguments parsed{};

@@ -2,8 +2,6 @@
 // UTF-8 in UTF-8 sessions: the call read as the interpreter reads it, with
 // the source and the search word measured here, then the engine on a byte
 // walker. Nothing is cached, so setCache is never touched.
-#include <cstring>
-
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/workers.h"
@@ -29,36 +27,6 @@ std::int64_t blankTrimmed(const std::uint8_t* p, std::int64_t n) {
 bool trimsAlike(bool utf8, const std::uint8_t* p, std::int64_t n) {
     const std::int64_t end = blankTrimmed(p, n);
     return !utf8 || end == 0 || p[end - 1] < 0x80;
-}
-
-// A KSCANX call without modifiers, read as the interpreter reads it: the
-// word number (truncated; negative counts from the right; unusable as word
-// 1), the delimiter list as given, or the default delimiters when the call
-// has too few arguments for a list. Without modifiers no character ever
-// needs the handle, so nothing else is set up; with the default delimiters
-// the decision is their constant table, and true tells that it is ready.
-bool readPlainScan(const ArgumentFrame* frame, const ArgumentRoles& roles, std::int32_t mode, CharDecision* d) {
-    std::memset(&d->mods, 0, sizeof d->mods);
-    d->parsed.count = 1;
-    d->parsed.delimitersSet = 0;
-    if (usableNumber(frame, roles.count, &d->parsed.count) && d->parsed.count < 0) {
-        d->mods.set(kModB);
-        d->parsed.count = -d->parsed.count;
-    }
-    if (roles.delimiters != 0) {
-        const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
-        d->parsed.delimiters.text = list->data;
-        d->parsed.delimiters.length = list->length;
-        d->parsed.delimitersSet = 1;
-    } else if (frame->argCount < (mode == kExtractWord ? 3 : 5)) {
-        d->mods.set(kModDefaultDelimiters);
-        d->list = nullptr;
-        d->listBytes = 0;
-        d->listHasWide = d->wideAsksHandle = d->handleReady = false;
-        d->decision = kDefaultDelimiterBytes.has;
-        return true;
-    }
-    return false;
 }
 
 // The search word, if it is well formed; its characters in *chars.
@@ -98,9 +66,8 @@ void trimWord(ByteWalker<Utf8>& w) {
 }
 
 template <bool Utf8>
-bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, bool decided, const ArgumentRoles& roles,
-                   std::int32_t mode, std::int64_t sourceChars, double* numericResult, StringValue* textResult,
-                   std::int32_t* status) {
+bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, const ArgumentRoles& roles, std::int32_t mode,
+                   std::int64_t sourceChars, double* numericResult, StringValue* textResult, std::int32_t* status) {
     ByteWalker<Utf8> w;   // large; each field is set below before it is read
     w.d = &d;
     w.knownChars = sourceChars;
@@ -120,7 +87,7 @@ bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, bool decided, const Ar
         }
         w.wordSet = true;
     }
-    if (!decided && !prepareCharDecision(d)) return false;
+    if (!prepareCharDecision(d)) return false;
     w.caseless = mods.has(kModI);
     if (w.caseless) w.pairs.clear();
     if (mode == kFindWord && mods.has(kModR) && w.wordSet) trimWord(w);
@@ -142,22 +109,17 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
     const StringValue* sourceValue = frame->string(1);
     if (sourceValue == nullptr || sourceValue->length < 1 || sourceValue->data == nullptr) return false;
 
-    CharDecision d;   // large; what is read is set here, by the reader or by the preparation
+    CharDecision d;   // large; what is read is set here or by the preparation
     d.h = h;
     d.utf8 = utf8;
-    bool decided = false;
-    if (roles.modifiers == 0 && (mode == kExtractWord || mode == kLocateWord)) {
-        decided = readPlainScan(frame, roles, mode, &d);
-    } else {
-        // The interpreter reads the modifiers, the delimiters and the
-        // numbers; the source and the word are measured here.
-        ArgumentRoles others = roles;
-        others.source = 0;
-        others.second = 0;
-        interpretArguments(frame, h, others, &d.parsed, &d.mods, 0, mode);
-    }
-    return utf8 ? answerOnBytes<true>(frame, d, decided, roles, mode, sourceChars, numericResult, textResult, status)
-                : answerOnBytes<false>(frame, d, decided, roles, mode, sourceChars, numericResult, textResult, status);
+    // The interpreter reads the modifiers, the delimiters and the numbers;
+    // the source and the word are measured here.
+    ArgumentRoles others = roles;
+    others.source = 0;
+    others.second = 0;
+    interpretArguments(frame, h, others, &d.parsed, &d.mods, 0, mode);
+    return utf8 ? answerOnBytes<true>(frame, d, roles, mode, sourceChars, numericResult, textResult, status)
+                : answerOnBytes<false>(frame, d, roles, mode, sourceChars, numericResult, textResult, status);
 }
 
 bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,

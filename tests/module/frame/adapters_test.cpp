@@ -93,7 +93,7 @@ TEST(SourceShape, Utf8HighBitAtEveryPositionAndLength) {
         value.length = static_cast<std::int64_t>(length);
         return txscan::sourceShapeOf(session.encodingHandle(), &value).kind;
     };
-    for (std::size_t length = 0; length <= 70; ++length) {
+    for (std::size_t length = 0; length <= 140; ++length) {
         std::string text(length, 'a');
         EXPECT_EQ(txscan::SourceShape::kSingleBytes, shapeOf(text.data(), length));
         for (std::size_t at = 0; at < length; ++at) {
