@@ -60,13 +60,15 @@ bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) 
 
 constexpr ByteTable kNoDelimiters{};
 
-ByteQuestions questionsOf(const ModifierSet& m, bool hasList, CharRole role) {
+// `asks`: some case or class question is asked (I with a list included).
+ByteQuestions questionsOf(const ModifierSet& m, bool hasList, CharRole role, bool asks) {
     ByteQuestions q{};
+    q.defaults = role == CharRole::kDelimiter && m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has
+                                                                              : kNoDelimiters.has;
+    if (!asks) return q;   // the list and the default delimiters decide alone
     q.classes = host().classTable;
     q.upcase = host().upcaseMap;
     q.lowcase = host().lowcaseMap;
-    q.defaults = role == CharRole::kDelimiter && m.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has
-                                                                              : kNoDelimiters.has;
     q.caselessList = hasList && m.has(kModI);
     q.upperCounts = m.has(kModU);
     q.lowerCounts = m.has(kModL);
@@ -128,7 +130,8 @@ void buildByteDecisions(CharDecision& d) {
         if (q.upperCounts) mask |= kClassUpper;
         if (q.lowerCounts) mask |= kClassLower;
         for (int c = 0; c < singles; ++c) {
-            d.built[c] = static_cast<std::uint8_t>((q.defaults[c] | ((q.classes[c] & mask) != 0)) ^ negated);
+            d.built[c] = static_cast<std::uint8_t>(
+                (q.defaults[c] | (mask != 0 && (q.classes[c] & mask) != 0)) ^ negated);
         }
         for (std::int64_t i = 0; i < d.listBytes; ++i) {
             if (d.list[i] < singles) d.built[d.list[i]] = negated ^ 1;
@@ -199,13 +202,14 @@ bool prepareCharDecision(CharDecision& d) {
     }
     d.listHasWide = d.utf8 && anyHighByte(d.list, d.listBytes);
     if (d.listHasWide && !wellFormedUtf8(d.list, d.listBytes)) return false;
-    if (d.role == CharRole::kDelimiter && d.list == nullptr && !d.mods.has(kModK) && !anyCaseOrClass(d.mods)) {
+    const bool asks = anyCaseOrClass(d.mods) || (d.list != nullptr && d.mods.has(kModI));
+    if (d.role == CharRole::kDelimiter && d.list == nullptr && !d.mods.has(kModK) && !asks) {
         // The commonest call of all needs no table of its own.
         d.wideAsksHandle = false;
         d.decision = d.mods.has(kModDefaultDelimiters) ? kDefaultDelimiterBytes.has : kNoDelimiters.has;
         return true;
     }
-    d.questionsOfByte = questionsOf(d.mods, d.list != nullptr, d.role);
+    d.questionsOfByte = questionsOf(d.mods, d.list != nullptr, d.role, asks);
     // The fixed lists of F, N and H and the default delimiters are ASCII:
     // without a case or class question only the list holds wide characters.
     const ByteQuestions& q = d.questionsOfByte;
