@@ -161,6 +161,13 @@ std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n, Utf8Ve
 #endif
 }
 
+std::int64_t utf8CharsIfWellFormedWide(const std::uint8_t* p, std::int64_t n) {
+#if defined(__x86_64__)
+    if (n >= kVectorMinimum && haveAvx2()) return charsIfWellFormedAvx2(p, n);
+#endif
+    return utf8CharsIfWellFormed(p, n);
+}
+
 std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n) {
     std::int64_t count = 0;
     std::int64_t i = 0;

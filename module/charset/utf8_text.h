@@ -43,6 +43,9 @@ inline int utf8Length(const std::uint8_t* p, std::int64_t n) {
 // whatever the processor has, so that both forms can be tested.
 enum class Utf8Vectors { kBest, kSse2 };
 std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n, Utf8Vectors vectors = Utf8Vectors::kBest);
+// The same for a text the caller has seen to hold a byte above 0x7F: its
+// ASCII test is not made again.
+std::int64_t utf8CharsIfWellFormedWide(const std::uint8_t* p, std::int64_t n);
 
 // The check and count one sequence at a time; skipAscii(p, off, n) moves
 // off past bytes below 0x80 as far as it cheaply can (a word or a vector

@@ -122,11 +122,11 @@ inline bool highBitInShort(const char* p, std::int64_t n) {
     }
     // One pass answers all three questions: ASCII when every byte is a
     // character. A short row is mostly ASCII, told by its high bits alone.
-    if (source->length <= 128 && !highBitInShort(source->data, source->length)) {
-        return {SourceShape::kSingleBytes, source->length};
-    }
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
+    const bool shortRow = source->length <= 128;
+    if (shortRow && !highBitInShort(source->data, source->length)) return {SourceShape::kSingleBytes, source->length};
     const std::int64_t characters =
-        utf8CharsIfWellFormed(reinterpret_cast<const std::uint8_t*>(source->data), source->length);
+        shortRow ? utf8CharsIfWellFormedWide(bytes, source->length) : utf8CharsIfWellFormed(bytes, source->length);
     if (characters == source->length) return {SourceShape::kSingleBytes, characters};
     return {characters < 0 ? SourceShape::kOtherMultiByte : SourceShape::kWellFormedUtf8, characters};
 }

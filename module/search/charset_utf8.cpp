@@ -27,14 +27,12 @@ inline bool memberAt(CharDecision& d, const std::uint8_t* source, std::int64_t o
     return b < 0x80 ? decideByte(d, b) : wideDecision(d, source + off, utf8SequenceBytes(b));
 }
 
-// A rightward walk: the byte offset of the character at `position`, and the
-// members counted so far.
+// A rightward search: the byte offset of the character at `position`.
 struct Walk {
     const std::uint8_t* source;
     std::int64_t end;
     std::int64_t off;
     std::int64_t position;
-    std::uint64_t count;
 };
 
 #if defined(__x86_64__)
@@ -57,8 +55,9 @@ __attribute__((target("avx2,popcnt"))) bool denseStops(const CharDecision& d, co
 // The walk 32 bytes at a time while whole blocks fit before the end (up to a
 // dense block): the bytes whose entry is not 0 stop it (continuation bytes
 // never do), and positions are counted from lead bytes and ASCII, the bytes
-// above -65 taken as signed. A search stops at the first member (true).
-template <SearchMode Mode>
+// above -65 taken as signed; true at the first member. A count gains
+// nothing here: its byte walk has no step to take from character to
+// character, and blocks full of members stopped it more than they saved.
 __attribute__((target("avx2,popcnt"))) bool blocksAvx2(CharDecision& d, Walk& w) {
     const NibbleSet stops = nibbleSetOf(d.built);
     for (; w.off + 32 <= w.end; w.off += 32) {
@@ -68,10 +67,7 @@ __attribute__((target("avx2,popcnt"))) bool blocksAvx2(CharDecision& d, Walk& w)
         if (__builtin_popcount(hits) > kDenseStops) break;
         for (; hits != 0; hits &= hits - 1) {
             const int i = __builtin_ctz(hits);
-            if (!memberAt(d, w.source, w.off + i)) continue;
-            if constexpr (Mode == SearchMode::kCount) {
-                ++w.count;
-            } else {
+            if (memberAt(d, w.source, w.off + i)) {
                 w.position += __builtin_popcount(leads & ((1u << i) - 1));
                 return true;
             }
@@ -138,28 +134,27 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
             if (off == 0) return true;
         }
     }
-    Walk w{source, end, off0, p0 + 1, 0};
-#if defined(__x86_64__)
-    // The nibble table costs about as much as looking at 48 bytes one by one.
-    if (end - off0 >= 64 && haveAvx2() && !denseStops(d, source + off0) && blocksAvx2<Mode>(d, w)) {
-        *result = static_cast<double>(w.position);
-        return true;
-    }
-#endif
-    std::int64_t off = w.off;   // locals from here: w's address has been taken
     if constexpr (!finding) {
         // Decided bytes (0 or 1, continuation bytes 0) are counted straight
         // from the table: independent steps run faster than stepping from
         // character to character.
-        std::uint64_t count = w.count;
-        for (; off < end; ++off) {
+        std::uint64_t count = 0;
+        for (std::int64_t off = 0; off < end; ++off) {
             const std::uint8_t entry = d.built[source[off]];
             count += entry < kUnknown ? entry : memberAt(d, source, off) ? 1 : 0;
         }
         *result = static_cast<double>(count);
         return true;
     }
-    for (std::int64_t position = w.position; off < end; ++position) {
+    Walk w{source, end, off0, p0 + 1};
+#if defined(__x86_64__)
+    // The nibble table costs about as much as looking at 48 bytes one by one.
+    if (end - off0 >= 64 && haveAvx2() && !denseStops(d, source + off0) && blocksAvx2(d, w)) {
+        *result = static_cast<double>(w.position);
+        return true;
+    }
+#endif
+    for (std::int64_t off = w.off, position = w.position; off < end; ++position) {
         const std::uint8_t lead = source[off];
         if (memberAt(d, source, off)) {
             *result = static_cast<double>(position);
