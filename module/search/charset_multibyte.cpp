@@ -14,13 +14,9 @@ using namespace contract;
 
 template <SearchMode Mode>
 std::int32_t charSetMultiByte(ArgumentFrame* frame, double* result, EncodingHandle* h, std::uint8_t wide) {
-    constexpr bool finding = Mode == SearchMode::kFirst;
     ArgumentRoles roles;
-    if constexpr (finding) {
-        if (std::int32_t clash = findCharRoles(frame, &roles)) return clash;
-    } else {
-        roles = countRoles(frame, true);
-    }
+    if (std::int32_t clash = charSetRoles<Mode == SearchMode::kFirst>(frame, &roles)) return clash;
+    constexpr bool finding = Mode == SearchMode::kFirst;
     ParsedArguments parsed;
     ModifierSet modifiers;
     if (std::int32_t status = readMultiByteCall(frame, h, roles, wide, finding ? kCallFinding : kCallCounting, result,

@@ -90,13 +90,9 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
                  std::int32_t* status) {
     constexpr bool finding = Mode == SearchMode::kFirst;
     ArgumentRoles roles;
-    if constexpr (finding) {
-        if (std::int32_t clash = findCharRoles(frame, &roles)) {
-            *status = clash;
-            return true;
-        }
-    } else {
-        roles = countRoles(frame, true);
+    if (std::int32_t clash = charSetRoles<finding>(frame, &roles)) {
+        *status = clash;
+        return true;
     }
     CharDecision d;   // large; what is read is set by the reader or by the preparation
     d.h = h;

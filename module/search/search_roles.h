@@ -52,6 +52,14 @@ inline std::int32_t findCharRoles(contract::ArgumentFrame* frame, ArgumentRoles*
     return 0;
 }
 
+// KFINDC's roles (Finding) or KCOUNTC's; nonzero is the status of a clash.
+template <bool Finding>
+inline std::int32_t charSetRoles(contract::ArgumentFrame* frame, ArgumentRoles* roles) {
+    if constexpr (Finding) return findCharRoles(frame, roles);
+    *roles = countRoles(frame, true);
+    return 0;
+}
+
 // Every handle-walking search starts here: no handle is an invalid call; an
 // absent or empty source leaves sourceChars 0 (nothing found, result 0)
 // without reading the other arguments.
