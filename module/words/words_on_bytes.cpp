@@ -48,8 +48,8 @@ void trimWord(ByteWalker<Utf8>& w) {
     const auto delimiterAt = [&](std::int64_t at, std::int64_t length) {
         return length == 1 ? w.d->decision[p[at]] != 0 : wideDecision(*w.d, p + at, static_cast<int>(length));
     };
-    while (front < w.wordBytes && delimiterAt(front, Utf8 ? utf8LeadLength(p[front]) : 1)) {
-        front += Utf8 ? utf8LeadLength(p[front]) : 1;
+    while (front < w.wordBytes && delimiterAt(front, Utf8 ? utf8SequenceBytes(p[front]) : 1)) {
+        front += Utf8 ? utf8SequenceBytes(p[front]) : 1;
         --chars;
     }
     std::int64_t back = w.wordBytes;
