@@ -52,17 +52,13 @@ struct Avx2Check {
     std::int64_t continuations;
 };
 
-// Always inlined, so that the state stays in registers: 64-bit Windows
+// The errors of a block that is not all ASCII, each byte judged with the
+// three before it (from `before` for the first three). Always inlined, as
+// everything here, so that the state stays in registers: 64-bit Windows
 // keeps its stack only 16-byte aligned.
-__attribute__((target("avx2"), always_inline)) inline void checkBlock(Avx2Check* c, __m256i block) {
+__attribute__((target("avx2"), always_inline)) inline __m256i blockErrors(__m256i block, __m256i before) {
     const auto s = [](int v) { return static_cast<char>(v); };
-    if (_mm256_movemask_epi8(block) == 0) {
-        c->error = _mm256_or_si256(c->error, c->incomplete);
-        c->incomplete = _mm256_setzero_si256();
-        c->before = block;
-        return;
-    }
-    const __m256i prev1 = shiftedIn<1>(block, c->before);
+    const __m256i prev1 = shiftedIn<1>(block, before);
     const __m256i byte1High = _mm256_shuffle_epi8(
         TXSCAN_LANES16(s(kTooLong), s(kTooLong), s(kTooLong), s(kTooLong), s(kTooLong), s(kTooLong), s(kTooLong),
                        s(kTooLong), s(kTwoContinuations), s(kTwoContinuations), s(kTwoContinuations),
@@ -86,19 +82,34 @@ __attribute__((target("avx2"), always_inline)) inline void checkBlock(Avx2Check*
     // A third byte follows a lead of E0 or more two places back, a fourth
     // one of F0 or more three places back; there the tables flag two
     // continuations, which is then no error.
-    const __m256i third = _mm256_subs_epu8(shiftedIn<2>(block, c->before), _mm256_set1_epi8(s(0xE0 - 0x80)));
-    const __m256i fourth = _mm256_subs_epu8(shiftedIn<3>(block, c->before), _mm256_set1_epi8(s(0xF0 - 0x80)));
+    const __m256i third = _mm256_subs_epu8(shiftedIn<2>(block, before), _mm256_set1_epi8(s(0xE0 - 0x80)));
+    const __m256i fourth = _mm256_subs_epu8(shiftedIn<3>(block, before), _mm256_set1_epi8(s(0xF0 - 0x80)));
     const __m256i must = _mm256_and_si256(_mm256_or_si256(third, fourth), _mm256_set1_epi8(s(0x80)));
-    c->error = _mm256_or_si256(c->error, _mm256_xor_si256(must, special));
-    // A lead in the last three bytes whose sequence runs past the block.
-    const __m256i limits = _mm256_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-                                            -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, s(0xF0 - 1), s(0xE0 - 1),
-                                            s(0xC0 - 1));
-    c->incomplete = _mm256_subs_epu8(block, limits);
+    return _mm256_xor_si256(must, special);
+}
+
+// A lead in the last three bytes whose sequence runs past the block.
+__attribute__((target("avx2"), always_inline)) inline __m256i incompleteAtEnd(__m256i block) {
+    const auto s = [](int v) { return static_cast<char>(v); };
+    return _mm256_subs_epu8(block, _mm256_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                    -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, s(0xF0 - 1),
+                                                    s(0xE0 - 1), s(0xC0 - 1)));
+}
+
+__attribute__((target("avx2"), always_inline)) inline std::uint32_t continuationsOf(__m256i block) {
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(_mm256_set1_epi8(-64), block)));
+}
+
+__attribute__((target("avx2"), always_inline)) inline void checkBlock(Avx2Check* c, __m256i block) {
+    if (_mm256_movemask_epi8(block) == 0) {
+        c->error = _mm256_or_si256(c->error, c->incomplete);
+        c->incomplete = _mm256_setzero_si256();
+    } else {
+        c->error = _mm256_or_si256(c->error, blockErrors(block, c->before));
+        c->incomplete = incompleteAtEnd(block);
+        c->continuations += std::popcount(continuationsOf(block));
+    }
     c->before = block;
-    const auto continuation = static_cast<std::uint32_t>(
-        _mm256_movemask_epi8(_mm256_cmpgt_epi8(_mm256_set1_epi8(-64), block)));
-    c->continuations += std::popcount(continuation);
 }
 
 #undef TXSCAN_LANES16
@@ -109,7 +120,23 @@ __attribute__((target("avx2,popcnt"))) std::int64_t charsIfWellFormedAvx2(const 
     c.continuations = 0;
     std::int64_t i = 0;
     for (; i + 32 <= n; i += 32) checkBlock(&c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + i)));
-    if (i < n) {
+    if (i < n && n >= 32 && n - i <= 29) {
+        // The last 32 bytes, the first of them checked already. Each byte
+        // left has the three before it in the same load, so its lanes alone
+        // decide; the leads that ended the last block are judged there too.
+        const int seen = static_cast<int>(32 - (n - i));
+        const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + n - 32));
+        if (static_cast<std::uint32_t>(_mm256_movemask_epi8(last)) >> seen == 0) {
+            checkBlock(&c, _mm256_setzero_si256());   // ASCII: as a block of it
+        } else {
+            const __m256i lanes = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18,
+                                                   19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+            const __m256i fresh = _mm256_cmpgt_epi8(lanes, _mm256_set1_epi8(static_cast<char>(seen - 1)));
+            c.error = _mm256_or_si256(c.error, _mm256_and_si256(blockErrors(last, last), fresh));
+            c.incomplete = incompleteAtEnd(last);
+            c.continuations += std::popcount(continuationsOf(last) >> seen);
+        }
+    } else if (i < n) {
         // The tail in a block of zeros: a sequence cut short meets a zero.
         std::uint8_t tail[32] = {};
         std::memcpy(tail, p + i, static_cast<std::size_t>(n - i));

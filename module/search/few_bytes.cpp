@@ -30,24 +30,11 @@ struct Needles {
         for (int k = 0; k < K; ++k) v[k] = _mm_set1_epi8(static_cast<char>(few.value(k)));
     }
     // Bit j set when byte j of the window at p is one of the values.
-    __m128i hitVector(const std::uint8_t* p) const {
+    std::uint32_t hitsAt(const std::uint8_t* p) const {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
         __m128i hits = _mm_cmpeq_epi8(bytes, v[0]);
         for (int k = 1; k < K; ++k) hits = _mm_or_si128(hits, _mm_cmpeq_epi8(bytes, v[k]));
-        return hits;
-    }
-    std::uint32_t hitsAt(const std::uint8_t* p) const {
-        return static_cast<std::uint32_t>(_mm_movemask_epi8(hitVector(p)));
-    }
-    // The same for the 64 bytes at p, with one test for all of them.
-    std::uint64_t hits64At(const std::uint8_t* p) const {
-        const __m128i a = hitVector(p);
-        const __m128i b = hitVector(p + 16);
-        const __m128i c = hitVector(p + 32);
-        const __m128i d = hitVector(p + 48);
-        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) return 0;
-        auto mask = [](__m128i h) { return static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm_movemask_epi8(h))); };
-        return mask(a) | mask(b) << 16 | mask(c) << 32 | mask(d) << 48;
+        return static_cast<std::uint32_t>(_mm_movemask_epi8(hits));
     }
 };
 
@@ -99,9 +86,6 @@ std::int64_t first(const std::uint8_t* data, std::int64_t length, const FewBytes
     if (length >= 2 * kWindow && haveAvx2()) return firstAvx2<K>(data, length, few);
     if (length >= kWindow) {
         const Needles<K> n(few);
-        for (; i + 4 * kWindow <= length; i += 4 * kWindow) {
-            if (const std::uint64_t hits = n.hits64At(data + i)) return i + __builtin_ctzll(hits);
-        }
         for (; i + kWindow <= length; i += kWindow) {
             if (const std::uint32_t hits = n.hitsAt(data + i)) return i + __builtin_ctz(hits);
         }
