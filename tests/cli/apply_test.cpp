@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -26,9 +27,16 @@ std::string slurp(const std::string& path) {
     return text.str();
 }
 
-// Per test, since ctest runs the tests of this file side by side.
+// Per test, in a directory of this process's own (removed when it ends):
+// ctest runs the tests of this file side by side, and two builds' test runs
+// may share the temporary directory.
 std::string scratch(const std::string& name) {
-    return testing::TempDir() + "txscan_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
+    static const struct Directory {
+        std::string path = testing::TempDir() + "txscan_apply_XXXXXX";
+        Directory() { EXPECT_NE(mkdtemp(path.data()), nullptr) << path; }
+        ~Directory() { std::filesystem::remove_all(path); }
+    } directory;
+    return directory.path + "/" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
 }
 
 std::string writeFile(const std::string& name, const std::string& bytes) {
