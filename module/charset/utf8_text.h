@@ -1,8 +1,9 @@
 // UTF-8 read on its bytes, for the paths that walk UTF-8 session text
 // themselves instead of through the EncodingHandle: the length of a
-// well-formed sequence, whether a whole text is well formed, and character
-// counts as counts of lead bytes. A malformed sequence is never given a
-// meaning here; callers leave such text to the handle.
+// well-formed sequence, whether a whole text is well formed, character
+// counts as counts of lead bytes, and character positions turned into byte
+// offsets. A malformed sequence is never given a meaning here; callers leave
+// such text to the handle.
 #pragma once
 
 #include <bit>
@@ -89,6 +90,34 @@ inline bool wellFormedUtf8(const std::uint8_t* p, std::int64_t n) { return utf8C
 
 // Characters of well-formed UTF-8 text: one lead byte each.
 std::int64_t leadBytes(const std::uint8_t* p, std::int64_t n);
+
+inline bool utf8Lead(std::uint8_t b) { return (b & 0xC0) != 0x80; }
+
+// Bytes of the well-formed sequence led by b, by its top four bits: a load
+// where comparisons would branch.
+inline int utf8SequenceBytes(std::uint8_t b) {
+    static constexpr std::uint8_t kBytes[16] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 3, 4};
+    return kBytes[b >> 4];
+}
+
+// In well-formed text: the byte offset of the character with 0-based index
+// `index` (n when `index` is the character count, -1 when it is negative or
+// beyond that), and the start of the character that ends at `end` (> 0).
+inline std::int64_t utf8OffsetOf(const std::uint8_t* p, std::int64_t n, std::int64_t index) {
+    if (index < 0) return -1;
+    std::int64_t seen = 0;
+    for (std::int64_t off = 0; off < n; ++off) {
+        if (!utf8Lead(p[off])) continue;
+        if (seen == index) return off;
+        ++seen;
+    }
+    return seen == index ? n : -1;
+}
+inline std::int64_t utf8PreviousStart(const std::uint8_t* p, std::int64_t end) {
+    std::int64_t off = end - 1;
+    while (off > 0 && !utf8Lead(p[off])) --off;
+    return off;
+}
 
 inline bool anyHighByte(const std::uint8_t* p, std::int64_t n) {
     for (std::int64_t i = 0; i < n; ++i) {

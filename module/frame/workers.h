@@ -94,14 +94,17 @@ inline bool highBitInShort(const char* p, std::int64_t n) {
         std::memcpy(&first, p, 8);
         std::memcpy(&last, p + n - 8, 8);
     } else {
+        // Sixteen bytes a load, kept in one vector register: as two words
+        // apiece the eight loads ran out of registers.
+        using Lanes = std::uint64_t __attribute__((vector_size(16)));
+        Lanes any{};
         for (std::int64_t k = 0; k < 8; ++k) {
-            std::uint64_t a, b;
-            const char* at = p + (16 * k < n - 16 ? 16 * k : n - 16);
-            std::memcpy(&a, at, 8);
-            std::memcpy(&b, at + 8, 8);
-            first |= a;
-            last |= b;
+            Lanes v;
+            std::memcpy(&v, p + (16 * k < n - 16 ? 16 * k : n - 16), 16);
+            any |= v;
         }
+        first = any[0];
+        last = any[1];
     }
     return ((first | last) & 0x8080808080808080ull) != 0;
 }

@@ -10,7 +10,6 @@
 #include "module/search/search_region.h"
 #include "module/search/search_roles.h"
 #include "module/search/utf8_call.h"
-#include "module/search/utf8_offsets.h"
 
 namespace txscan {
 

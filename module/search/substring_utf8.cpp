@@ -14,7 +14,6 @@
 #include "module/frame/workers.h"
 #include "module/search/substring_scan.h"
 #include "module/search/utf8_call.h"
-#include "module/search/utf8_offsets.h"
 #include "module/search/search_roles.h"
 
 namespace txscan {

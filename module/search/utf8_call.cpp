@@ -2,8 +2,8 @@
 // the source's trimmed count and start position from the count it is given.
 #include "module/search/utf8_call.h"
 
+#include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
-#include "module/search/utf8_offsets.h"
 
 namespace txscan {
 

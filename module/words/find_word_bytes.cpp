@@ -16,7 +16,6 @@
 #include "module/frame/workers.h"
 #include "module/search/trim_blanks.h"
 #include "module/words/quote_parts.h"
-#include "module/words/trim_set.h"
 
 namespace txscan {
 
@@ -206,10 +205,18 @@ void trimBlanks(Bytes* text) {
     text->length = trimTrailingBlanks(reinterpret_cast<const char*>(text->data), text->length);
 }
 
+// R: the word without the set's bytes at either end. Under Q the quotes'
+// entries are cleared first (and stay cleared): quotes are never trimmed.
 void trimWordBySet(Bytes* word, std::uint8_t* set, bool quotes) {
-    std::int32_t length = static_cast<std::int32_t>(word->length);
-    trimSetBytes(&word->data, &length, set, quotes);
-    word->length = length;
+    if (quotes) {
+        set[static_cast<unsigned char>('"')] = 0;
+        set[static_cast<unsigned char>('\'')] = 0;
+    }
+    while (word->length > 0 && set[word->data[0]] != 0) {
+        ++word->data;
+        --word->length;
+    }
+    while (word->length > 0 && set[word->data[word->length - 1]] != 0) --word->length;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 // the returned string (R and Q trimming, cut to whole characters).
 // Single-byte sessions and well-formed UTF-8 are walked on their bytes;
 // everything else goes through the handle.
-#include <cmath>
+#include <bit>
 #include <cstring>
 
 #include "module/charset/byte_classes.h"
@@ -121,13 +121,15 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         return kStatusInvalidArgument;
     }
     if (const double* number = frame->number(2)) {
-        const double x = *number;
-        // From 2^52 up every double is whole, infinities too (the interpreter
-        // settles them: +inf as word 1, -inf as no such word); a NaN fails
-        // both tests. Truncation through an integer is cheaper than std::floor
-        // on the baseline instruction set, which has no rounding instruction.
-        const bool whole = std::fabs(x) < 0x1p52 ? x == static_cast<double>(static_cast<std::int64_t>(x)) : !std::isnan(x);
-        if (topBitsAllOnes(x) || x == 0.0 || !whole) return kStatusInvalidArgument;
+        // Whole when no bit of the mantissa lies below the binary point, read
+        // from the bits: a round trip through an integer stalled every call.
+        // Infinities are whole (the interpreter settles them: +inf as word 1,
+        // -inf as no such word); a NaN is not, nor is anything below 1.
+        const auto bits = std::bit_cast<std::uint64_t>(*number);
+        const auto exponent = static_cast<std::int32_t>(bits >> 52 & 0x7FF);
+        const bool whole = exponent >= 1075 ? exponent < 2047 || (bits << 12) == 0
+                                            : exponent >= 1023 && (bits << (exponent - 1011)) == 0;
+        if (topBitsAllOnes(*number) || !whole) return kStatusInvalidArgument;
     }
     // The byte paths take single-byte sessions and well-formed UTF-8, as far
     // as they need it well formed.

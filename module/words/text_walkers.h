@@ -92,9 +92,6 @@ struct HandleWalker {
     }
 };
 
-// Length of the character whose lead byte is b, in text known to be well formed.
-inline int utf8LeadLength(std::uint8_t b) { return b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4; }
-
 // Well-formed UTF-8 (Utf8) or a single-byte encoding, walked on its bytes:
 // characters of one byte take their decision from the byte table, wider ones
 // from the handle through `d`'s memo.
@@ -136,25 +133,13 @@ struct ByteWalker {
         return length == 0 || (length == 1 ? d->decision[s[at]] != 0 : wideDecision(*d, s + at, length));
     }
 
-    int lengthAt(std::int64_t at) const {
-        if constexpr (Utf8) {
-            return utf8LeadLength(s[at]);
-        } else {
-            return 1;
-        }
-    }
-    std::int64_t startBefore(std::int64_t at) const {
-        --at;
-        if constexpr (Utf8) {
-            while ((s[at] & 0xC0) == 0x80) --at;
-        }
-        return at;
-    }
+    int lengthAt(std::int64_t at) const { return Utf8 ? utf8SequenceBytes(s[at]) : 1; }
+    std::int64_t startBefore(std::int64_t at) const { return Utf8 ? utf8PreviousStart(s, at) : at - 1; }
 
     bool delimiterAt(std::int64_t at) {
         const std::uint8_t c = s[at];
         if (!Utf8 || c < 0x80) return d->decision[c] != 0;
-        return wideDecision(*d, s + at, utf8LeadLength(c));
+        return wideDecision(*d, s + at, utf8SequenceBytes(c));
     }
     bool delimiter() { return delimiterAt(off); }
     QuoteKind quote() const { return lengthAt(off) == 1 ? quoteKindOf(s[off]) : kNoQuote; }
@@ -233,7 +218,7 @@ struct ByteWalker {
         for (std::int64_t from = 0; from < wordBytes;) {
             if (to >= n) return false;
             const int lt = lengthAt(to);
-            const int lw = Utf8 ? utf8LeadLength(word[from]) : 1;
+            const int lw = Utf8 ? utf8SequenceBytes(word[from]) : 1;
             if (!sameIgnoringCase(s + to, lt, word + from, lw)) return false;
             to += lt;
             from += lw;

@@ -5,6 +5,7 @@
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/workers.h"
+#include "module/search/trim_blanks.h"
 #include "module/words/word_engine.h"
 #include "module/words/word_roles.h"
 #include "module/words/word_scanner.h"
@@ -16,8 +17,7 @@ using namespace contract;
 namespace {
 
 std::int64_t blankTrimmed(const std::uint8_t* p, std::int64_t n) {
-    while (n > 0 && p[n - 1] == ' ') --n;
-    return n;
+    return trimTrailingBlanks(reinterpret_cast<const char*>(p), n);
 }
 
 // Under T the host's trimming decides what a trailing blank is; the byte
@@ -48,8 +48,8 @@ void trimWord(ByteWalker<Utf8>& w) {
     const auto delimiterAt = [&](std::int64_t at, std::int64_t length) {
         return length == 1 ? w.d->decision[p[at]] != 0 : wideDecision(*w.d, p + at, static_cast<int>(length));
     };
-    while (front < w.wordBytes && delimiterAt(front, Utf8 ? utf8LeadLength(p[front]) : 1)) {
-        front += Utf8 ? utf8LeadLength(p[front]) : 1;
+    while (front < w.wordBytes && delimiterAt(front, Utf8 ? utf8SequenceBytes(p[front]) : 1)) {
+        front += Utf8 ? utf8SequenceBytes(p[front]) : 1;
         --chars;
     }
     std::int64_t back = w.wordBytes;

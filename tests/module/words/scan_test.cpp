@@ -68,7 +68,7 @@ const ScanCase kCases[] = {
     // T (it trims the delimiter list too: " " becomes empty)
     {"a b  ", 3, " ,", "MT", "", 4, 0}, {"a b  ", 1, " ", "T", "a b", 1, 3}, {"   ", 1, " ,", "T", " ", 0, 0},
     // word numbers: huge, infinite; letters that do nothing here
-    {"a b", -1e10, {}, {}, " ", 0, 0}, {"a b", 1.0 / 0.0, {}, {}, "a", 1, 1}, {"a b", 2.0, " ", "EOV:Z9", "b", 3, 1},
+    {"a b", -1e10, {}, {}, " ", 0, 0}, {"a b", 0x1p53, {}, {}, "a", 1, 1}, {"a b", 1.0 / 0.0, {}, {}, "a", 1, 1}, {"a b", 2.0, " ", "EOV:Z9", "b", 3, 1},
 };
 
 std::string caseName(const ScanCase& c) {
@@ -101,7 +101,8 @@ INSTANTIATE_TEST_SUITE_P(Encodings, ScanTest, ::testing::Values("UTF-8", "ISO-88
 TEST(ScanWordNumber, RejectedWithNothingStored) {
     txhost::Session session;
     auto module = txhost::Module::load(session);
-    for (double n : {0.0, -0.0, 1.5, -2.25, std::numeric_limits<double>::quiet_NaN(),
+    // Fractions at both ends of the mantissa, and a subnormal.
+    for (double n : {0.0, -0.0, 1.5, -2.25, 0.75, 0x1p52 - 0.5, 5e-324, std::numeric_limits<double>::quiet_NaN(),
                      std::bit_cast<double>(0xFFFFD10000000000ull)}) {
         SCOPED_TRACE(n);
         const txhost::CallResult f = module->call("KSCANX", {std::string("a b"), n});
