@@ -20,9 +20,125 @@ using namespace contract;
 using backend::CodePoint;
 using backend::kNoCodePoint;
 
+// ---------------------------------------------------------------- codecs
+
 namespace {
 
-// ---------------------------------------------------------------- codecs
+// The well-formed UTF-8 sequence at p (no overlongs, no surrogates, nothing
+// above U+10FFFF) with its code point; a byte that starts none is a
+// character of one byte without a code point.
+struct Utf8Char {
+    int length;
+    CodePoint c;
+};
+
+inline Utf8Char utf8Read(const std::uint8_t* p, std::int64_t n) {
+    const unsigned b = p[0];
+    constexpr Utf8Char kLone{1, kNoCodePoint};
+    if (b < 0x80) return {1, static_cast<CodePoint>(b)};
+    auto trail = [p](int i) { return (p[i] & 0xC0) == 0x80; };
+    if (b >= 0xC2 && b <= 0xDF) {
+        if (n < 2 || !trail(1)) return kLone;
+        return {2, static_cast<CodePoint>((b & 0x1F) << 6 | (p[1] & 0x3F))};
+    }
+    if (b >= 0xE0 && b <= 0xEF) {
+        if (n < 3 || !trail(1) || !trail(2)) return kLone;
+        const auto c = static_cast<CodePoint>((b & 0x0F) << 12 | (p[1] & 0x3F) << 6 | (p[2] & 0x3F));
+        return c < 0x800 || (c >= 0xD800 && c <= 0xDFFF) ? kLone : Utf8Char{3, c};
+    }
+    if (b >= 0xF0 && b <= 0xF4) {
+        if (n < 4 || !trail(1) || !trail(2) || !trail(3)) return kLone;
+        const auto c =
+            static_cast<CodePoint>((b & 0x07) << 18 | (p[1] & 0x3F) << 12 | (p[2] & 0x3F) << 6 | (p[3] & 0x3F));
+        return c < 0x10000 || c > 0x10FFFF ? kLone : Utf8Char{4, c};
+    }
+    return kLone;
+}
+
+}  // namespace
+
+// UTF-8, the encoding of nearly every multi-byte session, is read in line:
+// a virtual call per character was a third of a class question's cost.
+class Codec {
+public:
+    virtual ~Codec() = default;
+    // Bytes (1..4) of the character that starts at p; n >= 1 bytes are readable.
+    int charBytes(const std::uint8_t* p, std::int64_t n) const { return utf8_ ? utf8Read(p, n).length : readBytes(p, n); }
+    // Code point of the character [p, p + length), or -1 when it has none.
+    CodePoint decode(const std::uint8_t* p, int length) const {
+        return utf8_ ? utf8Read(p, length).c : readCodePoint(p, length);
+    }
+    // Bytes of c in this encoding (at most 4), or 0 when c has no encoding.
+    virtual int encode(CodePoint c, char* out) const = 0;
+    // Start of the character that ends at `end` (> 0), or -1 when the encoding
+    // cannot be read backwards (the caller then walks from the start).
+    virtual std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const {
+        (void)text;
+        (void)end;
+        return -1;
+    }
+    virtual bool singleByte() const { return false; }
+    bool utf8() const { return utf8_; }
+
+protected:
+    explicit Codec(bool utf8 = false) : utf8_(utf8) {}
+    virtual int readBytes(const std::uint8_t* p, std::int64_t n) const = 0;
+    virtual CodePoint readCodePoint(const std::uint8_t* p, int length) const = 0;
+
+private:
+    bool utf8_;
+};
+
+namespace {
+
+// The class bits of c as a character of more than one byte.
+std::uint32_t wideClassBitsOf(CodePoint c) {
+    const backend::CharacterProperties p = backend::propertiesOf(c);
+    std::uint32_t bits = 0;
+    if (p.upper) bits |= kClassUpper;
+    if (p.lower) bits |= kClassLower;
+    if (p.digit) bits |= kClassDigit;
+    if (p.space) bits |= kClassSpace;
+    if (p.punctuation) bits |= kClassPunct;
+    if (p.blank) bits |= kClassBlank;
+    if (p.control) bits |= kClassControl;
+    if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) bits |= kClassHexDigit;
+    if (p.alphabetic) {
+        bits |= kClassWideAlpha;
+    } else if (p.graphic) {
+        bits |= kClassWideGraphic;
+    }
+    return bits;
+}
+
+// Nearly every class question of a session is about a character of the
+// Basic Multilingual Plane; asking the backend's nine properties each time
+// made the class answer the larger part of a character-set walk over CJK
+// text. The plane's bits are worked out once per process (a few
+// milliseconds) and read from then on; the rest of Unicode still asks.
+constexpr CodePoint kTabledCodePoints = 0x10000;
+
+const std::uint16_t* tabledClassBits() {
+    static const std::vector<std::uint16_t> table = [] {
+        std::vector<std::uint16_t> bits(kTabledCodePoints);
+        for (CodePoint c = 0; c < kTabledCodePoints; ++c) bits[c] = static_cast<std::uint16_t>(wideClassBitsOf(c));
+        return bits;
+    }();
+    return table.data();
+}
+
+// classBitsOf, in line for the handle's class and case questions.
+inline std::uint32_t classBits(CodePoint c, int bytes) {
+    if (c < 0) return 0;
+    const std::uint32_t bits = c < kTabledCodePoints ? tabledClassBits()[c] : wideClassBitsOf(c);
+    return bytes > 1 ? bits : bits & ~std::uint32_t{kClassWideAlpha | kClassWideGraphic};
+}
+
+}  // namespace
+
+std::uint32_t classBitsOf(CodePoint c, int bytes) { return classBits(c, bytes); }
+
+namespace {
 
 // Each byte value decoded on its own; kNoCodePoint where the encoding reads
 // the byte only as the start of a longer character.
@@ -42,8 +158,8 @@ public:
             if (toUnicode_[b] >= 0) fromUnicode_.emplace(toUnicode_[b], static_cast<std::uint8_t>(b));
         }
     }
-    int charBytes(const std::uint8_t*, std::int64_t) const override { return 1; }
-    CodePoint decode(const std::uint8_t* p, int) const override { return toUnicode_[*p]; }
+    int readBytes(const std::uint8_t*, std::int64_t) const override { return 1; }
+    CodePoint readCodePoint(const std::uint8_t* p, int) const override { return toUnicode_[*p]; }
     int encode(CodePoint c, char* out) const override {
         const auto found = fromUnicode_.find(c);
         if (found == fromUnicode_.end()) return 0;
@@ -60,41 +176,9 @@ private:
 
 class Utf8Codec final : public Codec {
 public:
-    // Length of the well-formed sequence at p, or 1 for a byte that starts none.
-    int charBytes(const std::uint8_t* p, std::int64_t n) const override {
-        const std::uint8_t b = p[0];
-        if (b < 0x80) return 1;
-        int length = 0;
-        std::uint8_t low = 0x80, high = 0xBF;   // bounds of the second byte
-        if (b >= 0xC2 && b <= 0xDF) {
-            length = 2;
-        } else if (b >= 0xE0 && b <= 0xEF) {
-            length = 3;
-            if (b == 0xE0) low = 0xA0;
-            if (b == 0xED) high = 0x9F;
-        } else if (b >= 0xF0 && b <= 0xF4) {
-            length = 4;
-            if (b == 0xF0) low = 0x90;
-            if (b == 0xF4) high = 0x8F;
-        } else {
-            return 1;
-        }
-        if (n < length) return 1;
-        if (p[1] < low || p[1] > high) return 1;
-        for (int i = 2; i < length; ++i) {
-            if (p[i] < 0x80 || p[i] > 0xBF) return 1;
-        }
-        return length;
-    }
-    CodePoint decode(const std::uint8_t* p, int length) const override {
-        switch (length) {
-        case 1: return p[0] < 0x80 ? p[0] : -1;
-        case 2: return ((p[0] & 0x1F) << 6) | (p[1] & 0x3F);
-        case 3: return ((p[0] & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F);
-        case 4: return ((p[0] & 0x07) << 18) | ((p[1] & 0x3F) << 12) | ((p[2] & 0x3F) << 6) | (p[3] & 0x3F);
-        default: return -1;
-        }
-    }
+    Utf8Codec() : Codec(true) {}
+    int readBytes(const std::uint8_t* p, std::int64_t n) const override { return utf8Read(p, n).length; }
+    CodePoint readCodePoint(const std::uint8_t* p, int length) const override { return utf8Read(p, length).c; }
     int encode(CodePoint c, char* out) const override {
         if (c < 0 || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
         if (c < 0x80) {
@@ -162,7 +246,7 @@ public:
             }
         }
     }
-    int charBytes(const std::uint8_t* p, std::int64_t n) const override {
+    int readBytes(const std::uint8_t* p, std::int64_t n) const override {
         return n >= 2 && sjisLead(p[0]) && sjisTrail(p[1]) ? 2 : 1;
     }
     // A byte outside the lead range cannot begin a pair, so a character ends
@@ -178,7 +262,7 @@ public:
         }
         return start;
     }
-    CodePoint decode(const std::uint8_t* p, int length) const override {
+    CodePoint readCodePoint(const std::uint8_t* p, int length) const override {
         return length == 2 ? double_[(p[0] << 8) | p[1]] : single_[p[0]];
     }
     int encode(CodePoint c, char* out) const override {
@@ -233,13 +317,13 @@ public:
             }
         }
     }
-    int charBytes(const std::uint8_t* p, std::int64_t n) const override {
+    int readBytes(const std::uint8_t* p, std::int64_t n) const override {
         const std::uint8_t b = p[0];
         if (b == 0x8E) return n >= 2 && p[1] >= 0xA1 && p[1] <= 0xDF ? 2 : 1;
         if (b == 0x8F) return n >= 3 && eucJapanese(p[1]) && eucJapanese(p[2]) ? 3 : 1;
         return eucJapanese(b) && n >= 2 && eucJapanese(p[1]) ? 2 : 1;
     }
-    CodePoint decode(const std::uint8_t* p, int length) const override {
+    CodePoint readCodePoint(const std::uint8_t* p, int length) const override {
         switch (length) {
         case 1: return single_[p[0]];
         case 2: return double_[(p[0] << 8) | p[1]];
@@ -343,8 +427,15 @@ void place(TextCursor* c, Position p, std::int64_t n) {
 
 HandleObject& handleOf(EncodingHandle* h) { return HandleObject::from(h); }
 
+// Out of line: the lock of a counting session would otherwise cost every
+// operation its register saves, counting or not.
+[[gnu::noinline]] void countOperation(Session::Impl& session, int word) {
+    session.count([word](HostCounters& c) { ++c.handleOperations[word]; });
+}
+
 void count(EncodingHandle* h, int word) {
-    handleOf(h).session->count([word](HostCounters& c) { ++c.handleOperations[word]; });
+    Session::Impl& session = *handleOf(h).session;
+    if (session.counting.load(std::memory_order_relaxed)) countOperation(session, word);
 }
 
 const Codec& codecOf(EncodingHandle* h) { return *handleOf(h).codec; }
@@ -417,9 +508,16 @@ At characterAt(const Codec& codec, const TextCursor* c) {
     return {t.p + pos.offset, codec.charBytes(t.p + pos.offset, t.n - pos.offset)};
 }
 
-std::uint32_t classBitsAt(const Codec& codec, const std::uint8_t* p, int length) {
-    if (length <= 0) return 0;
-    return classBitsOf(codec.decode(p, length), length);
+// The class bits of the character that starts at p, n bytes readable; 0
+// without one. UTF-8 reads the character and its code point in one pass.
+std::uint32_t classBitsAt(const Codec& codec, const std::uint8_t* p, std::int64_t n) {
+    if (n <= 0) return 0;
+    if (codec.utf8()) {
+        const Utf8Char u = utf8Read(p, n);
+        return classBits(u.c, u.length);
+    }
+    const int length = codec.charBytes(p, n);
+    return classBits(codec.decode(p, length), length);
 }
 
 // ---------------------------------------------------------------- operations
@@ -641,16 +739,15 @@ std::int64_t opBlankTrimmedBytes(EncodingHandle* h, const char* data, std::int64
 template <int Word>
 std::int32_t opClassTest(EncodingHandle* h, TextCursor* c, std::int32_t, std::int32_t mask) {
     count(h, Word);
-    const Codec& codec = codecOf(h);
-    const At at = characterAt(codec, c);
-    return (classBitsAt(codec, at.p, at.length) & static_cast<std::uint32_t>(mask)) != 0 ? 1 : 0;
+    const Bytes t = textOf(c);
+    const std::int64_t off = t.n > 0 ? positionOf(c, t.n).offset : 0;
+    return (classBitsAt(codecOf(h), t.p + off, t.n - off) & static_cast<std::uint32_t>(mask)) != 0 ? 1 : 0;
 }
 
 std::int32_t opCaseTest(EncodingHandle* h, TextCursor* character, std::int32_t, std::int32_t mode) {
     count(h, kOpCaseTest);
-    const Codec& codec = codecOf(h);
-    const Held held = heldOf(codec, character);
-    const std::uint32_t bits = classBitsAt(codec, held.p, held.length);
+    const Bytes t = textOf(character);
+    const std::uint32_t bits = classBitsAt(codecOf(h), t.p, t.n);
     if (mode == kIsUpper) return (bits & kClassUpper) != 0 ? 1 : 0;
     if (mode == kIsLower) return (bits & kClassLower) != 0 ? 1 : 0;
     return 0;
@@ -698,52 +795,6 @@ void setWord(EncodingHandle& handle, int word, Fn fn) {
 }
 
 }  // namespace
-
-namespace {
-
-// The class bits of c as a character of more than one byte.
-std::uint32_t wideClassBitsOf(CodePoint c) {
-    const backend::CharacterProperties p = backend::propertiesOf(c);
-    std::uint32_t bits = 0;
-    if (p.upper) bits |= kClassUpper;
-    if (p.lower) bits |= kClassLower;
-    if (p.digit) bits |= kClassDigit;
-    if (p.space) bits |= kClassSpace;
-    if (p.punctuation) bits |= kClassPunct;
-    if (p.blank) bits |= kClassBlank;
-    if (p.control) bits |= kClassControl;
-    if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) bits |= kClassHexDigit;
-    if (p.alphabetic) {
-        bits |= kClassWideAlpha;
-    } else if (p.graphic) {
-        bits |= kClassWideGraphic;
-    }
-    return bits;
-}
-
-// Nearly every class question of a session is about a character of the
-// Basic Multilingual Plane; asking the backend's nine properties each time
-// made the class answer the larger part of a character-set walk over CJK
-// text. The plane's bits are worked out once per process (a few
-// milliseconds) and read from then on; the rest of Unicode still asks.
-constexpr CodePoint kTabledCodePoints = 0x10000;
-
-const std::uint16_t* tabledClassBits() {
-    static const std::vector<std::uint16_t> table = [] {
-        std::vector<std::uint16_t> bits(kTabledCodePoints);
-        for (CodePoint c = 0; c < kTabledCodePoints; ++c) bits[c] = static_cast<std::uint16_t>(wideClassBitsOf(c));
-        return bits;
-    }();
-    return table.data();
-}
-
-}  // namespace
-
-std::uint32_t classBitsOf(CodePoint c, int bytes) {
-    if (c < 0) return 0;
-    const std::uint32_t bits = c < kTabledCodePoints ? tabledClassBits()[c] : wideClassBitsOf(c);
-    return bytes > 1 ? bits : bits & ~std::uint32_t{kClassWideAlpha | kClassWideGraphic};
-}
 
 const EncodingTraits* findEncoding(const std::string& name) {
     for (const EncodingTraits& traits : kEncodings) {

@@ -69,24 +69,8 @@ namespace txhost {
 
 using CodePoint = backend::CodePoint;
 
-class Codec {
-public:
-    virtual ~Codec() = default;
-    // Bytes (1..4) of the character that starts at p; n >= 1 bytes are readable.
-    virtual int charBytes(const std::uint8_t* p, std::int64_t n) const = 0;
-    // Code point of the character [p, p + length), or -1 when it has none.
-    virtual CodePoint decode(const std::uint8_t* p, int length) const = 0;
-    // Bytes of c in this encoding (at most 4), or 0 when c has no encoding.
-    virtual int encode(CodePoint c, char* out) const = 0;
-    // Start of the character that ends at `end` (> 0), or -1 when the encoding
-    // cannot be read backwards (the caller then walks from the start).
-    virtual std::int64_t previousStart(const std::uint8_t* text, std::int64_t end) const {
-        (void)text;
-        (void)end;
-        return -1;
-    }
-    virtual bool singleByte() const { return false; }
-};
+// Splits the session encoding's bytes into characters (encoding.cpp).
+class Codec;
 
 // What the handle reports and how the module treats it.
 struct EncodingTraits {

@@ -16,6 +16,7 @@ namespace {
 // have no side effects, so the order only decides which host calls are made.
 constexpr ModifierFlag kClassLetters[] = {kModA, kModC, kModD, kModG, kModP, kModS,
                                           kModW, kModX, kModF, kModN, kModH};
+static_assert(sizeof kClassLetters == sizeof HandleQuestions::classes);
 
 // P, F, N and H test the held character, after any caseless folding; the
 // other class letters test the character itself.
@@ -27,7 +28,7 @@ constexpr bool testsHeldChar(ModifierFlag letter) {
 // character's other case under I, U and L, the default delimiters, the
 // classes. `held` is q.held's cursor with the character copied in, or `at`
 // itself while no fold has needed the buffer.
-bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) {
+[[gnu::always_inline]] inline bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) {
     EncodingHandle* h = q.h;
     const ModifierSet& m = *q.mods;
     const bool caselessList = q.list != nullptr && m.has(kModI);
@@ -52,8 +53,8 @@ bool beyondListFromHandle(HandleQuestions& q, TextCursor* at, TextCursor* held) 
     }
     if ((upper && m.has(kModU)) || (lower && m.has(kModL))) return true;
     if (q.defaults && enc::findChar(h, &q.defaultList, held) >= 0) return true;
-    for (ModifierFlag letter : kClassLetters) {
-        if (m.has(letter) && wideClassHolds(h, letter, &q.classLists, at, held)) return true;
+    for (int i = 0; i < q.classCount; ++i) {
+        if (wideClassHolds(h, q.classes[i], &q.classLists, at, held)) return true;
     }
     return false;
 }
@@ -164,6 +165,10 @@ void setupHandleQuestions(HandleQuestions* q, EncodingHandle* h, CharRole role, 
     q->role = role;
     q->defaults = role == CharRole::kDelimiter && mods.has(kModDefaultDelimiters);
     q->list = list;
+    q->classCount = 0;
+    for (ModifierFlag letter : kClassLetters) {
+        if (mods.has(letter)) q->classes[q->classCount++] = letter;
+    }
     setupWideClassLists(h, mods, &q->classLists);
     if (q->defaults) setupCursor(h, &q->defaultList, kDefaultDelimiterText, sizeof kDefaultDelimiterText - 1);
     setupCharCursor(h, &q->held);

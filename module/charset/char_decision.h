@@ -26,6 +26,8 @@ struct HandleQuestions {
     CharRole role;
     bool defaults;                     // the default delimiters count
     contract::TextCursor* list;        // the call's delimiter or character list; null without one
+    ModifierFlag classes[11];          // the class letters asked, in asking order
+    int classCount;
     WideClassLists classLists;
     contract::TextCursor defaultList;  // laid out under default delimiters
     CharBufferCursor held;             // the character under examination, folded in place

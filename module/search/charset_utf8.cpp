@@ -36,35 +36,19 @@ struct Walk {
 
 #if defined(__x86_64__)
 
-// A block with more bytes to look at than this is left to the byte walk,
-// which takes them faster than picking them out of the block one by one.
-constexpr int kDenseStops = 8;
-
-// Whether blocks would stop too often: the ASCII entries are decided as they
-// appear, the set is negated (most characters are members), or the first
-// block holds more lead bytes of wide characters than kDenseStops.
-__attribute__((target("avx2,popcnt"))) bool denseStops(const CharDecision& d, const std::uint8_t* p) {
-    if (d.lazy || d.negated()) return true;
-    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    const auto high = static_cast<std::uint32_t>(_mm256_movemask_epi8(v));
-    const auto leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
-    return __builtin_popcount(high & leads) > kDenseStops;
-}
-
-// The walk 32 bytes at a time while whole blocks fit before the end (up to a
-// dense block): the bytes whose entry is not 0 stop it (continuation bytes
-// never do), and positions are counted from lead bytes and ASCII, the bytes
-// above -65 taken as signed; true at the first member. A count gains
-// nothing here: its byte walk has no step to take from character to
+// The walk 32 bytes at a time while whole blocks fit before the end: the
+// bytes whose entry is not 0 stop it (continuation bytes never do), and
+// wide characters cost less picked out of a block than walked byte by byte,
+// however many there are. Positions are counted from lead bytes and ASCII,
+// the bytes above -65 taken as signed; true at the first member. A count
+// gains nothing here: its byte walk has no step to take from character to
 // character, and blocks full of members stopped it more than they saved.
 __attribute__((target("avx2,popcnt"))) bool blocksAvx2(CharDecision& d, Walk& w) {
     const NibbleSet stops = nibbleSetOf(d.built);
     for (; w.off + 32 <= w.end; w.off += 32) {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(w.source + w.off));
         const auto leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
-        std::uint32_t hits = membersOf(v, stops);
-        if (__builtin_popcount(hits) > kDenseStops) break;
-        for (; hits != 0; hits &= hits - 1) {
+        for (std::uint32_t hits = membersOf(v, stops); hits != 0; hits &= hits - 1) {
             const int i = __builtin_ctz(hits);
             if (memberAt(d, w.source, w.off + i)) {
                 w.position += __builtin_popcount(leads & ((1u << i) - 1));
@@ -143,19 +127,21 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
     }
     Walk w{source, end, off0, p0 + 1};
 #if defined(__x86_64__)
-    // The nibble table costs about as much as looking at 48 bytes one by one.
-    if (end - off0 >= 64 && haveAvx2() && !denseStops(d, source + off0) && blocksAvx2(d, w)) {
+    // The nibble table costs about as much as looking at 48 bytes one by one;
+    // blocks would stop too often where ASCII entries are decided as they
+    // appear or the set is negated (most characters are members).
+    if (end - off0 >= 64 && !d.lazy && !d.negated() && haveAvx2() && blocksAvx2(d, w)) {
         *result = static_cast<double>(w.position);
         return true;
     }
 #endif
-    for (std::int64_t off = w.off, position = w.position; off < end; ++position) {
-        const std::uint8_t lead = source[off];
-        if (memberAt(d, source, off)) {
-            *result = static_cast<double>(position);
+    // Continuation bytes are never members, so the walk goes byte by byte and
+    // counts lead bytes only once it has found one.
+    for (std::int64_t off = w.off; off < end; ++off) {
+        if (d.built[source[off]] != 0 && memberAt(d, source, off)) {
+            *result = static_cast<double>(w.position + leadBytes(source + w.off, off - w.off));
             return true;
         }
-        off += utf8SequenceBytes(lead);
     }
     return true;
 }

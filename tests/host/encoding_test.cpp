@@ -48,6 +48,34 @@ TEST(EncodingHandle, CharLengthAndCountChars) {
     }
 }
 
+// Every lead byte with every second byte, against the table of well-formed
+// UTF-8 sequences: the first character is the whole sequence, or else its
+// first byte alone, which has no code point and so no class.
+TEST(EncodingHandle, Utf8SequencesAsTheirTableHasThem) {
+    const struct { int firstLead, lastLead, low, high, length; } wellFormed[] = {
+        {0xC2, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3}, {0xE1, 0xEC, 0x80, 0xBF, 3},
+        {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3}, {0xF0, 0xF0, 0x90, 0xBF, 4},
+        {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4},
+    };
+    Session session({.encoding = "UTF-8"});
+    EncodingHandle* h = session.encodingHandle();
+    for (int lead = 0x80; lead <= 0xFF; ++lead) {
+        for (int second = 0; second <= 0xFF; ++second) {
+            for (const char trail : {'\x80', '\xBF', 'a'}) {
+                std::int64_t expected = 1;
+                for (const auto& w : wellFormed) {
+                    if (lead >= w.firstLead && lead <= w.lastLead && second >= w.low && second <= w.high) {
+                        expected = w.length == 2 || trail != 'a' ? w.length : 1;
+                    }
+                }
+                Cursor text(h, std::string{static_cast<char>(lead), static_cast<char>(second), trail, trail});
+                ASSERT_EQ(expected, byteOffsetOf(h, text.get(), 1)) << lead << " " << second << " " << int{trail};
+                ASSERT_TRUE(expected > 1 || !classTest(h, kOpClassTestGraphic, text.get(), 0x3FF)) << lead;
+            }
+        }
+    }
+}
+
 // seekChars against offsets from byteOffsetOf: the characters 0..n-1 are the
 // positions; n and beyond, and anything before 0, answer -99 and leave the
 // cursor alone. nextChar steps through the same offsets and then reports
