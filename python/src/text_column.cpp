@@ -83,6 +83,7 @@ struct Transcoded {
 struct ThreadBuffers {
     Reused<txengine::TextView> views;
     Reused<std::uint8_t> validity;
+    Reused<std::uint8_t> asciiRows;
     Arena arena;
     std::vector<Transcoded> transcoded;
 };
@@ -212,10 +213,11 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     ThreadBuffers& b = buffersFor(slot);
     txengine::TextView* views = b.views.get(static_cast<std::size_t>(rows));
     std::uint8_t* validity = nullptr;
+    std::uint8_t* asciiRows = b.asciiRows.get(static_cast<std::size_t>((rows + 7) / 8));
     b.arena.clear();
     b.transcoded.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
-    std::uint8_t bits = 0;   // validity of the current eight rows
+    std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of the current eight rows
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
@@ -230,6 +232,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
                 PyErr_Clear();
                 refuse(what, row, "the text cannot be read");
             }
+            if (PyUnicode_IS_ASCII(item) && codec.asciiSame) asciiBits = static_cast<std::uint8_t>(asciiBits | 1u << (row & 7));
             if (!viewInPlace(item, codec, views[row])) {
                 if (codec.latin1) refuse(what, row, unencodable(codec));
                 const std::size_t offset = b.arena.used();
@@ -258,7 +261,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
                 std::memset(validity, 0xFF, static_cast<std::size_t>(row >> 3));
             }
             if (validity != nullptr) validity[row >> 3] = bits;
+            asciiRows[row >> 3] = asciiBits;
             bits = 0;
+            asciiBits = 0;
         }
     }
     ObjectColumn column;
@@ -283,6 +288,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
     column.allBytes = bytesRows > 0 && textRows == 0;
     column.text = txengine::TextViewColumn{views, validity};
+    column.asciiRows = asciiRows;
     return column;
 }
 
