@@ -88,7 +88,10 @@ struct ThreadBuffers {
     std::vector<Transcoded> transcoded;
 };
 
-ThreadBuffers& buffersFor(int slot) {
+// Out of line: the module is loaded with dlopen, where each look-up of a
+// thread_local is a call, and inlined the compiler would repeat it per row
+// rather than keep the address.
+[[gnu::noinline]] ThreadBuffers& buffersFor(int slot) {
     thread_local std::array<ThreadBuffers, txscan::contract::kMaxArguments + 1> buffers;
     return buffers.at(static_cast<std::size_t>(slot));
 }
