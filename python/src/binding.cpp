@@ -82,6 +82,7 @@ struct PreparedInputs {
     std::vector<ObjectColumn> objects;
     std::vector<py::array_t<double, py::array::c_style | py::array::forcecast>> numbers;
     bool bytesOut = false;   // argument 1 holds bytes
+    const std::uint8_t* asciiRows = nullptr;   // argument 1's ASCII str rows
 };
 
 // Arguments come from the Python layer as (kind, value) pairs, kinds
@@ -108,7 +109,10 @@ PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const
         if (kind == "column") {
             ObjectColumn column = readObjectColumn(py::reinterpret_borrow<py::array>(value), codec, na, position, what);
             if (position == 1 && column.numeric) throw py::value_error(label + ": argument 1 must hold text, not numbers");
-            if (position == 1) prepared.bytesOut = column.allBytes;
+            if (position == 1) {
+                prepared.bytesOut = column.allBytes;
+                prepared.asciiRows = column.asciiRows;
+            }
             prepared.objects.push_back(std::move(column));
             const ObjectColumn& held = prepared.objects.back();
             prepared.inputs.push_back(held.numeric ? txengine::Input::column(txengine::NumberColumn{held.values.data(), nullptr})
@@ -256,8 +260,6 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
     const std::uint8_t* sourceValidity = prepared.inputs[0].kind == txengine::Input::Kind::TextViews
                                              ? prepared.inputs[0].views.validity
                                              : nullptr;
-    PyObject* const* sourceItems = nullptr;
-    if (text) sourceItems = static_cast<PyObject* const*>(py::reinterpret_borrow<py::array>(arguments[0].cast<py::tuple>()[1]).data());
     // Only text results share objects; its table is 100 KB to clear and walk.
     std::unique_ptr<SharedResults> shared = text ? std::make_unique<SharedResults>() : nullptr;
     std::vector<txengine::MessageCount> messages;
@@ -278,7 +280,7 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
             result = kept.program.run(batch, count, places);
         }
         addMessages(messages, result.messages);
-        if (text) fillText(texts, begin, result.text, sourceItems, sourceValidity, runtime.codec, prepared.bytesOut, *shared,
+        if (text) fillText(texts, begin, result.text, prepared.asciiRows, sourceValidity, runtime.codec, prepared.bytesOut, *shared,
                            label);
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         if (rows == 0) break;

@@ -10,14 +10,32 @@ SharedResults::~SharedResults() {
     for (Slot& slot : slots_) Py_XDECREF(slot.object);
 }
 
+namespace {
+
+// The first `n` (at most 8) bytes of a word read from memory.
+inline std::uint64_t firstBytes(std::uint64_t word, Py_ssize_t n) {
+    return n >= 8 ? word : n <= 0 ? 0 : word & ((std::uint64_t{1} << (8 * n)) - 1);
+}
+
+}  // namespace
+
 template <typename Make>
-PyObject* SharedResults::get(const char* data, Py_ssize_t size, Make make) {
+PyObject* SharedResults::get(const char* data, Py_ssize_t size, std::int64_t readable, Make make) {
     if (size > kLongest) return make();
-    char padded[kLongest] = {};
-    if (size > 0) std::memcpy(padded, data, static_cast<std::size_t>(size));
     std::uint64_t head = 0, tail = 0;
-    std::memcpy(&head, padded, 8);
-    std::memcpy(&tail, padded + 8, 8);
+    if (readable >= kLongest) {
+        // Two whole words, masked: a short copy into a zeroed buffer would
+        // be read back before its stores could be forwarded.
+        std::memcpy(&head, data, 8);
+        std::memcpy(&tail, data + 8, 8);
+        head = firstBytes(head, size);
+        tail = firstBytes(tail, size - 8);
+    } else {
+        char padded[kLongest] = {};
+        if (size > 0) std::memcpy(padded, data, static_cast<std::size_t>(size));
+        std::memcpy(&head, padded, 8);
+        std::memcpy(&tail, padded + 8, 8);
+    }
     const std::uint64_t mixed = (head * 0x9E3779B97F4A7C15u) ^ (tail * 0xC2B2AE3D27D4EB4Fu) ^ static_cast<std::uint64_t>(size);
     Slot& slot = slots_[(mixed * 0x9E3779B97F4A7C15u) >> 52];
     if (slot.size != size || slot.head != head || slot.tail != tail) {
@@ -39,7 +57,7 @@ PyObject* asciiString(const char* data, Py_ssize_t size) {
 
 }  // namespace
 
-void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, PyObject* const* source,
+void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, const std::uint8_t* asciiRows,
               const std::uint8_t* sourceValidity, const Codec& codec, bool asBytes, SharedResults& shared,
               const std::string& what) {
     const auto rows = static_cast<std::int64_t>(text.offsets.size()) - 1;
@@ -49,19 +67,20 @@ void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& te
         const char* data = text.bytes.data() + text.offsets[static_cast<std::size_t>(row)];
         auto size = static_cast<Py_ssize_t>(text.offsets[static_cast<std::size_t>(row + 1)] -
                                             text.offsets[static_cast<std::size_t>(row)]);
-        PyObject* from = source[begin + row];
-        if (!txengine::rowValid(sourceValidity, begin + row)) size = 0;
+        const std::int64_t at = begin + row;
+        const std::int64_t readable = static_cast<std::int64_t>(text.bytes.size()) - text.offsets[static_cast<std::size_t>(row)];
+        if (!txengine::rowValid(sourceValidity, at)) size = 0;
         if (!txengine::rowValid(text.validity.data(), row)) {
             item = Py_NewRef(Py_None);
         } else if (asBytes) {
             item = PyBytes_FromStringAndSize(data, size);
-        } else if (PyUnicode_Check(from) && PyUnicode_IS_ASCII(from) && codec.asciiSame) {
+        } else if (asciiRows != nullptr && ((asciiRows[at >> 3] >> (at & 7)) & 1) != 0) {
             // Every piece of an ASCII row is ASCII.
-            item = shared.get(data, size, [&] { return asciiString(data, size); });
+            item = shared.get(data, size, readable, [&] { return asciiString(data, size); });
         } else if (codec.utf8) {
-            item = shared.get(data, size, [&] { return PyUnicode_DecodeUTF8(data, size, "strict"); });
+            item = shared.get(data, size, readable, [&] { return PyUnicode_DecodeUTF8(data, size, "strict"); });
         } else if (codec.latin1) {
-            item = shared.get(data, size, [&] { return PyUnicode_DecodeLatin1(data, size, "strict"); });
+            item = shared.get(data, size, readable, [&] { return PyUnicode_DecodeLatin1(data, size, "strict"); });
         } else {
             item = PyUnicode_Decode(data, size, codec.name.c_str(), "strict");
         }

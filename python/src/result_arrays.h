@@ -28,8 +28,9 @@ public:
     ~SharedResults();
     // A new reference to the object of these bytes, made by `make` (which
     // returns a new reference or null) when the table has none.
+    // `readable`: bytes that may be read from `data` (at least `size`).
     template <typename Make>
-    PyObject* get(const char* data, Py_ssize_t size, Make make);
+    PyObject* get(const char* data, Py_ssize_t size, std::int64_t readable, Make make);
 
 private:
     static constexpr Py_ssize_t kLongest = 16;
@@ -43,12 +44,12 @@ private:
 
 // Writes rows [begin, begin + batch rows) of the object array `out` from one
 // batch's text result: str decoded with the codec (built directly when the
-// source row was an ASCII str, so its result is too), or the bytes as they
-// are (`asBytes`); None where the module stored nothing; an empty text where
-// the source row is null (`sourceValidity`, over the whole column), where
-// the module answers one blank. `source` is argument 1's objects. Throws
+// source row was an ASCII str, `asciiRows`, so its result is too), or the
+// bytes as they are (`asBytes`); None where the module stored nothing; an
+// empty text where the source row is null (`sourceValidity`), where the
+// module answers one blank. Both bitmaps cover the whole column. Throws
 // py::value_error naming the row the codec refuses.
-void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, PyObject* const* source,
+void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, const std::uint8_t* asciiRows,
               const std::uint8_t* sourceValidity, const Codec& codec, bool asBytes, SharedResults& shared,
               const std::string& what);
 

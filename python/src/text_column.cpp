@@ -83,11 +83,15 @@ struct Transcoded {
 struct ThreadBuffers {
     Reused<txengine::TextView> views;
     Reused<std::uint8_t> validity;
+    Reused<std::uint8_t> asciiRows;
     Arena arena;
     std::vector<Transcoded> transcoded;
 };
 
-ThreadBuffers& buffersFor(int slot) {
+// Out of line: the module is loaded with dlopen, where each look-up of a
+// thread_local is a call, and inlined the compiler would repeat it per row
+// rather than keep the address.
+[[gnu::noinline]] ThreadBuffers& buffersFor(int slot) {
     thread_local std::array<ThreadBuffers, txscan::contract::kMaxArguments + 1> buffers;
     return buffers.at(static_cast<std::size_t>(slot));
 }
@@ -132,6 +136,13 @@ bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
 
 constexpr std::int64_t kHeadersAhead = 16;
 constexpr std::int64_t kTextAhead = 8;
+
+// A str's header (its type, length and kind) is longer than the 16 bytes
+// the allocator aligns objects to, so it often lies across two cache lines.
+inline void prefetchHeader(PyObject* item) {
+    __builtin_prefetch(item);
+    __builtin_prefetch(reinterpret_cast<const char*>(item) + sizeof(PyCompactUnicodeObject) - 1);
+}
 
 // A compact str keeps its characters right after its header, which is
 // longer than a cache line for any but ASCII: a row's characters mostly lie
@@ -205,16 +216,17 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     ThreadBuffers& b = buffersFor(slot);
     txengine::TextView* views = b.views.get(static_cast<std::size_t>(rows));
     std::uint8_t* validity = nullptr;
+    std::uint8_t* asciiRows = b.asciiRows.get(static_cast<std::size_t>((rows + 7) / 8));
     b.arena.clear();
     b.transcoded.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
-    std::uint8_t bits = 0;   // validity of the current eight rows
+    std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of the current eight rows
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
         // header while this one is read, and for the text of a nearer one,
         // whose header has come in by now.
-        if (row + kHeadersAhead < rows) __builtin_prefetch(values[row + kHeadersAhead]);
+        if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
         if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead]);
         bool valid = true;
         if (PyUnicode_Check(item)) {
@@ -223,6 +235,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
                 PyErr_Clear();
                 refuse(what, row, "the text cannot be read");
             }
+            if (PyUnicode_IS_ASCII(item) && codec.asciiSame) asciiBits = static_cast<std::uint8_t>(asciiBits | 1u << (row & 7));
             if (!viewInPlace(item, codec, views[row])) {
                 if (codec.latin1) refuse(what, row, unencodable(codec));
                 const std::size_t offset = b.arena.used();
@@ -251,7 +264,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
                 std::memset(validity, 0xFF, static_cast<std::size_t>(row >> 3));
             }
             if (validity != nullptr) validity[row >> 3] = bits;
+            asciiRows[row >> 3] = asciiBits;
             bits = 0;
+            asciiBits = 0;
         }
     }
     ObjectColumn column;
@@ -276,6 +291,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
     column.allBytes = bytesRows > 0 && textRows == 0;
     column.text = txengine::TextViewColumn{views, validity};
+    column.asciiRows = asciiRows;
     return column;
 }
 

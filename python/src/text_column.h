@@ -40,6 +40,9 @@ struct ObjectColumn {
     bool numeric = false;        // numbers and nulls only: `values` holds them (NaN for null)
     bool allBytes = false;       // every value is bytes: text results come back as bytes
     txengine::TextViewColumn text{};
+    // A bit per row (as validity), set where the row is a str of ASCII
+    // characters: its results are ASCII too, known without reading it again.
+    const std::uint8_t* asciiRows = nullptr;
     std::vector<double> values;
 };
 

@@ -81,31 +81,35 @@ constexpr std::array<std::uint8_t, 16> kSpread = {0x00, 0x01, 0x04, 0x05, 0x10, 
 // bytes stored); returns the bytes that count. Each 128-bit half packs its
 // four lanes with its own shuffle, and the halves are stored one after the
 // other.
+// `Four`: whether a code point may take four bytes (not from 16-bit text).
+template <bool Four>
 __attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m256i c, unsigned char* out, __m256i& bad) {
     const __m256i low6 = _mm256_set1_epi32(0x3F), cont = _mm256_set1_epi32(0x80);
     const __m256i tail0 = _mm256_or_si256(cont, _mm256_and_si256(c, low6));
     const __m256i tail1 = _mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 6), low6));
-    const __m256i tail2 = _mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 12), low6));
     const __m256i two = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(c, 6)),
                                         _mm256_slli_epi32(tail0, 8));
     const __m256i three = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xE0), _mm256_srli_epi32(c, 12)),
                                           _mm256_or_si256(_mm256_slli_epi32(tail1, 8), _mm256_slli_epi32(tail0, 16)));
-    const __m256i four = _mm256_or_si256(
-        _mm256_or_si256(_mm256_set1_epi32(0xF0), _mm256_srli_epi32(c, 18)),
-        _mm256_or_si256(_mm256_slli_epi32(tail2, 8), _mm256_or_si256(_mm256_slli_epi32(tail1, 16), _mm256_slli_epi32(tail0, 24))));
     // Code points are below 0x110000, so signed comparisons serve.
     const __m256i ge80 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7F));
     const __m256i ge800 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7FF));
-    const __m256i ge10000 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0xFFFF));
     __m256i word = _mm256_andnot_si256(ge80, c);
     word = _mm256_or_si256(word, _mm256_and_si256(_mm256_andnot_si256(ge800, ge80), two));
+    __m256i ge10000 = _mm256_setzero_si256();
+    if constexpr (Four) {
+        const __m256i four = _mm256_or_si256(
+            _mm256_or_si256(_mm256_set1_epi32(0xF0), _mm256_srli_epi32(c, 18)),
+            _mm256_or_si256(_mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(c, 12), low6)), 8), _mm256_or_si256(_mm256_slli_epi32(tail1, 16), _mm256_slli_epi32(tail0, 24))));
+        ge10000 = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0xFFFF));
+        word = _mm256_or_si256(word, _mm256_and_si256(ge10000, four));
+    }
     word = _mm256_or_si256(word, _mm256_and_si256(_mm256_andnot_si256(ge10000, ge800), three));
-    word = _mm256_or_si256(word, _mm256_and_si256(ge10000, four));
     const __m256i surrogate = _mm256_cmpeq_epi32(_mm256_and_si256(c, _mm256_set1_epi32(~0x7FF)), _mm256_set1_epi32(0xD800));
     bad = _mm256_or_si256(bad, surrogate);
     const auto a = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge80)));
     const auto b = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge800)));
-    const auto d = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge10000)));
+    const auto d = Four ? static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge10000))) : 0u;
     const std::size_t low = kSpread[a & 15] + kSpread[b & 15] + kSpread[d & 15];
     const std::size_t high = kSpread[a >> 4] + kSpread[b >> 4] + kSpread[d >> 4];
     const __m256i shuffle = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kPacking.shuffle[low].data())),
@@ -136,6 +140,25 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putEightNarro
     return kNarrowPacking.bytes[mask];
 }
 
+// Sixteen characters below U+0800 in 16-bit lanes, as putEightNarrow does
+// eight: each 128-bit half packed by its own shuffle and the halves stored
+// one after the other. Stores 32 bytes; returns the bytes that count.
+__attribute__((target("avx2"), always_inline)) inline std::int64_t putSixteenNarrow(__m256i c, unsigned char* out) {
+    const __m256i ascii = _mm256_cmpgt_epi16(_mm256_set1_epi16(0x80), c);
+    const __m256i lead = _mm256_or_si256(_mm256_srli_epi16(c, 6), _mm256_set1_epi16(0xC0));
+    const __m256i tail = _mm256_slli_epi16(_mm256_or_si256(_mm256_and_si256(c, _mm256_set1_epi16(0x3F)), _mm256_set1_epi16(0x80)), 8);
+    const __m256i word = _mm256_blendv_epi8(_mm256_or_si256(lead, tail), c, ascii);
+    const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(ascii, ascii)));
+    const std::size_t low = mask & 0xFF, high = (mask >> 16) & 0xFF;
+    const __m256i shuffle = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[low].data())),
+                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[high].data())));
+    const __m256i packed = _mm256_shuffle_epi8(word, shuffle);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
+    const std::int64_t first = kNarrowPacking.bytes[low];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + first), _mm256_extracti128_si256(packed, 1));
+    return first + kNarrowPacking.bytes[high];
+}
+
 // One vector of source as UTF-8 at `out`; returns the bytes written, a
 // zero character counting one. ASCII runs, the bulk of most mixed text, are
 // narrowed and stored whole, with no shuffle; a vector holding any wider
@@ -144,33 +167,16 @@ template <typename Char>
 __attribute__((target("avx2"), always_inline)) inline std::int64_t putVector(__m256i v, unsigned char* out, __m256i& bad) {
     std::int64_t n = 0;
     if constexpr (sizeof(Char) == 1) {
-        const auto wide = static_cast<unsigned>(_mm256_movemask_epi8(v));
-        if (wide == 0) {
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), v);
-            return 32;
-        }
-        const __m128i low = _mm256_castsi256_si128(v), high = _mm256_extracti128_si256(v, 1);
-        const __m128i groups[4] = {low, _mm_unpackhi_epi64(low, low), high, _mm_unpackhi_epi64(high, high)};
-        for (int k = 0; k < 4; ++k) {
-            if (((wide >> (8 * k)) & 0xFF) == 0) {
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + n), groups[k]);
-                n += 8;
-            } else {
-                n += putEightNarrow(_mm_cvtepu8_epi16(groups[k]), out + n);
-            }
-        }
+        // One-byte text mixes ASCII and accented letters too closely for a
+        // branch on either to be foreseen: every vector takes the same way.
+        n = putSixteenNarrow(_mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)), out);
+        n += putSixteenNarrow(_mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)), out + n);
     } else if constexpr (sizeof(Char) == 2) {
-        if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80)))) {
-            const __m128i packed = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), packed);
-            return 16;
-        }
-        if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)))) {
-            n = putEightNarrow(_mm256_castsi256_si128(v), out);
-            return n + putEightNarrow(_mm256_extracti128_si256(v, 1), out + n);
-        }
-        n = putEight(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), out, bad);
-        n += putEight(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), out + n, bad);
+        // Sixteen-bit text is mostly one alphabet a row, but rows of
+        // different ones follow each other at random: every vector takes
+        // the same way rather than a branch on its widths.
+        n = putEight<false>(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), out, bad);
+        n += putEight<false>(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), out + n, bad);
     } else {
         if (_mm256_testz_si256(v, _mm256_set1_epi32(~0x7F))) {
             const __m256i words = _mm256_packus_epi32(v, v);   // lanes 0-3 and 4-7 in each half
@@ -179,15 +185,43 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putVector(__m
             _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi32(bytes, _mm_srli_si128(bytes, 8)));
             return 8;
         }
-        n = putEight(v, out, bad);
+        n = putEight<true>(v, out, bad);
     }
     return n;
 }
 
+// The first `rest` characters at `text` (fewer than a vector's worth) in a
+// vector with zeros after them, reading none of the bytes past them: whole
+// 32-bit lanes come through a masked load, which reads nothing of the lanes
+// it leaves out, and the characters of a last partial lane one by one.
+// Built in registers, since a vector reloaded from smaller stores waits for
+// them to leave the store buffer, and rows are short enough for that to
+// cost as much as the whole vectors.
+template <typename Char>
+__attribute__((target("avx2"), always_inline)) inline __m256i loadPart(const Char* text, std::int64_t rest) {
+    constexpr std::int64_t kPerLane = 4 / sizeof(Char);
+    const auto lanes = static_cast<int>(rest / kPerLane);
+    const __m256i index = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    __m256i v = _mm256_maskload_epi32(reinterpret_cast<const int*>(text), _mm256_cmpgt_epi32(_mm256_set1_epi32(lanes), index));
+    if constexpr (kPerLane > 1) {
+        if (const std::int64_t extra = rest - lanes * kPerLane; extra > 0) {
+            const Char* p = text + lanes * kPerLane;
+            std::uint32_t last = p[0];
+            if constexpr (kPerLane == 4) {
+                if (extra > 1) last |= static_cast<std::uint32_t>(p[1]) << 8;
+                if (extra > 2) last |= static_cast<std::uint32_t>(p[2]) << 16;
+            }
+            v = _mm256_blendv_epi8(v, _mm256_set1_epi32(static_cast<int>(last)),
+                                   _mm256_cmpeq_epi32(index, _mm256_set1_epi32(lanes)));
+        }
+    }
+    return v;
+}
+
 // Rows are short (most under 64 characters), so the last part vector
-// matters as much as the whole ones: its characters are copied into a
-// zeroed vector (never read past the string's end), each zero comes out as
-// one byte after the real ones and is taken back off the count.
+// matters as much as the whole ones: it is loaded with zeros after the
+// text (loadPart), each zero comes out as one byte after the real ones and
+// is taken back off the count.
 template <typename Char>
 __attribute__((target("avx2"))) std::int64_t writeAvx2(const Char* text, std::int64_t length, unsigned char* out) {
     std::int64_t n = 0, i = 0;
@@ -197,9 +231,7 @@ __attribute__((target("avx2"))) std::int64_t writeAvx2(const Char* text, std::in
         n += putVector<Char>(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i)), out + n, bad);
     }
     if (const std::int64_t rest = length - i; rest > 0) {
-        alignas(32) Char tail[kPerVector] = {};
-        std::memcpy(tail, text + i, static_cast<std::size_t>(rest) * sizeof(Char));
-        n += putVector<Char>(_mm256_load_si256(reinterpret_cast<const __m256i*>(tail)), out + n, bad) - (kPerVector - rest);
+        n += putVector<Char>(loadPart(text + i, rest), out + n, bad) - (kPerVector - rest);
     }
     return !_mm256_testz_si256(bad, bad) ? -1 : n;
 }

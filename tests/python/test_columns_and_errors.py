@@ -142,6 +142,9 @@ def test_batches_give_the_rows_and_counts_of_one_run():
     np.testing.assert_array_equal(whole, np.concatenate(parts))
     assert [(m.character, m.count, m.first_row) for m in counted] == [("Z", counts, 2)]
     assert txscanmd.kscanx(rows, 1)[[70001, -2, -1]].tolist() == ["", "", "zz"]
+    # Which rows are ASCII str is noted for the whole column; later batches read it at their own rows.
+    unique = [f"a{i}" for i in range(70000)] + [f"é{i}" for i in range(70000)]
+    assert txscanmd.kscanx(unique, 1).tolist() == unique
 
 
 @pytest.fixture(params=["vector", "plain"])
