@@ -52,12 +52,14 @@ struct ParsedArguments {
 // any text length (down to minus infinity) are held at -2^62 so that the
 // conversion stays defined; no answer changes, since every such number lies
 // beyond any text. Inline: KSCANX reads its word number here on every row.
-inline bool usableNumber(const contract::ArgumentFrame* frame, std::uint32_t k, std::int64_t* value) {
-    const double* number = k != 0 ? frame->number(static_cast<int>(k)) : nullptr;
+inline bool usableValue(const double* number, std::int64_t* value) {
     if (number == nullptr || contract::topBitsAllOnes(*number) || !(*number <= 2147483647.0)) return false;
     constexpr double kFloor = -4611686018427387904.0;
     *value = static_cast<std::int64_t>(*number < kFloor ? kFloor : *number);
     return true;
+}
+inline bool usableNumber(const contract::ArgumentFrame* frame, std::uint32_t k, std::int64_t* value) {
+    return usableValue(k != 0 ? frame->number(static_cast<int>(k)) : nullptr, value);
 }
 
 // The start position of a source of `sourceChars` characters: the given

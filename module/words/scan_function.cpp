@@ -70,7 +70,7 @@ struct TableWalker {
 template <std::int32_t mode>
 [[gnu::always_inline]] inline bool plainScan(ArgumentFrame* frame, StringValue* result, EncodingHandle* h,
                                              const ArgumentRoles& roles, const StringValue* source,
-                                             std::int32_t* status) {
+                                             const double* number, std::int32_t* status) {
     const bool utf8 = h->encodingId == kEncodingIdUtf8;
     const std::uint8_t* delimiters = kDefaultDelimiterBytes.has;
     std::uint8_t listed[256];
@@ -88,7 +88,7 @@ template <std::int32_t mode>
         return false;
     }
     std::int64_t count = 1;
-    const bool backward = usableNumber(frame, roles.count, &count) && count < 0;
+    const bool backward = usableValue(number, &count) && count < 0;
     const auto* s = reinterpret_cast<const std::uint8_t*>(source->data);
     TableWalker w{s, delimiters, source->length, source->length};
     WordAnswer answer{0.0, backward ? words::nthWordRun<false>(w, -count) : words::nthWordRun<true>(w, count)};
@@ -120,7 +120,8 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
     if (frame->argCount >= 2 && frame->arg(2).value != nullptr && frame->number(2) == nullptr) {
         return kStatusInvalidArgument;
     }
-    if (const double* number = frame->number(2)) {
+    const double* number = frame->number(2);
+    if (number != nullptr) {
         // Whole when no bit of the mantissa lies below the binary point, read
         // from the bits: a round trip through an integer stalled every call.
         // Infinities are whole (the interpreter settles them: +inf as word 1,
@@ -137,7 +138,7 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
     if (bytePath && wide == 0 && h != nullptr && source != nullptr && source->length >= 1 &&
         source->data != nullptr && (h->encodingId == kEncodingIdUtf8 || h->encodingKind == kSingleByteEncoding)) {
         std::int32_t status = kStatusOk;
-        if ((roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, &status)) ||
+        if ((roles.modifiers == 0 && plainScan<mode>(frame, result, h, roles, source, number, &status)) ||
             wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) {
             return status;
         }
