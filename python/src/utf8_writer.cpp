@@ -69,6 +69,21 @@ constexpr Packing makePacking(int laneBytes, Kept kept) {
     return p;
 }
 
+// Each 128-bit half of `word` packed by its case of `packing` (low, high) and
+// the halves stored one after the other: 32 bytes stored; returns the bytes
+// that count.
+__attribute__((target("avx2"), always_inline)) inline std::int64_t storePackedHalves(__m256i word, const Packing& packing,
+                                                                                     std::size_t low, std::size_t high,
+                                                                                     unsigned char* out) {
+    const __m256i shuffle = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.shuffle[low].data())),
+                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.shuffle[high].data())));
+    const __m256i packed = _mm256_shuffle_epi8(word, shuffle);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
+    const std::int64_t first = packing.bytes[low];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + first), _mm256_extracti128_si256(packed, 1));
+    return first + packing.bytes[high];
+}
+
 // Four 32-bit lanes whose widths less one are w0..w3 (index w0 | w1 << 2 |
 // w2 << 4 | w3 << 6).
 constexpr Packing kPacking = makePacking<4>(4, [](int index, int lane) { return ((index >> (2 * lane)) & 3) + 1; });
@@ -112,13 +127,7 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m2
     const auto d = Four ? static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ge10000))) : 0u;
     const std::size_t low = kSpread[a & 15] + kSpread[b & 15] + kSpread[d & 15];
     const std::size_t high = kSpread[a >> 4] + kSpread[b >> 4] + kSpread[d >> 4];
-    const __m256i shuffle = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kPacking.shuffle[low].data())),
-                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(kPacking.shuffle[high].data())));
-    const __m256i packed = _mm256_shuffle_epi8(word, shuffle);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
-    const std::int64_t first = kPacking.bytes[low];
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + first), _mm256_extracti128_si256(packed, 1));
-    return first + kPacking.bytes[high];
+    return storePackedHalves(word, kPacking, low, high, out);
 }
 
 // Eight 16-bit lanes (bit k of the index set when lane k is ASCII): a
@@ -150,13 +159,7 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putSixteenNar
     const __m256i word = _mm256_blendv_epi8(_mm256_or_si256(lead, tail), c, ascii);
     const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(ascii, ascii)));
     const std::size_t low = mask & 0xFF, high = (mask >> 16) & 0xFF;
-    const __m256i shuffle = _mm256_setr_m128i(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[low].data())),
-                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[high].data())));
-    const __m256i packed = _mm256_shuffle_epi8(word, shuffle);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
-    const std::int64_t first = kNarrowPacking.bytes[low];
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + first), _mm256_extracti128_si256(packed, 1));
-    return first + kNarrowPacking.bytes[high];
+    return storePackedHalves(word, kNarrowPacking, low, high, out);
 }
 
 // One vector of source as UTF-8 at `out`; returns the bytes written, a
