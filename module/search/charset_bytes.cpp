@@ -1,8 +1,9 @@
 // The byte paths of KFINDC and KCOUNTC (charSetOnBytes): the
 // character list and the class letters become a 256-entry CharSet, kept per
 // call site under modifier O, and the source is scanned against it. A list of
-// a few bytes with no class letters, negation or caching is scanned for its
-// bytes directly, with no set to build.
+// a few bytes with no class letters, or the class D alone, without caching
+// or a negated search, is scanned for its bytes directly, with no set to
+// build.
 #include "module/charset/cached_set.h"
 #include "module/charset/char_set.h"
 #include "module/charset/letter_table.h"
@@ -175,11 +176,12 @@ std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result) {
     const bool caching = flags.has(kModO) && siteMayCache(frame);
     const bool caseless = flags.has(kModI);
 
-    // Sets of a few list bytes and no class: a search for the first
-    // non-member cannot use them, a count takes the rest.
-    if (modifiers.classLetters == 0 && !caching && (!finding || !negated)) {
+    // Sets of a few list bytes and no class, or of the digits alone: a search
+    // for the first non-member cannot use them, a count takes the rest.
+    const bool digitsAlone = modifiers.classLetters == kClassLetterD && list.length == 0;
+    if ((modifiers.classLetters == 0 || digitsAlone) && !caching && (!finding || !negated)) {
         const std::int64_t length = region.length;
-        if (list.length == 0) {
+        if (list.length == 0 && !digitsAlone) {
             *result = negated ? static_cast<double>(length) : 0.0;
             return kStatusOk;
         }
@@ -194,8 +196,8 @@ std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result) {
             *result = static_cast<double>(negated ? length - equal : equal);
             return kStatusOk;
         }
-        FewBytes few;
-        if (fewListBytes(list, caseless, &few)) {
+        FewBytes few = kDigitBytes;
+        if (digitsAlone || fewListBytes(list, caseless, &few)) {
             if constexpr (finding) {
                 *result = searchRegion(region, few);
             } else {

@@ -3,7 +3,8 @@
 // time where AVX2 is), the ragged end as one more window overlapping bytes
 // already seen; byte by byte elsewhere and below 16 bytes. Each scan is
 // compiled once per number of values, so a list of two bytes costs two
-// compares a window.
+// compares a window. The digits take one subtraction and one unsigned
+// compare a window.
 #include "module/search/few_bytes.h"
 
 #include "module/charset/byte_vectors.h"
@@ -14,8 +15,11 @@ namespace {
 
 constexpr std::int64_t kWindow = 16;
 
+constexpr std::uint8_t kDigitSpan = 10;
+
 template <int K>
 bool isOneOf(std::uint8_t b, const FewBytes& few) {
+    if constexpr (K == 0) return static_cast<std::uint8_t>(b - '0') < kDigitSpan;
     bool hit = b == few.value(0);
     for (int k = 1; k < K; ++k) hit |= b == few.value(k);
     return hit;
@@ -23,15 +27,21 @@ bool isOneOf(std::uint8_t b, const FewBytes& few) {
 
 #if defined(__x86_64__)
 
+// K == 0: v[0] is '0' and v[1] the largest digit offset, 9.
 template <int K>
 struct Needles {
-    __m128i v[K];
+    __m128i v[K > 0 ? K : 2];
     explicit Needles(const FewBytes& few) {
+        if constexpr (K == 0) v[0] = _mm_set1_epi8('0'), v[1] = _mm_set1_epi8(kDigitSpan - 1);
         for (int k = 0; k < K; ++k) v[k] = _mm_set1_epi8(static_cast<char>(few.value(k)));
     }
     // Bit j set when byte j of the window at p is one of the values.
     std::uint32_t hitsAt(const std::uint8_t* p) const {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        if constexpr (K == 0) {
+            const __m128i offset = _mm_sub_epi8(bytes, v[0]);
+            return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(offset, v[1]), offset)));
+        }
         __m128i hits = _mm_cmpeq_epi8(bytes, v[0]);
         for (int k = 1; k < K; ++k) hits = _mm_or_si128(hits, _mm_cmpeq_epi8(bytes, v[k]));
         return static_cast<std::uint32_t>(_mm_movemask_epi8(hits));
@@ -40,12 +50,18 @@ struct Needles {
 
 template <int K>
 struct WideNeedles {
-    __m256i v[K];
+    __m256i v[K > 0 ? K : 2];
     __attribute__((target("avx2"))) explicit WideNeedles(const FewBytes& few) {
+        if constexpr (K == 0) v[0] = _mm256_set1_epi8('0'), v[1] = _mm256_set1_epi8(kDigitSpan - 1);
         for (int k = 0; k < K; ++k) v[k] = _mm256_set1_epi8(static_cast<char>(few.value(k)));
     }
     __attribute__((target("avx2"))) std::uint32_t hitsAt(const std::uint8_t* p) const {
         const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+        if constexpr (K == 0) {
+            const __m256i offset = _mm256_sub_epi8(bytes, v[0]);
+            return static_cast<std::uint32_t>(
+                _mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_min_epu8(offset, v[1]), offset)));
+        }
         __m256i hits = _mm256_cmpeq_epi8(bytes, v[0]);
         for (int k = 1; k < K; ++k) hits = _mm256_or_si256(hits, _mm256_cmpeq_epi8(bytes, v[k]));
         return static_cast<std::uint32_t>(_mm256_movemask_epi8(hits));
@@ -142,10 +158,11 @@ std::int64_t count(const std::uint8_t* data, std::int64_t length, const FewBytes
 
 using Scan = std::int64_t (*)(const std::uint8_t*, std::int64_t, const FewBytes&);
 
-// The scan compiled for few.count values.
-template <Scan One, Scan Two, Scan Three, Scan Four>
+// The scan compiled for few.count values (0: the digits).
+template <Scan Digits, Scan One, Scan Two, Scan Three, Scan Four>
 std::int64_t byCount(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
     switch (few.count) {
+        case 0: return Digits(data, length, few);
         case 1: return One(data, length, few);
         case 2: return Two(data, length, few);
         case 3: return Three(data, length, few);
@@ -156,15 +173,15 @@ std::int64_t byCount(const std::uint8_t* data, std::int64_t length, const FewByt
 }  // namespace
 
 std::int64_t firstOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
-    return byCount<first<1>, first<2>, first<3>, first<4>>(data, length, few);
+    return byCount<first<0>, first<1>, first<2>, first<3>, first<4>>(data, length, few);
 }
 
 std::int64_t lastOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
-    return byCount<last<1>, last<2>, last<3>, last<4>>(data, length, few);
+    return byCount<last<0>, last<1>, last<2>, last<3>, last<4>>(data, length, few);
 }
 
 std::int64_t countOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
-    return byCount<count<1>, count<2>, count<3>, count<4>>(data, length, few);
+    return byCount<count<0>, count<1>, count<2>, count<3>, count<4>>(data, length, few);
 }
 
 }  // namespace txscan

@@ -1,6 +1,7 @@
-// Scans for any of a few byte values: the short character lists KFINDC and
-// KCOUNTC are mostly given, where building a 256-entry set costs more than
-// the scan of a row. The answers are those of a scan against the same set.
+// Scans for any of a few byte values, or for the ten digits: the short
+// character lists and the lone class D that KFINDC and KCOUNTC are mostly
+// given, where building a 256-entry set costs more than the scan of a row.
+// The answers are those of a scan against the same set.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +12,15 @@ inline constexpr int kFewBytesMaximum = 4;
 
 // Value k in bits 8k to 8k+7: the scans take them from one word, never from
 // bytes stored one by one (a word load of those stalls until they are written).
+// A count of 0 stands for the digits '0' to '9' instead (one range compare).
 struct FewBytes {
     std::uint32_t values;
-    int count;   // 1 to kFewBytesMaximum (repeats allowed)
+    int count;   // 1 to kFewBytesMaximum (repeats allowed), or 0: the digits
 
     std::uint8_t value(int k) const { return static_cast<std::uint8_t>(values >> (8 * k)); }
 };
+
+inline constexpr FewBytes kDigitBytes{0, 0};
 
 // The bytes of list[0..length), each as its upper and its lower form (both,
 // as a caseless set holds them) when the maps are given. False when the list

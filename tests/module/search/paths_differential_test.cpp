@@ -8,7 +8,7 @@
 // values on the byte path), starts between the length and the length plus
 // one (the byte path compares before truncating), and the extra symbols of P.
 // Long sources with sparse members reach the vector windows of the byte
-// paths' few-byte lists.
+// paths' few-byte lists and of their digit scan.
 #include "module/frame/workers.h"
 #include "tests/support/generated_calls.h"
 
@@ -30,6 +30,9 @@ const Alphabets kPlain{"UTF-8", {"a", "a", "b", "b", "A", "B", " ", " ", ",", ".
                        {" ", ",", ";", ".", "a", "b", "'"}};
 const Alphabets kSparse{"UTF-8", weighted({"a", "b", "A", "B"}, {"x", "y", "z", " ", "."}, 25), {"a", "b", "A", "B"},
                         true, 150, 4};
+// Digits among their neighbours '/' and ':', for the lone class D.
+const Alphabets kSparseDigits{"UTF-8", weighted({"0", "5", "9"}, {"x", "/", ":", " ", "."}, 25), {"x", "7"}, true,
+                              150, 1};
 
 const Function kFunctions[] = {
     {"KFIND", {"sp", "spm", "sp1", "sp1m", "spm1"}, "IT ", txscan::substringOnBytes<kFirst>,
@@ -40,6 +43,9 @@ const Function kFunctions[] = {
     {"KCOUNTC", {"spm"}, "ACDFGHLNPSUWXIKVOTB", txscan::charSetOnBytes<kCount>, txscan::charSetMultiByte<kCount>, kPlain},
     {"KFINDC", {"sl", "slm", "sl1"}, "IB ", txscan::charSetOnBytes<kFirst>, txscan::charSetMultiByte<kFirst>, kSparse},
     {"KCOUNTC", {"slm"}, "IV ", txscan::charSetOnBytes<kCount>, txscan::charSetMultiByte<kCount>, kSparse},
+    {"KFINDC", {"slm", "sl1m"}, "DDB ", txscan::charSetOnBytes<kFirst>, txscan::charSetMultiByte<kFirst>,
+     kSparseDigits},
+    {"KCOUNTC", {"slm"}, "DDV ", txscan::charSetOnBytes<kCount>, txscan::charSetMultiByte<kCount>, kSparseDigits},
 };
 
 bool documentedDifference(const Function& f, const Call& args) {
