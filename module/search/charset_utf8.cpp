@@ -36,30 +36,39 @@ struct Walk {
 
 #if defined(__x86_64__)
 
-// The walk 32 bytes at a time while whole blocks fit before the end: the
-// bytes whose entry is not 0 stop it (continuation bytes never do), and
-// wide characters cost less picked out of a block than walked byte by byte,
-// however many there are. Positions are counted from lead bytes and ASCII,
-// the bytes above -65 taken as signed; true at the first member. A count
-// gains nothing here: its byte walk has no step to take from character to
-// character, and blocks full of members stopped it more than they saved.
+// The nibble table costs about as much as looking at 48 bytes one by one.
+constexpr std::int64_t kBlockWalkMinimum = 48;
+
+// The walk 32 bytes at a time: the bytes whose entry is not 0 stop it
+// (continuation bytes never do), and wide characters cost less picked out
+// of a block than walked byte by byte, however many there are. Positions are
+// counted from lead bytes and ASCII, the bytes above -65 taken as signed. The
+// ragged end is the text's last 32 bytes, with the lanes already walked
+// masked off. True at the first member. A count gains nothing here: its byte
+// walk has no step to take from character to character, and blocks full of
+// members stopped it more than they saved.
 __attribute__((target("avx2,popcnt"))) bool blocksAvx2(CharDecision& d, Walk& w) {
     const NibbleSet stops = nibbleSetOf(d.built);
-    for (; w.off + 32 <= w.end; w.off += 32) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(w.source + w.off));
-        const auto leads = static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
-        for (std::uint32_t hits = membersOf(v, stops); hits != 0; hits &= hits - 1) {
+    while (w.off < w.end) {
+        std::int64_t at = w.off;
+        std::uint32_t lanes = ~0u;
+        if (at + 32 > w.end) {
+            at = w.end - 32;
+            lanes <<= w.off - at;
+        }
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(w.source + at));
+        const auto leads = lanes & static_cast<std::uint32_t>(
+                                       _mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(-65))));
+        for (std::uint32_t hits = lanes & membersOf(v, stops); hits != 0; hits &= hits - 1) {
             const int i = __builtin_ctz(hits);
-            if (memberAt(d, w.source, w.off + i)) {
+            if (memberAt(d, w.source, at + i)) {
                 w.position += __builtin_popcount(leads & ((1u << i) - 1));
                 return true;
             }
         }
         w.position += __builtin_popcount(leads);
+        w.off = at + 32;
     }
-    // The rest of a character that straddles the last edge was counted with
-    // its lead byte.
-    while (w.off < w.end && (w.source[w.off] & 0xC0) == 0x80) ++w.off;
     return false;
 }
 
@@ -127,11 +136,11 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
     }
     Walk w{source, end, off0, p0 + 1};
 #if defined(__x86_64__)
-    // The nibble table costs about as much as looking at 48 bytes one by one;
-    // blocks would stop too often where ASCII entries are decided as they
-    // appear or the set is negated (most characters are members).
-    if (end - off0 >= 64 && !d.lazy && !d.negated() && haveAvx2() && blocksAvx2(d, w)) {
-        *result = static_cast<double>(w.position);
+    // Blocks need a text of 32 bytes at least; they would stop too often where
+    // ASCII entries are decided as they appear or the set is negated (most
+    // characters are members).
+    if (end - off0 >= kBlockWalkMinimum && end >= 32 && !d.lazy && !d.negated() && haveAvx2()) {
+        if (blocksAvx2(d, w)) *result = static_cast<double>(w.position);
         return true;
     }
 #endif
