@@ -13,9 +13,9 @@ namespace txscan {
 
 namespace {
 
-constexpr std::int64_t kWindow = 16;
+constexpr std::int64_t kWindow = kFewBytesWindow;
 
-constexpr std::uint8_t kDigitSpan = 10;
+constexpr std::uint8_t kDigitSpan = FewBytes::kDigitSpan;
 
 template <int K>
 bool isOneOf(std::uint8_t b, const FewBytes& few) {
@@ -180,7 +180,7 @@ std::int64_t lastOfFew(const std::uint8_t* data, std::int64_t length, const FewB
     return byCount<last<0>, last<1>, last<2>, last<3>, last<4>>(data, length, few);
 }
 
-std::int64_t countOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
+std::int64_t countOfFewLong(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
     return byCount<count<0>, count<1>, count<2>, count<3>, count<4>>(data, length, few);
 }
 

@@ -10,6 +10,9 @@ namespace txscan {
 
 inline constexpr int kFewBytesMaximum = 4;
 
+// Bytes a vector window of the scans holds.
+inline constexpr std::int64_t kFewBytesWindow = 16;
+
 // Value k in bits 8k to 8k+7: the scans take them from one word, never from
 // bytes stored one by one (a word load of those stalls until they are written).
 // A count of 0 stands for the digits '0' to '9' instead (one range compare).
@@ -17,7 +20,15 @@ struct FewBytes {
     std::uint32_t values;
     int count;   // 1 to kFewBytesMaximum (repeats allowed), or 0: the digits
 
+    static constexpr std::uint8_t kDigitSpan = 10;
+
     std::uint8_t value(int k) const { return static_cast<std::uint8_t>(values >> (8 * k)); }
+    bool holds(std::uint8_t b) const {
+        if (count == 0) return static_cast<std::uint8_t>(b - '0') < kDigitSpan;
+        bool hit = false;
+        for (int k = 0; k < count; ++k) hit |= b == value(k);
+        return hit;
+    }
 };
 
 inline constexpr FewBytes kDigitBytes{0, 0};
@@ -46,6 +57,14 @@ inline bool fewBytesOf(const char* list, std::int64_t length, const std::uint8_t
 // of the values, -1 when there is none; and how many there are.
 std::int64_t firstOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few);
 std::int64_t lastOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few);
-std::int64_t countOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few);
+std::int64_t countOfFewLong(const std::uint8_t* data, std::int64_t length, const FewBytes& few);
+
+// Inline below one vector window: the commonest counts are of short rows.
+inline std::int64_t countOfFew(const std::uint8_t* data, std::int64_t length, const FewBytes& few) {
+    if (length >= kFewBytesWindow) return countOfFewLong(data, length, few);
+    std::int64_t n = 0;
+    for (std::int64_t i = 0; i < length; ++i) n += few.holds(data[i]);
+    return n;
+}
 
 }  // namespace txscan
