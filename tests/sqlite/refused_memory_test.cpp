@@ -224,6 +224,7 @@ void expectRowsOrCleanError(const Outcome& o, const Outcome& expected, bool refu
 }
 
 TEST(RefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
+    ASSERT_TRUE(gSqliteHeapInstalled);
     for (const Allocator& allocator : kAllocators) {
         SCOPED_TRACE(allocator.name);
         Connection c;
