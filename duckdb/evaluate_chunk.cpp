@@ -19,6 +19,7 @@ DUCKDB_EXTENSION_EXTERN
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -63,11 +64,14 @@ struct ThreadPrograms {
 ThreadPrograms& threadPrograms(txhost::Module& module) {
     thread_local ThreadPrograms t;
     if (!t.engine) {
-        t.engine = std::make_unique<txengine::Engine>(module.session(), module, txengine::EngineOptions{.threads = 1});
+        auto engine = std::make_unique<txengine::Engine>(module.session(), module, txengine::EngineOptions{.threads = 1});
         // The word functions build the context's environment on first need;
-        // here, one thread at a time.
+        // here, one thread at a time. Without memory for it the thread has
+        // no engine yet, so the next chunk tries again under the lock.
         std::lock_guard<std::mutex> lock(oneTaskAtATime());
-        t.engine->prepare({.function = "KCOUNTW"}).run({txengine::Input::constant("a")}, 1);
+        const txengine::Result r = engine->prepare({.function = "KCOUNTW"}).run({txengine::Input::constant("a")}, 1);
+        if (r.status.at(0) != contract::kStatusOk) throw std::bad_alloc();
+        t.engine = std::move(engine);
     }
     return t;
 }
@@ -352,11 +356,17 @@ void evaluate(duckdb_function_info info, const Overload& o, duckdb_data_chunk in
 
 void evaluateChunk(duckdb_function_info info, duckdb_data_chunk input, duckdb_vector output) {
     const auto& o = *static_cast<const Overload*>(duckdb_scalar_function_get_extra_info(info));
+    // Words that need no memory of their own, as what failed may be memory.
+    char message[160];
     try {
         evaluate(info, o, input, output);
+        return;
+    } catch (const std::bad_alloc&) {
+        std::snprintf(message, sizeof message, "%s: out of memory", o.function->sqlName);
     } catch (const std::exception& e) {
-        duckdb_scalar_function_set_error(info, (std::string(o.function->sqlName) + ": " + e.what()).c_str());
+        std::snprintf(message, sizeof message, "%s: %s", o.function->sqlName, e.what());
     }
+    duckdb_scalar_function_set_error(info, message);
 }
 
 std::vector<MessageTotal> messageTotals() {

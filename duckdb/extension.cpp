@@ -29,7 +29,9 @@ using txhost::kSqlFunctions;
 const std::deque<Overload>& overloads(txhost::Module& module) {
     static std::deque<Overload> all;
     static std::once_flag once;
+    // Made whole before it is kept: call_once runs again after a throw.
     std::call_once(once, [&module] {
+        std::deque<Overload> made;
         for (const SqlFunction& function : kSqlFunctions) {
             const txhost::Binding binding(module, function.moduleName, function.callRoutine);
             const txhost::FunctionInfo& info = binding.function();
@@ -49,10 +51,11 @@ const std::deque<Overload>& overloads(txhost::Module& module) {
                     signatures.swap(longer);
                 }
                 for (auto& numeric : signatures) {
-                    all.push_back(Overload{&function, &info, &module, static_cast<int>(all.size()), std::move(numeric)});
+                    made.push_back(Overload{&function, &info, &module, static_cast<int>(made.size()), std::move(numeric)});
                 }
             }
         }
+        all.swap(made);
     });
     return all;
 }
@@ -123,6 +126,8 @@ extern "C" __attribute__((visibility("default"))) bool txscan_init_c_api(duckdb_
     std::string error;
     try {
         txduckdb::registerFunctions(connection, error);
+    } catch (const std::bad_alloc&) {
+        error = "out of memory";   // a later LOAD tries again
     } catch (const std::exception& e) {
         error = e.what();
     }

@@ -68,7 +68,7 @@ constexpr StatusWord kStatusWords[] = {
     {contract::kStatusOk, "ok"},
     {contract::kStatusMissingStart, "missing start"},
     {contract::kStatusInvalidArgument, "invalid argument"},
-    {contract::kStatusNoMemory, "no memory"},
+    {contract::kStatusNoMemory, "out of memory"},
 };
 
 }  // namespace

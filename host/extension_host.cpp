@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 
 namespace txhost {
@@ -29,17 +30,20 @@ SharedHost* sharedHost(std::string& error) {
     // Never destroyed: connections may outlive static destruction at exit.
     static SharedHost* host = nullptr;
     static std::string loadError;
-    static std::once_flag once;
-    std::call_once(once, [] {
-        const std::string path = moduleBesideThisLibrary();
+    static std::mutex once;
+    // Asked once per connection, never per row, so a lock costs nothing.
+    std::lock_guard<std::mutex> lock(once);
+    if (host == nullptr && loadError.empty()) {
         try {
             auto session = std::make_unique<Session>(SessionOptions{});
-            auto module = Module::load(*session, path);
+            auto module = Module::load(*session, moduleBesideThisLibrary());
             host = new SharedHost{session.release(), module.release()};
+        } catch (const std::bad_alloc&) {
+            throw;   // not kept: the next connection tries again
         } catch (const std::exception& e) {
             loadError = e.what();
         }
-    });
+    }
     if (host == nullptr) error = loadError;
     return host;
 }

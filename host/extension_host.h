@@ -21,7 +21,8 @@ struct SharedHost {
 };
 
 // The process's host, made on first use and kept until the process ends,
-// or null with `error` saying why the module did not load.
+// or null with `error` saying why the module did not load. Throws
+// std::bad_alloc when memory ran out on the way; a later call tries again.
 SharedHost* sharedHost(std::string& error);
 
 }  // namespace txhost

@@ -12,6 +12,7 @@ SQLITE_EXTENSION_INIT3
 #include <cstdlib>
 #include <string>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include "host/binder.h"
@@ -51,13 +52,14 @@ std::string describeValue(sqlite3_value* value) {
     switch (sqlite3_value_type(value)) {
     case SQLITE_NULL: return "NULL";
     case SQLITE_BLOB: return "";
-    case SQLITE_INTEGER:
-    case SQLITE_FLOAT: return reinterpret_cast<const char*>(sqlite3_value_text(value));
     default: break;
     }
+    // SQLite gives no text when it has no memory to make one.
+    const auto* data = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    if (data == nullptr) return "";
+    if (sqlite3_value_type(value) != SQLITE_TEXT) return data;
     constexpr std::size_t kShown = 60;
-    std::string text(reinterpret_cast<const char*>(sqlite3_value_text(value)),
-                     static_cast<std::size_t>(sqlite3_value_bytes(value)));
+    std::string text(data, static_cast<std::size_t>(sqlite3_value_bytes(value)));
     if (text.size() > kShown) {
         std::size_t cut = kShown;
         while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
@@ -83,7 +85,7 @@ bool parseNumber(sqlite3_value* value, double& number) {
     return *end == '\0';
 }
 
-enum class Bound { Refused, Text, Other };
+enum class Bound { Refused, NoMemory, Text, Other };
 
 // Binds SQLite's value as input k, saying whether it went as a text; a
 // refused value leaves a reason.
@@ -92,6 +94,7 @@ inline Bound bindValue(sqlite3_value* value, const txhost::Binding& binding, int
     switch (sqlite3_value_type(value)) {
     case SQLITE_TEXT:
         if (binding.takesText(k)) break;
+        if (sqlite3_value_text(value) == nullptr) return Bound::NoMemory;
         if (double number = 0; parseNumber(value, number)) {
             call.number(k, number);
             return Bound::Other;
@@ -115,8 +118,10 @@ inline Bound bindValue(sqlite3_value* value, const txhost::Binding& binding, int
         reason = "is a blob; text or a number is expected";   // its bytes need not be text at all
         return Bound::Refused;
     }
-    // The text first, then its length: asking for the text may convert it.
+    // The text first, then its length: asking for the text may convert it,
+    // which takes memory.
     const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    if (text == nullptr) return Bound::NoMemory;
     call.text(k, text, sqlite3_value_bytes(value));
     return Bound::Text;
 }
@@ -144,7 +149,7 @@ void settleSiteKind(SqlCallSite& site, sqlite3_context* context, const Registrat
         // text stays, so the site binds its own copy.
         const char* reason = nullptr;
         const Bound bound = bindValue(argv[k - 1], r.binding, k, site.call, reason);
-        if (bound == Bound::Refused) continue;   // refused again on each row, with the message
+        if (bound == Bound::Refused || bound == Bound::NoMemory) continue;   // bound again on each row
         if (bound == Bound::Text) {
             const contract::StringValue& text = *site.call.frame().string(r.binding.position(k));
             std::string& copy = site.constantTexts[k - 1];
@@ -187,14 +192,32 @@ void reportStatus(sqlite3_context* context, const Registration& r, std::int32_t 
         message += " in argument " + std::to_string(k) + shownValue(argv[k - 1]);
     }
     sqlite3_result_error(context, message.c_str(), -1);
+    // SQLite's own code for it, so that a program tells it from bad input.
+    if (status == contract::kStatusNoMemory) sqlite3_result_error_code(context, SQLITE_NOMEM);
 }
 
-// Notes and errors of a call go to SQLite's log as they happen.
-void logMessage(void* registration, const txhost::MessageEvent& e) {
+// The row fails as SQLite's own calls do when memory runs out, in words
+// that say which function it was.
+void noMemory(sqlite3_context* context, const Registration& r) noexcept {
+    char message[96];
+    std::snprintf(message, sizeof message, "%s: out of memory", r.function->sqlName);
+    sqlite3_result_error(context, message, -1);
+    sqlite3_result_error_code(context, SQLITE_NOMEM);
+}
+
+// Notes and errors of a call go to SQLite's log as they happen; without
+// the memory for its text, a message goes without it. Nothing may leave
+// here: the module, which called, passes on no exception.
+void logMessage(void* registration, const txhost::MessageEvent& e) noexcept {
     const auto& r = *static_cast<const Registration*>(registration);
     const bool note = e.source == txhost::Message::Source::Note;
-    sqlite3_log(note ? SQLITE_NOTICE : SQLITE_WARNING, "%s: %s %d: %s", r.function->sqlName, note ? "note" : "error",
-                e.code, txhost::messageText(e).c_str());
+    const int level = note ? SQLITE_NOTICE : SQLITE_WARNING;
+    const char* kind = note ? "note" : "error";
+    try {
+        sqlite3_log(level, "%s: %s %d: %s", r.function->sqlName, kind, e.code, txhost::messageText(e).c_str());
+    } catch (const std::bad_alloc&) {
+        sqlite3_log(level, "%s: %s %d", r.function->sqlName, kind, e.code);
+    }
 }
 
 void argumentError(sqlite3_context* context, const Registration& r, int k, sqlite3_value* value,
@@ -204,25 +227,18 @@ void argumentError(sqlite3_context* context, const Registration& r, int k, sqlit
     sqlite3_result_error(context, message.c_str(), -1);
 }
 
-}  // namespace
-
-void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
-    Registration& r = *static_cast<Registration*>(sqlite3_user_data(context));
+// One row; may throw std::bad_alloc (see evaluateRow).
+void evaluate(sqlite3_context* context, Registration& r, int argc, sqlite3_value** argv) {
     SqlCallSite* site = siteOfThisCall(context, argc);
     const bool newSite = site == nullptr &&
                          (r.shortLivedSites < kShortLivedLimit || ++r.spareCalls % kRetryAfter == 0);
-    try {
-        if (newSite) {
-            site = new SqlCallSite(r);
-        } else if (site == nullptr) {
-            if (!r.spare) r.spare = std::make_unique<SqlCallSite>(r);
-            site = r.spare.get();
-        } else if (!site->kindSettled) {
-            settleSiteKind(*site, context, r, argc, argv);
-        }
-    } catch (const std::exception& e) {
-        sqlite3_result_error(context, (std::string(r.function->sqlName) + ": " + e.what()).c_str(), -1);
-        return;
+    if (newSite) {
+        site = new SqlCallSite(r);
+    } else if (site == nullptr) {
+        if (!r.spare) r.spare = std::make_unique<SqlCallSite>(r);
+        site = r.spare.get();
+    } else if (!site->kindSettled) {
+        settleSiteKind(*site, context, r, argc, argv);
     }
     ++site->rows;
     // Every argument holds a new site, so it lives while any constant one
@@ -248,7 +264,12 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
     for (int k = 1; k <= argc; ++k) {
         if ((site->boundOnce & (1u << k)) != 0) continue;
         const char* reason = nullptr;
-        if (bindValue(argv[k - 1], r.binding, k, call, reason) == Bound::Refused) {
+        const Bound bound = bindValue(argv[k - 1], r.binding, k, call, reason);
+        if (bound == Bound::NoMemory) {
+            noMemory(context, r);
+            return;
+        }
+        if (bound == Bound::Refused) {
             argumentError(context, r, k, argv[k - 1], reason);
             return;
         }
@@ -259,8 +280,9 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
         // result is never cut (an absent text gives one blank).
         const std::int64_t needed = std::max<std::int64_t>(sqlite3_value_bytes(argv[0]), 1);
         if (needed > site->resultCapacity) {
-            site->resultCapacity = std::max(needed, 2 * site->resultCapacity);
-            site->result.reset(new char[static_cast<std::size_t>(site->resultCapacity)]);
+            const std::int64_t capacity = std::max(needed, 2 * site->resultCapacity);
+            site->result.reset(new char[static_cast<std::size_t>(capacity)]);
+            site->resultCapacity = capacity;
             call.useTextResult(site->result.get(), site->resultCapacity);
         }
     }
@@ -283,6 +305,21 @@ void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
                               SQLITE_UTF8);
     } else {
         sqlite3_result_null(context);
+    }
+}
+
+}  // namespace
+
+// SQLite passes on no exception, so none leaves here; what a row had made
+// of its site before it failed stays usable by the next row.
+void evaluateRow(sqlite3_context* context, int argc, sqlite3_value** argv) {
+    Registration& r = *static_cast<Registration*>(sqlite3_user_data(context));
+    try {
+        evaluate(context, r, argc, argv);
+    } catch (const std::bad_alloc&) {
+        noMemory(context, r);
+    } catch (const std::exception& e) {
+        sqlite3_result_error(context, e.what(), -1);
     }
 }
 

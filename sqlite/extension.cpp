@@ -6,6 +6,8 @@ SQLITE_EXTENSION_INIT1
 #include <array>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include "host/extension_host.h"
@@ -20,13 +22,15 @@ using txhost::kSqlFunctions;
 // The host's random-number services serve one task at a time, and a call
 // context builds its function environment (which makes a random stream) on
 // its first word count; so each connection's is built here, one at a time,
-// before any of its calls can run.
-void buildFunctionEnvironment(txhost::Module& module, txscan::contract::CallContext* context) {
+// before any of its calls can run. False when memory for it was refused:
+// a connection without it would build it on its first word count, at the
+// same time as others.
+bool buildFunctionEnvironment(txhost::Module& module, txscan::contract::CallContext* context) {
     static std::mutex oneAtATime;
     std::lock_guard<std::mutex> lock(oneAtATime);
     txhost::CallSite site(module, module.functionIndex("KCOUNTW"));
     site.useCallContext(context);
-    site.call({std::string("a")});
+    return site.call({std::string("a")}).status == txscan::contract::kStatusOk;
 }
 
 void destroyRegistration(void* registration) { delete static_cast<Registration*>(registration); }
@@ -35,20 +39,18 @@ void destroyRegistration(void* registration) { delete static_cast<Registration*>
 // touched, so SQLite may use them in indexes, views and triggers.
 constexpr int kFunctionFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
 
-int registerFunctions(sqlite3* db, char** errorMessage) {
-    std::string error;
-    txhost::SharedHost* host = txhost::sharedHost(error);
-    if (host == nullptr) {
-        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", error.c_str());
-        return SQLITE_ERROR;
+int registerFunctions(txhost::SharedHost* host, sqlite3* db, char** errorMessage) {
+    std::shared_ptr<ConnectionTask> task;
+    {
+        txscan::contract::CallContext* context = host->session->newCallContext();
+        try {
+            task = std::make_shared<ConnectionTask>(*host->module, context);
+        } catch (...) {
+            host->session->releaseCallContext(context);
+            throw;
+        }
     }
-    auto task = std::make_shared<ConnectionTask>(*host->module, host->session->newCallContext());
-    try {
-        buildFunctionEnvironment(*host->module, task->callContext);
-    } catch (const std::exception& e) {
-        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", e.what());
-        return SQLITE_ERROR;
-    }
+    if (!buildFunctionEnvironment(*host->module, task->callContext)) throw std::bad_alloc();
     for (const SqlFunction& function : kSqlFunctions) {
         const txhost::Binding binding(*host->module, function.moduleName, function.callRoutine);
         // One registration per argument count: SQLite itself refuses the
@@ -67,6 +69,25 @@ int registerFunctions(sqlite3* db, char** errorMessage) {
         }
     }
     return SQLITE_OK;
+}
+
+// SQLite passes on no exception: memory refused on the way is its own
+// error, and registrations made before stay until the next load replaces
+// them or the connection closes.
+int registerFunctions(sqlite3* db, char** errorMessage) {
+    std::string error;
+    try {
+        txhost::SharedHost* host = txhost::sharedHost(error);
+        if (host != nullptr) return registerFunctions(host, db, errorMessage);
+    } catch (const std::bad_alloc&) {
+        *errorMessage = sqlite3_mprintf("txscan_sqlite: out of memory");
+        return SQLITE_NOMEM;
+    } catch (const std::exception& e) {
+        *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", e.what());
+        return SQLITE_ERROR;
+    }
+    *errorMessage = sqlite3_mprintf("txscan_sqlite: %s", error.c_str());
+    return SQLITE_ERROR;
 }
 
 }  // namespace
