@@ -12,6 +12,7 @@
 #include <string>
 
 #include "engine/engine_impl.h"
+#include "engine/prefetch.h"
 #include "host/binder.h"
 #include "module/abi/function_table.h"
 
@@ -177,14 +178,19 @@ inline void bindRow(txhost::BoundFrame& call, const RunPlan& plan, std::int64_t 
 }
 
 // Views point wherever their owner keeps the text (a Python str, a DuckDB
-// string): ask for a later row's first bytes while this row is evaluated,
-// as offsets and bytes get from the hardware's own prefetch.
+// string): ask for a later row's bytes while this row is evaluated, as
+// offsets and bytes get from the hardware's own prefetch. Every line of the
+// row, not only its first: the module reads a long row's last bytes before
+// the rest, and a row that starts where the previous one did not end gives
+// the hardware no stream to follow. Past kViewPrefetchBytes the hardware
+// has a stream within the row.
 constexpr std::int64_t kViewsAhead = 4;
+constexpr std::int64_t kViewPrefetchBytes = 4096;
 
 inline void prefetchViews(const RunPlan& plan, std::int64_t row) {
     for (int v = 0; v < plan.varyingCount; ++v) {
         const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(plan.varying[static_cast<std::size_t>(v)] - 1)];
-        if (a.kind == Input::Kind::TextViews) __builtin_prefetch(a.views[row].data);
+        if (a.kind == Input::Kind::TextViews) prefetchLines(a.views[row].data, a.views[row].length, kViewPrefetchBytes);
     }
 }
 

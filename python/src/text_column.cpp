@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 
+#include "engine/prefetch.h"
 #include "module/abi/argument_frame.h"
 #include "python/src/utf8_writer.h"
 
@@ -146,14 +147,15 @@ inline void prefetchHeader(PyObject* item) {
 
 // A compact str keeps its characters right after its header, which is
 // longer than a cache line for any but ASCII: a row's characters mostly lie
-// on lines the header's prefetch does not bring.
-inline void prefetchText(PyObject* item) {
+// on lines the header's prefetch does not bring. Only rows the pass
+// transcodes are read here; text read in place waits for the engine,
+// which asks for it itself.
+inline void prefetchText(PyObject* item, const Codec& codec) {
     if (!PyUnicode_Check(item) || !PyUnicode_IS_COMPACT(item)) return;
-    const auto* begin = static_cast<const char*>(PyUnicode_DATA(item));
-    const char* end = begin + PyUnicode_GET_LENGTH(item) * static_cast<Py_ssize_t>(PyUnicode_KIND(item));
-    constexpr std::uintptr_t kLine = 64;
-    const auto* line = reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(begin) & ~(kLine - 1));
-    for (int k = 0; k < 4 && line < end; ++k, line += kLine) __builtin_prefetch(line);
+    if (PyUnicode_IS_ASCII(item) ? codec.asciiSame : codec.latin1 && PyUnicode_KIND(item) == PyUnicode_1BYTE_KIND) return;
+    constexpr std::int64_t kTextLines = 4 * 64;
+    txengine::prefetchLines(static_cast<const char*>(PyUnicode_DATA(item)),
+                            PyUnicode_GET_LENGTH(item) * static_cast<Py_ssize_t>(PyUnicode_KIND(item)), kTextLines);
 }
 
 [[noreturn]] void refuse(const std::string& what, std::int64_t row, const std::string& why) {
@@ -227,7 +229,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
         // header while this one is read, and for the text of a nearer one,
         // whose header has come in by now.
         if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
-        if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead]);
+        if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead], codec);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
