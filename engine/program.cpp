@@ -179,18 +179,27 @@ inline void bindRow(txhost::BoundFrame& call, const RunPlan& plan, std::int64_t 
 
 // Views point wherever their owner keeps the text (a Python str, a DuckDB
 // string): ask for a later row's bytes while this row is evaluated, as
-// offsets and bytes get from the hardware's own prefetch. Every line of the
-// row, not only its first: the module reads a long row's last bytes before
-// the rest, and a row that starts where the previous one did not end gives
-// the hardware no stream to follow. Past kViewPrefetchBytes the hardware
-// has a stream within the row.
+// offsets and bytes get from the hardware's own prefetch. Its last line as
+// well as its first: the module reads a row's last bytes before the rest.
+// A long row's every line (up to kViewPrefetchBytes, past which the
+// hardware has a stream within the row): a row that starts where the
+// previous one did not end gives the hardware no stream to follow. A short
+// row's loop over its lines costs more than it brings.
 constexpr std::int64_t kViewsAhead = 4;
+constexpr std::int64_t kShortView = 256;
 constexpr std::int64_t kViewPrefetchBytes = 4096;
 
 inline void prefetchViews(const RunPlan& plan, std::int64_t row) {
     for (int v = 0; v < plan.varyingCount; ++v) {
         const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(plan.varying[static_cast<std::size_t>(v)] - 1)];
-        if (a.kind == Input::Kind::TextViews) prefetchLines(a.views[row].data, a.views[row].length, kViewPrefetchBytes);
+        if (a.kind != Input::Kind::TextViews) continue;
+        const TextView& view = a.views[row];
+        if (view.length > kShortView) {
+            prefetchLines(view.data, view.length, kViewPrefetchBytes);
+        } else {
+            prefetchLine(view.data);
+            prefetchLine(view.data + std::max<std::int64_t>(view.length, 1) - 1);
+        }
     }
 }
 
