@@ -116,7 +116,11 @@ std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t e
     for (int i = 1; i <= plan.inputs; ++i) {
         const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(i - 1)];
         if (a.kind == Input::Kind::TextViews) {
-            for (std::int64_t row = begin; row < end; ++row) {
+            // Lengths are checked together first (one vectorised pass):
+            // the row is looked for only when one is negative.
+            std::int64_t anyLength = 0;
+            for (std::int64_t row = begin; row < end; ++row) anyLength |= a.views[row].length;
+            for (std::int64_t row = begin; anyLength < 0 && row < end; ++row) {
                 if (a.views[row].length < 0 && rowValid(a.validity, row)) {
                     argument = i;
                     return row;
