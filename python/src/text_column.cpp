@@ -11,7 +11,6 @@
 #include <memory>
 #include <new>
 
-#include "engine/prefetch.h"
 #include "module/abi/argument_frame.h"
 #include "python/src/utf8_writer.h"
 
@@ -136,26 +135,12 @@ bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
 }
 
 constexpr std::int64_t kHeadersAhead = 16;
-constexpr std::int64_t kTextAhead = 8;
 
 // A str's header (its type, length and kind) is longer than the 16 bytes
 // the allocator aligns objects to, so it often lies across two cache lines.
 inline void prefetchHeader(PyObject* item) {
     __builtin_prefetch(item);
     __builtin_prefetch(reinterpret_cast<const char*>(item) + sizeof(PyCompactUnicodeObject) - 1);
-}
-
-// A compact str keeps its characters right after its header, which is
-// longer than a cache line for any but ASCII: a row's characters mostly lie
-// on lines the header's prefetch does not bring. Only rows the pass
-// transcodes are read here; text read in place waits for the engine,
-// which asks for it itself.
-inline void prefetchText(PyObject* item, const Codec& codec) {
-    if (!PyUnicode_Check(item) || !PyUnicode_IS_COMPACT(item)) return;
-    if (PyUnicode_IS_ASCII(item) ? codec.asciiSame : codec.latin1 && PyUnicode_KIND(item) == PyUnicode_1BYTE_KIND) return;
-    constexpr std::int64_t kTextLines = 4 * 64;
-    txengine::prefetchLines(static_cast<const char*>(PyUnicode_DATA(item)),
-                            PyUnicode_GET_LENGTH(item) * static_cast<Py_ssize_t>(PyUnicode_KIND(item)), kTextLines);
 }
 
 [[noreturn]] void refuse(const std::string& what, std::int64_t row, const std::string& why) {
@@ -226,10 +211,10 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
-        // header while this one is read, and for the text of a nearer one,
-        // whose header has come in by now.
+        // header while this one is read. Not for its text: text read in
+        // place waits for the engine, which asks for it itself, and asking
+        // ahead for the text to transcode cost mixed rows more than it gave.
         if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
-        if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead], codec);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
