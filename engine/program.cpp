@@ -12,6 +12,7 @@
 #include <string>
 
 #include "engine/engine_impl.h"
+#include "engine/prefetch.h"
 #include "host/binder.h"
 #include "module/abi/function_table.h"
 
@@ -115,7 +116,11 @@ std::int64_t firstBadRow(const RunPlan& plan, std::int64_t begin, std::int64_t e
     for (int i = 1; i <= plan.inputs; ++i) {
         const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(i - 1)];
         if (a.kind == Input::Kind::TextViews) {
-            for (std::int64_t row = begin; row < end; ++row) {
+            // Lengths are checked together first (one vectorised pass):
+            // the row is looked for only when one is negative.
+            std::int64_t anyLength = 0;
+            for (std::int64_t row = begin; row < end; ++row) anyLength |= a.views[row].length;
+            for (std::int64_t row = begin; anyLength < 0 && row < end; ++row) {
                 if (a.views[row].length < 0 && rowValid(a.validity, row)) {
                     argument = i;
                     return row;
@@ -177,14 +182,28 @@ inline void bindRow(txhost::BoundFrame& call, const RunPlan& plan, std::int64_t 
 }
 
 // Views point wherever their owner keeps the text (a Python str, a DuckDB
-// string): ask for a later row's first bytes while this row is evaluated,
-// as offsets and bytes get from the hardware's own prefetch.
+// string): ask for a later row's bytes while this row is evaluated, as
+// offsets and bytes get from the hardware's own prefetch. Its last line as
+// well as its first: the module reads a row's last bytes before the rest.
+// A long row's every line (up to kViewPrefetchBytes, past which the
+// hardware has a stream within the row): a row that starts where the
+// previous one did not end gives the hardware no stream to follow. A short
+// row's loop over its lines costs more than it brings.
 constexpr std::int64_t kViewsAhead = 4;
+constexpr std::int64_t kShortView = 256;
+constexpr std::int64_t kViewPrefetchBytes = 4096;
 
 inline void prefetchViews(const RunPlan& plan, std::int64_t row) {
     for (int v = 0; v < plan.varyingCount; ++v) {
         const ArgumentPlan& a = plan.arguments[static_cast<std::size_t>(plan.varying[static_cast<std::size_t>(v)] - 1)];
-        if (a.kind == Input::Kind::TextViews) __builtin_prefetch(a.views[row].data);
+        if (a.kind != Input::Kind::TextViews) continue;
+        const TextView& view = a.views[row];
+        if (view.length > kShortView) {
+            prefetchLines(view.data, view.length, kViewPrefetchBytes);
+        } else {
+            prefetchLine(view.data);
+            prefetchLine(view.data + std::max<std::int64_t>(view.length, 1) - 1);
+        }
     }
 }
 

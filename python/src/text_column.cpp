@@ -135,25 +135,12 @@ bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
 }
 
 constexpr std::int64_t kHeadersAhead = 16;
-constexpr std::int64_t kTextAhead = 8;
 
 // A str's header (its type, length and kind) is longer than the 16 bytes
 // the allocator aligns objects to, so it often lies across two cache lines.
 inline void prefetchHeader(PyObject* item) {
     __builtin_prefetch(item);
     __builtin_prefetch(reinterpret_cast<const char*>(item) + sizeof(PyCompactUnicodeObject) - 1);
-}
-
-// A compact str keeps its characters right after its header, which is
-// longer than a cache line for any but ASCII: a row's characters mostly lie
-// on lines the header's prefetch does not bring.
-inline void prefetchText(PyObject* item) {
-    if (!PyUnicode_Check(item) || !PyUnicode_IS_COMPACT(item)) return;
-    const auto* begin = static_cast<const char*>(PyUnicode_DATA(item));
-    const char* end = begin + PyUnicode_GET_LENGTH(item) * static_cast<Py_ssize_t>(PyUnicode_KIND(item));
-    constexpr std::uintptr_t kLine = 64;
-    const auto* line = reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(begin) & ~(kLine - 1));
-    for (int k = 0; k < 4 && line < end; ++k, line += kLine) __builtin_prefetch(line);
 }
 
 [[noreturn]] void refuse(const std::string& what, std::int64_t row, const std::string& why) {
@@ -224,10 +211,10 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     for (std::int64_t row = 0; row < rows; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
-        // header while this one is read, and for the text of a nearer one,
-        // whose header has come in by now.
+        // header while this one is read. Not for its text: text read in
+        // place waits for the engine, which asks for it itself, and asking
+        // ahead for the text to transcode cost mixed rows more than it gave.
         if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
-        if (row + kTextAhead < rows) prefetchText(values[row + kTextAhead]);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
