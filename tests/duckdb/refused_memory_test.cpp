@@ -10,7 +10,6 @@
 // DuckDB nor anything else in the process uses; of the plain new, only the
 // allocations with the extension's code among their callers are refused,
 // so DuckDB's own memory never runs out under it.
-#include <duckdb.h>
 #include <execinfo.h>
 #include <link.h>
 
@@ -18,6 +17,7 @@
 #include <cstring>
 #include <thread>
 
+#include "tests/duckdb/database.h"
 #include "tests/support/refused_memory.h"
 
 namespace {
@@ -58,53 +58,24 @@ bool forTheExtension() {
     return false;
 }
 
-struct Database {
-    duckdb_database db = nullptr;
-    duckdb_connection con = nullptr;
-    Database() {
-        duckdb_config config = nullptr;
-        duckdb_create_config(&config);
-        duckdb_set_config(config, "allow_unsigned_extensions", "true");
-        duckdb_set_config(config, "threads", "1");
-        EXPECT_EQ(duckdb_open_ext(nullptr, &db, config, nullptr), DuckDBSuccess);
-        duckdb_destroy_config(&config);
-        duckdb_connect(db, &con);
-    }
-    ~Database() {
-        duckdb_disconnect(&con);
-        duckdb_close(&db);
-    }
-    // The rows a statement gave, read while `refusing` is off.
-    Outcome run(const std::string& sql, Refuser* refusing = nullptr) {
-        duckdb_result result;
-        const bool ran = duckdb_query(con, sql.c_str(), &result) == DuckDBSuccess;
-        if (refusing != nullptr) refusing->active = false;
-        Outcome out;
-        if (!ran) out.error = duckdb_result_error(&result);
-        for (idx_t r = 0; ran && r < duckdb_row_count(&result); ++r) {
-            std::string& row = out.rows.emplace_back();
-            for (idx_t c = 0; c < duckdb_column_count(&result); ++c) {
-                char* value = duckdb_value_varchar(&result, c, r);
-                row += (c > 0 ? "|" : "") + std::string(value != nullptr ? value : "NULL");
-                duckdb_free(value);
-            }
-        }
-        duckdb_destroy_result(&result);
-        return out;
-    }
-};
+// What a statement gave: its rows, or its error.
+Outcome run(Database& d, const std::string& sql) {
+    Outcome out;
+    out.rows = d.rows(sql);
+    if (out.rows.size() == 1 && out.rows[0].rfind("error: ", 0) == 0) out.error = out.rows[0].substr(7), out.rows.clear();
+    return out;
+}
 
 TEST(DuckDbRefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
     for (Refuser* heap : {&gPools, &gExtensionHeap}) {
         const char* name = heap == &gPools ? "host pools" : "the extension's C++ heap";
         SCOPED_TRACE(name);
-        Database d;
-        ASSERT_EQ(d.run("LOAD '" TXSCAN_DUCKDB_EXTENSION "'").error, "");
-        ASSERT_EQ(d.run("CREATE TABLE t AS SELECT * FROM (VALUES " + kSweepRows + ") v(id, s, list)").error, "");
+        Database d("1");
+        ASSERT_EQ(run(d, "CREATE TABLE t AS SELECT * FROM (VALUES " + kSweepRows + ") v(id, s, list)").error, "");
         findExtensionCode();
         ASSERT_NE(gCodeStart.load(), 0u);
         std::vector<Outcome> expected;
-        for (const std::string& sql : kSweepStatements) expected.push_back(d.run(sql));
+        for (const std::string& sql : kSweepStatements) expected.push_back(run(d, sql));
         std::int64_t reached = 0;
         for (std::int64_t n = 1; n <= 10000 && reached == n - 1; ++n) {
             for (std::size_t i = 0; i < kSweepStatements.size(); ++i) {
@@ -117,9 +88,9 @@ TEST(DuckDbRefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRow
                 bool refused = false;
                 std::thread([&] {
                     heap->arm(n);
-                    o = d.run(kSweepStatements[i], heap);
+                    o = run(d, kSweepStatements[i]);
                     refused = heap->disarm();
-                    again = d.run(kSweepStatements[i]);
+                    again = run(d, kSweepStatements[i]);
                 }).join();
                 if (refused) reached = n;
                 expectRowsOrCleanError(o, expected[i], refused);
