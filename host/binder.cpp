@@ -49,6 +49,16 @@ BoundFrame::BoundFrame(const Binding& binding, contract::CallContext* context, s
     frame_.siteKind = siteKind;
 }
 
+BoundFrame::~BoundFrame() {
+    // The module takes the set from the frame's call context's pool; a
+    // frame moved to another context since keeps it there, and a frame
+    // without one used the task's: those sets stay with their pools.
+    auto* context = static_cast<contract::CallContext*>(frame_.callContext);
+    if (frame_.setCache != nullptr && context != nullptr && context->pool != nullptr) {
+        Pool::from(context->pool)->release(frame_.setCache);
+    }
+}
+
 void BoundFrame::start(int inputs) {
     for (contract::ArgumentSlot& s : frame_.args) s = {};
     frame_.argCount = inputs + binding_->outputs();

@@ -92,6 +92,10 @@ class BoundFrame {
 public:
     explicit BoundFrame(const Binding& binding, contract::CallContext* context = nullptr,
                         std::uint8_t siteKind = kParsingSiteKind);
+    // Frees the set the module kept in setCache (modifier O): nothing else
+    // points at it once the site is gone, and a program that prepares
+    // statements all day would otherwise hold every set it ever parsed.
+    ~BoundFrame();
     BoundFrame(const BoundFrame&) = delete;
     BoundFrame& operator=(const BoundFrame&) = delete;
 

@@ -123,6 +123,9 @@ public:
     contract::MemoryPool* hostPool();
     contract::MemoryPool* modulePool();
     contract::MemoryPool* resultPool();
+    // Blocks held by all the session's pools: what a long-running program
+    // watches to see that its memory stays flat.
+    std::size_t poolBlocks() const;
 
     // Fault injection: the n-th allocation from now (1 = next) on any pool
     // returns null; 0 switches it off. Also for reallocation.

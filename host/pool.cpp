@@ -1,7 +1,8 @@
-// Memory pools: every block is owned by its pool and freed with it; the
-// module never frees. Allocation counts and fault injection are the
-// session's. A pool serves many tasks at once, so its block list is locked;
-// the module allocates once per call context or call site, not per row.
+// Memory pools: every block is owned by its pool and freed with it (a call
+// site's kept set with the site, by the host: the module never frees).
+// Allocation counts and fault injection are the session's. A pool serves
+// many tasks at once, so its block list is locked; the module allocates once
+// per call context or call site, not per row.
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -86,6 +87,15 @@ void* Pool::reallocate(void* address, std::int64_t size, std::int32_t flags) {
                 static_cast<std::size_t>(size) - kept);
     session->count([](HostCounters& c) { ++c.reallocations; });
     return block;
+}
+
+bool Pool::release(void* address) {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (blocks.erase(address) == 0) return false;
+    }
+    freeBlock(address);
+    return true;
 }
 
 }  // namespace txhost

@@ -528,6 +528,12 @@ void Session::releaseCallContext(CallContext* context) {
 MemoryPool* Session::hostPool() { return impl_->hostPool->contractPool(); }
 MemoryPool* Session::modulePool() { return impl_->modulePool->contractPool(); }
 MemoryPool* Session::resultPool() { return impl_->resultPool->contractPool(); }
+std::size_t Session::poolBlocks() const {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    std::size_t blocks = impl_->hostPool->blockCount() + impl_->modulePool->blockCount() + impl_->resultPool->blockCount();
+    for (const auto& context : impl_->contexts) blocks += context->pool->blockCount();
+    return blocks;
+}
 
 void Session::failAllocationAfter(std::int64_t n) { impl_->failAllocationCountdown = n > 0 ? n : 0; }
 void Session::failReallocationAfter(std::int64_t n) { impl_->failReallocationCountdown = n > 0 ? n : 0; }

@@ -44,6 +44,12 @@ struct Pool {
     contract::MemoryPool* contractPool() { return &table; }
     void* allocate(std::int64_t size, std::int32_t flags);
     void* reallocate(void* address, std::int64_t size, std::int32_t flags);
+    // Frees one block of this pool; false (nothing done) when it is not one.
+    bool release(void* address);
+    std::size_t blockCount() const {
+        std::lock_guard<std::mutex> lock(mutex);
+        return blocks.size();
+    }
     bool owns(const void* address) const {
         std::lock_guard<std::mutex> lock(mutex);
         return blocks.count(const_cast<void*>(address)) != 0;

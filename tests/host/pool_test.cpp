@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "host/binder.h"
 #include "host/host.h"
 
 namespace {
@@ -131,6 +132,34 @@ TEST(Pools, CallContextsHaveTheirOwnPoolAndSlots) {
     EXPECT_NE(first->pool, second->pool);
     auto* task = static_cast<void**>(session.hostVector()->taskRecord);
     EXPECT_EQ(first, task[kTaskCallContextWord]);
+}
+
+// A set kept under modifier O goes back to its pool with its call site, so a
+// program that makes sites all day (a statement prepared per query) stays
+// flat; a site that has no context of its own keeps nothing to give back.
+TEST(Pools, ACallSiteGivesItsKeptSetBack) {
+    struct KeptCase { const char* function; std::vector<txhost::Argument> args; };
+    const KeptCase cases[] = {
+        {"KFINDC", {std::string("ab1"), std::string("1"), std::string("o")}},
+        {"KCOUNTC", {std::string("ab1"), std::string("1"), std::string("o")}},
+        {"KCOUNTW", {std::string("a;b"), std::string(";"), std::string("o")}},
+        {"KFINDW", {std::string("a;b"), std::string("b"), std::string(";"), std::string("o")}},
+    };
+    Session session;
+    auto module = txhost::Module::load(session);
+    for (const KeptCase& c : cases) {
+        SCOPED_TRACE(c.function);
+        const int index = module->functionIndex(c.function);
+        const std::size_t before = session.poolBlocks();
+        for (int round = 0; round < 3; ++round) {
+            txhost::CallSite site(*module, index, txhost::kCachingSiteKind);
+            site.useFixedResult(8);
+            ASSERT_EQ(kStatusOk, site.call(c.args).status);
+            ASSERT_EQ(kStatusOk, site.call(c.args).status);
+            EXPECT_EQ(before + 1, session.poolBlocks());   // one set, kept across the two calls
+        }
+        EXPECT_EQ(before, session.poolBlocks());
+    }
 }
 
 }  // namespace
