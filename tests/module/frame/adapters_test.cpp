@@ -8,6 +8,7 @@
 #include "host/host.h"
 #include "module/frame/exports.h"
 #include "module/frame/workers.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -17,21 +18,13 @@ using txhost::Argument;
 
 const char* const kEncodings[] = {"UTF-8", "ISO-8859-1", "Shift_JIS"};
 
+// (KSCANX's one blank is among its own cases.)
 TEST(Adapters, AbsentFirstArgumentAnswersNothingFound) {
-    for (const char* encoding : kEncodings) {
-        txhost::Session session({.encoding = encoding});
-        auto module = txhost::Module::load(session);
-        for (const char* function : {"KFINDC", "KCOUNTC", "KFINDW", "KCOUNTW", "KFIND", "KCOUNTX"}) {
-            SCOPED_TRACE(std::string(encoding) + " " + function);
-            const auto r = module->call(function, {Absent{}, std::string("a")});
-            EXPECT_EQ(0, r.status);
-            ASSERT_TRUE(r.number.has_value());
-            EXPECT_EQ(0.0, *r.number);
-        }
-        const auto scan = module->call("KSCANX", {Absent{}, 1.0});
-        EXPECT_EQ(0, scan.status);
-        EXPECT_EQ(std::optional<std::string>(" "), scan.text);
+    std::vector<txtest::Case> cases;
+    for (const char* function : {"KFINDC", "KCOUNTC", "KFINDW", "KCOUNTW", "KFIND", "KCOUNTX"}) {
+        cases.push_back({function, {Absent{}, std::string("a")}, 0});
     }
+    for (const char* encoding : kEncodings) txtest::runCases(encoding, cases);
 }
 
 TEST(Adapters, CachedSessionHandleIsNeverReopened) {
