@@ -32,22 +32,18 @@ struct EdgeCase {
 TEST(WordEdges, AnswersStayInsideTheScannedSource) {
     const EdgeCase cases[] = {
         // T trims the source below a leftward start (also with B and a positive start)
-        {"KFINDW", {S("a "), S("a"), S(","), S("t"), -2.0}, "1"},
-        {"KFINDW", {S("x "), S("x"), S("=x"), 2.0, S("bQ mT")}, "1"},
+        {"KFINDW", {S("a "), S("a"), S(","), S("t"), -2.0}, "1"}, {"KFINDW", {S("x "), S("x"), S("=x"), 2.0, S("bQ mT")}, "1"},
         {"KFINDW", {S("%%0a% "), S(""), S("."), -1e10, S("qsqqMTM")}, "0"},
         {"KFINDW", {S("ab  "), S("ab"), S(" "), S("T"), -4.0}, "1"},
         // a leftward start that cuts a word: without M past the whole run of delimiters
-        {"KFINDW", {S("ab..cd"), S("ab."), S("."), -5.0}, "0"},
-        {"KFINDW", {S("ab..cd"), S("ab"), S("."), -5.0}, "1"},
+        {"KFINDW", {S("ab..cd"), S("ab."), S("."), -5.0}, "0"}, {"KFINDW", {S("ab..cd"), S("ab"), S("."), -5.0}, "1"},
         {"KFINDW", {S("ab..cd"), S("ab"), S("."), S("e"), -5.0}, "1"},
         {"KFINDW", {S("ab..cd..ef"), S("ab"), S("."), -8.0, S("em")}, "4"},
         {"KFINDW", {S("ab..cd..ef"), S("ab"), S("."), -8.0, S("e")}, "2"},
         // M and a source that T empties: the scan starts at index 0, and
         // the call routine agrees with the function
-        {"KSCANX", {S(" "), -1.0, S(","), S("tm")}, " "},
-        {"KSCANX", {S("  "), -1.0, S(","), S("tm")}, " "},
-        {"KSCANX", {S(" "), 1.0, S(","), S("tm")}, ""},
-        {"KSCANX", {S(" "), -1.0, S(","), S("t")}, " "},
+        {"KSCANX", {S(" "), -1.0, S(","), S("tm")}, " "}, {"KSCANX", {S("  "), -1.0, S(","), S("tm")}, " "},
+        {"KSCANX", {S(" "), 1.0, S(","), S("tm")}, ""},   {"KSCANX", {S(" "), -1.0, S(","), S("t")}, " "},
         {"CALL KSCANX", {S(" "), -1.0, 0.0, 0.0, S(","), S("tm")}, "1/1"},
     };
     txhost::Session session;

@@ -140,13 +140,11 @@ struct WideCase {
 
 const WideCase kWideCases[] = {
     {"UTF-8", "\xC3\xA9t\xC3\xA9 \xC3\xA0 la plage", 3, 200, "la", 7, 2},
-    {"UTF-8", "\xC3\xA9t\xC3\xA9 x", 1, 3, "\xC3\xA9t", 1, 3},
-    {"UTF-8", "\xC3\xA9t\xC3\xA9 x", 1, 5, "\xC3\xA9t\xC3\xA9", 1, 3},
+    {"UTF-8", "\xC3\xA9t\xC3\xA9 x", 1, 3, "\xC3\xA9t", 1, 3},     {"UTF-8", "\xC3\xA9t\xC3\xA9 x", 1, 5, "\xC3\xA9t\xC3\xA9", 1, 3},
     {"UTF-8", "\xE2\x82\xAC\xE2\x82\xAC", 1, 2, "", 1, 2},
     // 0x837C is one character whose second byte is the vertical bar.
     {"Shift_JIS", "\x83\x7C\x83\x41 \x82\xA0", 1, 200, "\x83\x7C\x83\x41", 1, 2},
-    {"Shift_JIS", "\x83\x7C\x83\x41 \x82\xA0", 1, 3, "\x83\x7C", 1, 2},
-    {"Shift_JIS", "ab\x82\xA0", 1, 3, "ab", 1, 3},
+    {"Shift_JIS", "\x83\x7C\x83\x41 \x82\xA0", 1, 3, "\x83\x7C", 1, 2}, {"Shift_JIS", "ab\x82\xA0", 1, 3, "ab", 1, 3},
 };
 
 TEST(ScanMultiByte, CharactersAndWholeCharacterCuts) {
