@@ -1,7 +1,9 @@
-// interpretArguments, called in-process: modifier letters through the
-// transcoded alphabet, the default-delimiter rule of each call kind, the
-// count and start rules, trimming under T, and the cases where the modifier
-// text is not read at all.
+// interpretArguments, called in-process: the default-delimiter rule of each
+// call kind, the count and start rules, trimming under T, and the cases
+// where the modifier text is not read at all. (What each modifier letter
+// does on the paths that interpret their arguments is in the functions'
+// own tables: KSCANX's for every letter in upper case, KFINDC's and KFIND's
+// multi-byte rows in lower case.)
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -39,26 +41,6 @@ protected:
         return run({std::string("x"), text}, ArgumentRoles{1, 0, 0, 2, 0, 0, 0}, kCallCounting);
     }
 };
-
-TEST_P(Interpreter, ModifierLettersSetTheirFlags) {
-    struct Case { std::string text; std::vector<ModifierFlag> set; };
-    const Case cases[] = {
-        {"AI", {kModA, kModI}}, {"a b", {kModA, kModB}}, {"z9?", {}},
-        {"bcdfghiklmnopqstuvwxer:", {kModB, kModC, kModD, kModF, kModG, kModH, kModI, kModK, kModL, kModM, kModN,
-                                     kModO, kModP, kModQ, kModS, kModT, kModU, kModV, kModW, kModX, kModE, kModR,
-                                     kModColon}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        const Interpreted r = modifiersOnly(c.text);
-        ModifierSet expected{};
-        for (ModifierFlag f : c.set) expected.set(f);
-        expected.set(kModInterpreted);
-        EXPECT_EQ(0, std::memcmp(&expected, &r.modifiers, sizeof expected));
-    }
-    const Interpreted empty = modifiersOnly("");
-    EXPECT_FALSE(empty.modifiers.has(kModInterpreted));
-}
 
 TEST_P(Interpreter, DefaultDelimitersByCallKind) {
     struct Case { CallKind kind; int argCount; bool delimiterRole, expected; };

@@ -12,6 +12,7 @@
 
 #include "host/host.h"
 #include "module/abi/argument_frame.h"
+#include "tests/support/module_calls.h"
 
 namespace {
 
@@ -73,20 +74,13 @@ const ScanCase kCases[] = {
     {"a b", -1e10, {}, {}, " ", 0, 0}, {"a b", 0x1p53, {}, {}, "a", 1, 1}, {"a b", 1.0 / 0.0, {}, {}, "a", 1, 1}, {"a b", 2.0, " ", "EOV:Z9", "b", 3, 1},
 };
 
-std::string caseName(const ScanCase& c) {
-    std::string name = std::string("'") + (c.source != nullptr ? c.source : "(absent)") + "' n=" + std::to_string(c.n);
-    if (c.delimiters) name += " d='" + *c.delimiters + "'";
-    if (c.modifiers) name += " m='" + *c.modifiers + "'";
-    return name;
-}
-
 class ScanTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(ScanTest, FunctionAndCallRoutineAgree) {
     txhost::Session session({.encoding = GetParam()});
     auto module = txhost::Module::load(session);
     for (const ScanCase& c : kCases) {
-        SCOPED_TRACE(caseName(c));
+        SCOPED_TRACE(txtest::describe(scanArgs(c, false)));
         const txhost::CallResult f = module->call("KSCANX", scanArgs(c, false));
         EXPECT_EQ(f.status, kStatusOk);
         EXPECT_EQ(f.text.value_or("<not stored>"), c.text);

@@ -1,10 +1,13 @@
 // KCOUNTW and KFINDW through the loaded module (the byte path on
 // single-byte text, the scanner on multi-byte text) and the scanner's count
-// and find modes directly; notes, starts and argument errors. Their sets
-// kept at caching sites are tested with KFINDC's.
+// and find modes directly; notes, starts and argument errors, and the word
+// functions at the edges of the source. Their sets kept at caching sites
+// are tested with KFINDC's.
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -132,6 +135,52 @@ TEST(FindWord, ArgumentErrorsMarkTheirArgument) {
         EXPECT_EQ(r.status, kStatusInvalidArgument) << describe(args);
         EXPECT_FALSE(r.number.has_value()) << describe(args);
         EXPECT_EQ(r.errorMarks, marks) << describe(args);
+    }
+}
+
+// Word-function answers at the edges of the source: leftward starts beyond
+// a trimmed end, starts that cut a word, and scans of a source that T leaves
+// empty. Arguments lie flush against an unreadable page, so a read past one
+// fails the test at once.
+std::string shown(std::optional<double> x) {
+    std::ostringstream out;
+    out << x.value_or(-1);
+    return out.str();
+}
+
+struct EdgeCase {
+    const char* function;   // "CALL KSCANX": the call routine
+    std::vector<Argument> args;
+    std::string answer;     // the number, the string, or position/length
+};
+
+TEST(WordEdges, AnswersStayInsideTheScannedSource) {
+    const EdgeCase cases[] = {
+        // T trims the source below a leftward start (also with B and a positive start)
+        {"KFINDW", {s("a "), s("a"), s(","), s("t"), -2.0}, "1"}, {"KFINDW", {s("x "), s("x"), s("=x"), 2.0, s("bQ mT")}, "1"},
+        {"KFINDW", {s("%%0a% "), s(""), s("."), -1e10, s("qsqqMTM")}, "0"},
+        {"KFINDW", {s("ab  "), s("ab"), s(" "), s("T"), -4.0}, "1"},
+        // a leftward start that cuts a word: without M past the whole run of delimiters
+        {"KFINDW", {s("ab..cd"), s("ab."), s("."), -5.0}, "0"}, {"KFINDW", {s("ab..cd"), s("ab"), s("."), -5.0}, "1"},
+        {"KFINDW", {s("ab..cd"), s("ab"), s("."), s("e"), -5.0}, "1"},
+        {"KFINDW", {s("ab..cd..ef"), s("ab"), s("."), -8.0, s("em")}, "4"},
+        {"KFINDW", {s("ab..cd..ef"), s("ab"), s("."), -8.0, s("e")}, "2"},
+        // M and a source that T empties: the scan starts at index 0, and
+        // the call routine agrees with the function
+        {"KSCANX", {s(" "), -1.0, s(","), s("tm")}, " "}, {"KSCANX", {s("  "), -1.0, s(","), s("tm")}, " "},
+        {"KSCANX", {s(" "), 1.0, s(","), s("tm")}, ""},   {"KSCANX", {s(" "), -1.0, s(","), s("t")}, " "},
+        {"CALL KSCANX", {s(" "), -1.0, 0.0, 0.0, s(","), s("tm")}, "1/1"},
+    };
+    txhost::Session session;
+    auto module = txhost::Module::load(session);
+    for (const EdgeCase& c : cases) {
+        const bool routine = std::string(c.function) == "CALL KSCANX";
+        txhost::CallSite site(*module, module->functionIndex(routine ? "KSCANX" : c.function, routine));
+        site.setGuardedArguments(true);
+        const txhost::CallResult r = site.call(c.args);
+        SCOPED_TRACE(std::string(c.function) + " row " + std::to_string(&c - cases));
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(routine ? shown(r.position) + "/" + shown(r.length) : r.text ? *r.text : shown(r.number), c.answer);
     }
 }
 
