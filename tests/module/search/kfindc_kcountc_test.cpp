@@ -18,7 +18,7 @@ const char* const kSingleByteAndUtf8[] = {"UTF-8", "ISO-8859-1", "Shift_JIS"};
 constexpr const char* F = "KFINDC";
 constexpr const char* C = "KCOUNTC";
 
-TEST(KFindC, ListsStartsAndDirections) {
+TEST(KFindCAndKCountC, ListsStartsDirectionsAndModifiers) {
     const std::vector<Case> cases = {
         {F, {s("abc"), s("cb")}, 2},        {F, {s("abc")}, 0},                  {F, {s("abc"), s("a"), s("k")}, 2},
         {F, {s("abc"), s("a"), s("v")}, 2}, {F, {s("abca"), s("a"), s("b")}, 4}, {F, {s("abca"), s("a"), 2.0}, 4},
@@ -28,12 +28,6 @@ TEST(KFindC, ListsStartsAndDirections) {
         {F, {s("abca"), s("a"), 3.0, s("b")}, 4},
         {F, {s("abca"), s("a"), 1.0, 2.0}, 0, "", kStatusInvalidArgument},
         {F, {s("abca"), s("a"), s("b"), s("i")}, 0, "", kStatusInvalidArgument},
-    };
-    for (const char* encoding : kSingleByteAndUtf8) runCases(encoding, cases);
-}
-
-TEST(KCountC, ListsAndModifiers) {
-    const std::vector<Case> cases = {
         {C, {s("abcab"), s("ab"), s("v")}, 1}, {C, {s("abcab"), s("ab"), s("k")}, 4, "K"},
         {C, {s("abc  "), s("x"), s("vt")}, 3}, {C, {s("abc"), Absent{}}, 0},
         {C, {s("aAbB"), s("ab"), s("i")}, 4},  {C, {s("aAbB"), s("a"), s("iv")}, 2},
