@@ -255,19 +255,6 @@ TEST(EncodingHandle, ClassAnswersAgreeWithTheBackend) {
     EXPECT_EQ("", mismatches);
 }
 
-// ß has no one-character upper case and µ's is Greek; NEL is control and
-// white space. In UTF-8 sessions bytes from 0x80 up have no class or case.
-TEST(EncodingHandle, ByteTablesOfTheSession) {
-    Session latin1({.encoding = "ISO-8859-1"}), utf8({.encoding = "UTF-8"});
-    const HostVector *hv = latin1.hostVector(), *u = utf8.hostVector();
-    EXPECT_EQ((std::vector<int>{'Z', 'a', 0xC9, 0xE9, 0xDF, 0xB5, 0x48}),
-              (std::vector<int>{hv->upcaseMap[unsigned{'z'}], hv->lowcaseMap[unsigned{'A'}], hv->upcaseMap[0xE9], hv->lowcaseMap[0xC9],
-                                hv->upcaseMap[0xDF], hv->upcaseMap[0xB5], hv->classTable[0x85]}));
-    for (int b = 0x80; b < 256; ++b)
-        EXPECT_TRUE(u->classTable[b] == 0 && u->upcaseMap[b] == b && u->lowcaseMap[b] == b) << b;
-    EXPECT_EQ('A', u->upcaseMap[unsigned{'a'}]);
-}
-
 TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {
     struct CopyCase { const char* encoding; std::string source; std::int64_t capacity, copied; };
     const CopyCase cases[] = {   // invalid bytes copy one by one

@@ -48,13 +48,12 @@ TEST(SetScan, AgreesWithPlainScan) {
 }
 
 TEST(SetScan, NonPositiveLengthsFindNothing) {
-    std::uint8_t set[256];
-    for (auto& e : set) e = 1;
+    const std::vector<std::uint8_t> set(256, 1);
     const std::uint8_t byte = 'a';
     for (std::int32_t length : {0, -1, -100}) {
-        EXPECT_EQ(-1, firstInSet(&byte, length, set));
-        EXPECT_EQ(-1, lastInSet(&byte, length, set));
-        EXPECT_EQ(0, countInSet(&byte, length, set));
+        EXPECT_EQ(-1, firstInSet(&byte, length, set.data()));
+        EXPECT_EQ(-1, lastInSet(&byte, length, set.data()));
+        EXPECT_EQ(0, countInSet(&byte, length, set.data()));
     }
 }
 

@@ -70,9 +70,7 @@ TEST(SourceShape, Utf8HighBitAtEveryPositionAndLength) {
     txhost::Session session({.encoding = "UTF-8"});
     auto module = txhost::Module::attach(session, &mcn_main, &tkvercn1);
     const auto shapeOf = [&](char* data, std::size_t length) {
-        StringValue value{};
-        value.data = data;
-        value.length = static_cast<std::int64_t>(length);
+        StringValue value{0, static_cast<std::int64_t>(length), data, nullptr, 0};
         return txscan::sourceShapeOf(session.encodingHandle(), &value).kind;
     };
     for (std::size_t length = 0; length <= 140; ++length) {

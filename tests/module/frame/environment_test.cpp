@@ -3,6 +3,7 @@
 // and host values; builds that fail, once or for good.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -53,9 +54,7 @@ TEST_F(Environment, RecordContents) {
     start({.options = {{"YEARCUTOFF", "1950"}}, .optionText = "nodate RNGSEED=12345 other"});
     FunctionEnvironment* e = txscan::functionEnvironmentFor(&frame);
     ASSERT_NE(nullptr, e);
-    double yearCutoff;
-    std::memcpy(&yearCutoff, &e->yearCutoff, 8);
-    EXPECT_EQ(1950.0, yearCutoff);
+    EXPECT_EQ(1950.0, std::bit_cast<double>(e->yearCutoff));
 
     std::string members;
     for (int b = 0; b < 256; ++b)
