@@ -5,9 +5,8 @@
 // connection answers every statement as before.
 //
 // The extension is the loaded file itself, reached as any program reaches
-// a library: this program's own operator new serves it. The host's pools
-// take their blocks with the aligned, non-throwing new, which neither
-// DuckDB nor anything else in the process uses; of the plain new, only the
+// a library: this program's own operator new serves it, and its aligned,
+// non-throwing new the host's pools. Of the plain new, only the
 // allocations with the extension's code among their callers are refused,
 // so DuckDB's own memory never runs out under it.
 #include <execinfo.h>
@@ -110,19 +109,4 @@ bool refuseNew() {
     return gExtensionHeap.active.load(std::memory_order_relaxed) && forTheExtension() && gExtensionHeap.refuses();
 }
 
-// The host's pools, refusable on their own.
-void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    if (gPools.refuses()) return nullptr;
-    const auto a = static_cast<std::size_t>(alignment);
-    return std::aligned_alloc(a, (size + a - 1) / a * a + (size == 0 ? a : 0));
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-    const auto a = static_cast<std::size_t>(alignment);
-    if (void* p = std::aligned_alloc(a, (size + a - 1) / a * a + (size == 0 ? a : 0))) return p;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t, std::align_val_t alignment) noexcept { ::operator delete(p, alignment); }
-void operator delete(void* p, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    ::operator delete(p, alignment);
-}
+bool refusePools() { return gPools.refuses(); }

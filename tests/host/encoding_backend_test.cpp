@@ -19,7 +19,8 @@ std::string hex(CodePoint c) {
     return text;
 }
 
-// flags: u l d s p b c a g, upper lower digit space punct blank control alpha graphic.
+// flags, in this order: u l d s p b c a g, upper lower digit space punct
+// blank control alpha graphic.
 struct PropertyCase { CodePoint c; const char* flags; };
 
 TEST(EncodingBackend, PropertiesOfCodePoints) {
@@ -39,11 +40,9 @@ TEST(EncodingBackend, PropertiesOfCodePoints) {
         const CharacterProperties p = propertiesOf(c.c);
         const bool bits[] = {p.upper, p.lower, p.digit, p.space, p.punctuation, p.blank, p.control, p.alphabetic,
                              p.graphic};
-        std::string flags;
-        for (int i = 0; i < 9; ++i) flags += bits[i] ? "uldspbcag"[i] : '.';
-        std::string expected(9, '.');
-        for (const char* f = c.flags; *f != '\0'; ++f)
-            if (*f != ' ') expected[std::string("uldspbcag").find(*f)] = *f;
+        std::string flags, expected = c.flags;
+        for (int i = 0; i < 9; ++i) flags += bits[i] ? std::string(1, "uldspbcag"[i]) : "";
+        std::erase(expected, ' ');
         EXPECT_EQ(expected, flags) << hex(c.c);
     }
 }

@@ -193,9 +193,9 @@ TEST(EncodingHandle, CurrentCharFindCharAndFolding) {
 }
 
 // Class bits through the handle: the byte table's bits for characters of one
-// byte, plus 0x100 (alphabetic) or 0x200 (other graphic) for wider ones. The
-// five class-test words share one routine; the module's class modifiers
-// reach each of them.
+// byte (the tables agree with the handle: tests/module/charset), plus 0x100
+// (alphabetic) or 0x200 (other graphic) for wider ones. The five class-test
+// words share one routine; the module's class modifiers reach each of them.
 TEST(EncodingHandle, ClassTestsAndCaseTests) {
     struct ClassCase { const char* encoding; std::string character; std::uint32_t bits; };   // bits among 0x3FF
     // UTF-8: É 漢 € 、 fullwidth 0, no-break space, an invalid byte. Shift_JIS:
@@ -226,9 +226,6 @@ TEST(EncodingHandle, ClassTestsAndCaseTests) {
         EXPECT_EQ((c.bits & 0x01) != 0, caseTest(h, ch.get(), kIsUpper));
         EXPECT_EQ((c.bits & 0x02) != 0, caseTest(h, ch.get(), kIsLower));
         EXPECT_EQ((c.bits & 0x10) != 0, classTest(h, kOpClassTestAlpha, ch.get(), 0x10));   // on the held character
-        if (c.character.size() == 1 && (!session.multiByte() || static_cast<unsigned char>(c.character[0]) < 0x80)) {
-            EXPECT_EQ(c.bits, session.hostVector()->classTable[static_cast<unsigned char>(c.character[0])]);
-        }
     }
 }
 
@@ -256,19 +253,6 @@ TEST(EncodingHandle, ClassAnswersAgreeWithTheBackend) {
         }
     }
     EXPECT_EQ("", mismatches);
-}
-
-// ß has no one-character upper case and µ's is Greek; NEL is control and
-// white space. In UTF-8 sessions bytes from 0x80 up have no class or case.
-TEST(EncodingHandle, ByteTablesOfTheSession) {
-    Session latin1({.encoding = "ISO-8859-1"}), utf8({.encoding = "UTF-8"});
-    const HostVector *hv = latin1.hostVector(), *u = utf8.hostVector();
-    EXPECT_EQ((std::vector<int>{'Z', 'a', 0xC9, 0xE9, 0xDF, 0xB5, 0x48}),
-              (std::vector<int>{hv->upcaseMap[unsigned{'z'}], hv->lowcaseMap[unsigned{'A'}], hv->upcaseMap[0xE9], hv->lowcaseMap[0xC9],
-                                hv->upcaseMap[0xDF], hv->upcaseMap[0xB5], hv->classTable[0x85]}));
-    for (int b = 0x80; b < 256; ++b)
-        EXPECT_TRUE(u->classTable[b] == 0 && u->upcaseMap[b] == b && u->lowcaseMap[b] == b) << b;
-    EXPECT_EQ('A', u->upcaseMap[unsigned{'a'}]);
 }
 
 TEST(EncodingHandle, CopyWholeCharsNeverSplitsACharacter) {

@@ -1,5 +1,5 @@
-// The loader's failures and the call API's refusals, which happen before
-// the module is called.
+// The loader's failures, the module file it loads, and the call API's
+// refusals, which happen before the module is called.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -120,6 +120,25 @@ TEST(CallSites, TwoLiveSessionsGetAModuleEachOrARefusal) {
     EXPECT_FALSE(utf8Attached->servesItsSession());
     EXPECT_THROW(utf8Attached->call("KFIND", {std::string("ab"), std::string("b")}), std::runtime_error);
     EXPECT_EQ(std::optional<double>(4.0), latin1Attached->call("KSCANX", call, true).position);
+}
+
+// The module file the host loads (txscanmd.so, or txscanmd.dll beside the
+// program on Windows) is a module of its own, not the copy linked into the
+// test program: were it the program's own exports, every test "through the
+// exports" would test the in-process copy instead. Both copies are linked
+// from one object library, so they hold the same code.
+TEST(ModuleFile, IsNotTheProgramsOwnModule) {
+    Session session;
+    auto loaded = Module::load(session);
+    auto linked = Module::attach(session, &mcn_main, &tkvercn1);
+    EXPECT_NE(reinterpret_cast<void*>(loaded->mcnMain()), reinterpret_cast<void*>(&mcn_main));
+    EXPECT_NE(reinterpret_cast<void*>(loaded->tkvercn1()), reinterpret_cast<void*>(&tkvercn1));
+    EXPECT_NE(&loaded->image(), &linked->image());
+    EXPECT_NE(reinterpret_cast<void*>(loaded->tableRoutine()), reinterpret_cast<void*>(linked->tableRoutine()));
+    ASSERT_EQ(linked->functions().size(), loaded->functions().size());
+    for (std::size_t i = 0; i < loaded->functions().size(); ++i) {
+        EXPECT_NE(reinterpret_cast<void*>(loaded->functions()[i].entry), reinterpret_cast<void*>(linked->functions()[i].entry));
+    }
 }
 
 }  // namespace

@@ -5,15 +5,14 @@
 // memory is back the same connection answers every statement as before.
 //
 // The door is linked into this program and registered on each connection
-// through its entry point, so the test reaches the process's one host
-// Session; a loaded library keeps it out of reach, which is as it should be
-// (nothing a user can call refuses memory).
+// through its entry point; the host's pools refuse through this program's
+// aligned, non-throwing new (tests/support/refused_memory.h).
 #include <sqlite3.h>
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
-#include "host/extension_host.h"
 #include "tests/support/refused_memory.h"
 
 struct sqlite3_api_routines;
@@ -53,45 +52,6 @@ const bool gSqliteHeapInstalled = [] {
     refusing.xRealloc = refusingRealloc;
     return sqlite3_config(SQLITE_CONFIG_MALLOC, &refusing) == SQLITE_OK;
 }();
-
-txhost::Session& hostSession() {
-    std::string error;
-    return *txhost::sharedHost(error)->session;
-}
-
-std::int64_t hostAllocations() {
-    std::int64_t n = 0;
-    for (const auto& [flags, count] : hostSession().counters().allocationsByFlags) n += count;
-    return n;
-}
-
-// The host's pools refuse through the session's own countdown, which counts
-// only what it served: n - 1 served leaves the n-th reached only when the
-// next one is served.
-struct Allocator {
-    const char* name;
-    Refuser& heap;
-    std::int64_t armedAt = 0, hostBefore = 0;
-    void arm(std::int64_t n) {
-        heap.arm(n);
-        if (&heap != &gHostPools) return;
-        armedAt = n;
-        hostBefore = hostAllocations();
-        hostSession().failAllocationAfter(n);
-    }
-    bool disarm() {
-        if (&heap != &gHostPools) return heap.disarm();
-        heap.active = false;
-        const std::int64_t served = hostAllocations() - hostBefore;
-        bool reached = served >= armedAt;
-        if (served == armedAt - 1) {
-            txscan::contract::MemoryPool* pool = hostSession().hostPool();
-            reached = pool->allocate(pool, 1, txscan::contract::kPoolModuleZeroed) != nullptr;
-        }
-        hostSession().failAllocationAfter(0);
-        return reached;
-    }
-};
 
 // A connection with the door registered by its entry point. While a heap is
 // armed only SQLite and the door allocate: reading rows pauses it.
@@ -139,9 +99,9 @@ TEST(RefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
     // Numbers read as text: SQLite needs memory to turn them into text.
     statements.insert(statements.begin(), "SELECT kfind(id * 1.5, '5'), kcountw(id * 1000 + 0.25, '.') FROM t");
     const std::string onNewConnection = "SELECT kcountw('a b, c'), kfindw('a b c', 'c'), kscanx('a b', 2)";
-    for (Allocator allocator : {Allocator{"host pools", gHostPools}, Allocator{"SQLite's allocator", gSqliteHeap},
-                                Allocator{"the C++ heap", gCppHeap}}) {
-        SCOPED_TRACE(allocator.name);
+    for (const auto& [name, heap] : {std::pair<const char*, Refuser*>{"host pools", &gHostPools},
+                                     {"SQLite's allocator", &gSqliteHeap}, {"the C++ heap", &gCppHeap}}) {
+        SCOPED_TRACE(name);
         Connection c;
         ASSERT_TRUE(c.open());
         ASSERT_EQ(c.run("CREATE TABLE t(id INTEGER PRIMARY KEY, s, list)").error, "");
@@ -158,9 +118,9 @@ TEST(RefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
                 SCOPED_TRACE(statements[i] + ", allocation " + std::to_string(n));
                 const std::int64_t before = gSqliteLive + gNewLive;
                 {   // the outcomes' own memory goes before `kept` is read
-                    allocator.arm(n);
-                    const Outcome o = c.run(statements[i], &allocator.heap);
-                    if (allocator.disarm()) reached = n;
+                    heap->arm(n);
+                    const Outcome o = c.run(statements[i], heap);
+                    if (heap->disarm()) reached = n;
                     expectRowsOrCleanError(o, expected[i], reached == n);
                     EXPECT_TRUE(o.error == expected[i].error || o.code == SQLITE_NOMEM) << o.code;
                     const Outcome again = c.run(statements[i]);
@@ -173,9 +133,9 @@ TEST(RefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
             }
             SCOPED_TRACE(std::string("a new connection, allocation ") + std::to_string(n));
             Connection& d = *held.emplace_back(std::make_unique<Connection>());
-            allocator.arm(n);
-            const bool opened = d.open(&allocator.heap);
-            bool refused = allocator.disarm();
+            heap->arm(n);
+            const bool opened = d.open(heap);
+            bool refused = heap->disarm();
             if (!opened) {
                 reached = n;   // SQLite's own refusal
                 continue;
@@ -187,9 +147,9 @@ TEST(RefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
                 ASSERT_TRUE(d.open());   // registering again once memory is back
                 ASSERT_EQ(d.code, SQLITE_OK) << d.error;
             }
-            allocator.arm(n);
-            const Outcome o = d.run(onNewConnection, &allocator.heap);
-            refused = allocator.disarm() || refused;
+            heap->arm(n);
+            const Outcome o = d.run(onNewConnection, heap);
+            refused = heap->disarm() || refused;
             if (refused) reached = n;
             expectRowsOrCleanError(o, onNew, refused);
             EXPECT_EQ(d.run(onNewConnection).rows, onNew.rows);
@@ -199,10 +159,11 @@ TEST(RefusedMemory, EveryStatementGivesItsRowsOrOneCleanErrorAndThenItsRows) {
         // spare site (about 750 bytes); a site or text kept per refused
         // statement would pass this after a few of the hundreds of runs.
         EXPECT_LT(kept, 2048);
-        std::printf("%s: %lld allocation points reached\n", allocator.name, static_cast<long long>(reached));
+        std::printf("%s: %lld allocation points reached\n", name, static_cast<long long>(reached));
     }
 }
 
 }  // namespace
 
 bool refuseNew() { return gCppHeap.refuses(); }
+bool refusePools() { return gHostPools.refuses(); }

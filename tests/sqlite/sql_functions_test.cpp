@@ -32,18 +32,25 @@ struct Connection {
         EXPECT_EQ(sqlite3_load_extension(db, TXSCAN_SQLITE_EXTENSION, nullptr, nullptr), SQLITE_OK);
     }
     ~Connection() { sqlite3_close(db); }
-    // Each row, its columns joined by '|' (NULL as "NULL"); a failure ends
-    // the rows with "error: <message>".
-    Rows rows(const std::string& sql) {
+    // Each row of each statement, its columns joined by '|' (NULL as "NULL"),
+    // with `parameter` bound to ?1; a failure ends the rows with "error: <message>".
+    Rows rows(const std::string& sql, const char* parameter = nullptr) {
         Rows out;
-        char* error = nullptr;
-        sqlite3_exec(db, sql.c_str(), [](void* rows, int n, char** values, char**) {
-            std::string& row = static_cast<Rows*>(rows)->emplace_back();
-            for (int c = 0; c < n; ++c) row += (c > 0 ? "|" : "") + std::string(values[c] ? values[c] : "NULL");
-            return 0;
-        }, &out, &error);
-        if (error != nullptr) out.push_back(std::string("error: ") + error);
-        sqlite3_free(error);
+        for (const char* next = sql.c_str(); *next != '\0';) {
+            sqlite3_stmt* statement = nullptr;
+            int code = sqlite3_prepare_v2(db, next, -1, &statement, &next);
+            if (parameter != nullptr) sqlite3_bind_text(statement, 1, parameter, -1, SQLITE_TRANSIENT);
+            while (statement != nullptr && (code = sqlite3_step(statement)) == SQLITE_ROW) {
+                std::string& row = out.emplace_back();
+                for (int k = 0; k < sqlite3_column_count(statement); ++k) {
+                    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, k));
+                    row += (k > 0 ? "|" : "") + std::string(text != nullptr ? text : "NULL");
+                }
+            }
+            if (code != SQLITE_OK && code != SQLITE_DONE) out.push_back(std::string("error: ") + sqlite3_errmsg(db));
+            sqlite3_finalize(statement);
+            if (code != SQLITE_OK && code != SQLITE_DONE) break;
+        }
         return out;
     }
 };
@@ -186,20 +193,7 @@ TEST(SqlFunctions, ConstantArgumentsAnswerAsColumnsOfTheSameValue) {
         {"kfindc(s, NULL), kfindw(s, 'an', 'I')", "kfindc(s, none), kfindw(s, an, upper(i))"},
     };
     for (const auto& [constant, column] : calls) {
-        sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(c.db, ("SELECT id, " + constant + " FROM t").c_str(), -1, &statement, nullptr),
-                  SQLITE_OK);
-        sqlite3_bind_text(statement, 1, "ü", -1, SQLITE_TRANSIENT);
-        Rows rows;
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            std::string& row = rows.emplace_back();
-            for (int k = 0; k < sqlite3_column_count(statement); ++k) {
-                const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, k));
-                row += (k > 0 ? "|" : "") + std::string(text != nullptr ? text : "NULL");
-            }
-        }
-        sqlite3_finalize(statement);
-        EXPECT_EQ(rows, c.rows("SELECT id, " + column + " FROM t")) << constant;
+        EXPECT_EQ(c.rows("SELECT id, " + constant + " FROM t", "ü"), c.rows("SELECT id, " + column + " FROM t")) << constant;
     }
 }
 

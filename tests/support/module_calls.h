@@ -118,6 +118,8 @@ struct Case {
 inline std::string noteName(const std::string& function) {
     if (function == "KFIND") return "FIND";
     if (function == "KCOUNTX") return "COUNT";
+    if (function == "KCOUNTW") return "SCAN";
+    if (function == "KFINDW") return "FINDC";
     return function.substr(1);   // KFINDC, KCOUNTC
 }
 

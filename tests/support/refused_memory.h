@@ -1,8 +1,10 @@
 // What the SQL doors' refused-memory sweeps share: a counter that refuses
 // the n-th allocation while armed, the rows and the statements they run,
 // what a refused statement may give, and this program's own operator new,
-// which asks refuseNew() first and counts the bytes it holds. Include it in
-// one file of a program only: it defines the program's operator new.
+// which asks refuseNew() first and counts the bytes it holds. The host's
+// pools take their blocks with the aligned, non-throwing new, which nothing
+// else in these programs uses: it asks refusePools(). Include it in one file
+// of a program only: it defines the program's operator new.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -73,8 +75,10 @@ inline void expectRowsOrCleanError(const Outcome& o, const Outcome& expected, bo
 
 }  // namespace txtest
 
-// Defined by the program: whether this allocation of operator new is refused.
+// Defined by the program: whether this allocation of operator new, or of
+// the host's pools, is refused.
 bool refuseNew();
+bool refusePools();
 
 void* operator new(std::size_t size) {
     if (refuseNew()) throw std::bad_alloc();
@@ -102,3 +106,18 @@ void operator delete(void* p, std::size_t) noexcept { ::operator delete(p); }
 void operator delete[](void* p, std::size_t) noexcept { ::operator delete(p); }
 void operator delete(void* p, const std::nothrow_t&) noexcept { ::operator delete(p); }
 void operator delete[](void* p, const std::nothrow_t&) noexcept { ::operator delete(p); }
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    if (refusePools()) return nullptr;
+    const auto a = static_cast<std::size_t>(alignment);
+    return std::aligned_alloc(a, (size + a - 1) / a * a + (size == 0 ? a : 0));
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    const auto a = static_cast<std::size_t>(alignment);
+    if (void* p = std::aligned_alloc(a, (size + a - 1) / a * a + (size == 0 ? a : 0))) return p;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t alignment) noexcept { ::operator delete(p, alignment); }
+void operator delete(void* p, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    ::operator delete(p, alignment);
+}

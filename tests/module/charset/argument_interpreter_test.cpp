@@ -1,12 +1,15 @@
-// interpretArguments, called in-process: modifier letters through the
-// transcoded alphabet, the default-delimiter rule of each call kind, the
-// count and start rules, trimming under T, and the cases where the modifier
-// text is not read at all.
+// interpretArguments, called in-process: the default-delimiter rule of each
+// call kind, the count and start rules, trimming under T, and the cases
+// where the modifier text is not read at all. (What each modifier letter
+// does on the paths that interpret their arguments is in the functions'
+// own tables: KSCANX's for every letter in upper case, KFINDC's and KFIND's
+// multi-byte rows in lower case.)
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "module/frame/encoding_ops.h"
 #include "tests/support/module_calls.h"
@@ -38,26 +41,6 @@ protected:
         return run({std::string("x"), text}, ArgumentRoles{1, 0, 0, 2, 0, 0, 0}, kCallCounting);
     }
 };
-
-TEST_P(Interpreter, ModifierLettersSetTheirFlags) {
-    struct Case { std::string text; std::vector<ModifierFlag> set; };
-    const Case cases[] = {
-        {"AI", {kModA, kModI}}, {"a b", {kModA, kModB}}, {"z9?", {}},
-        {"bcdfghiklmnopqstuvwxer:", {kModB, kModC, kModD, kModF, kModG, kModH, kModI, kModK, kModL, kModM, kModN,
-                                     kModO, kModP, kModQ, kModS, kModT, kModU, kModV, kModW, kModX, kModE, kModR,
-                                     kModColon}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        const Interpreted r = modifiersOnly(c.text);
-        ModifierSet expected{};
-        for (ModifierFlag f : c.set) expected.set(f);
-        expected.set(kModInterpreted);
-        EXPECT_EQ(0, std::memcmp(&expected, &r.modifiers, sizeof expected));
-    }
-    const Interpreted empty = modifiersOnly("");
-    EXPECT_FALSE(empty.modifiers.has(kModInterpreted));
-}
 
 TEST_P(Interpreter, DefaultDelimitersByCallKind) {
     struct Case { CallKind kind; int argCount; bool delimiterRole, expected; };
@@ -95,14 +78,10 @@ TEST_P(Interpreter, CountAndStartRules) {
     };
     const std::string ten = "abcdefghij";
     const Case cases[] = {
-        {ten, -2.0, Absent{}, "", 2, 10, true},
-        {ten, 0.0, Absent{}, "", 0, 1, false},
-        {ten, kNaN, Absent{}, "", 1, 1, false},
-        {ten, Absent{}, -3.0, "", 1, 3, true},
-        {ten, Absent{}, -30.0, "", 1, 10, true},
-        {ten, Absent{}, kNaN, "b", 1, 10, true},
-        {"", Absent{}, Absent{}, "b", 1, 1, true},
-        {ten, Absent{}, -std::numeric_limits<double>::infinity(), "", 1, 10, true},
+        {ten, -2.0, Absent{}, "", 2, 10, true},      {ten, 0.0, Absent{}, "", 0, 1, false},
+        {ten, kNaN, Absent{}, "", 1, 1, false},      {ten, Absent{}, -3.0, "", 1, 3, true},
+        {ten, Absent{}, -30.0, "", 1, 10, true},     {ten, Absent{}, kNaN, "b", 1, 10, true},
+        {"", Absent{}, Absent{}, "b", 1, 1, true},   {ten, Absent{}, -std::numeric_limits<double>::infinity(), "", 1, 10, true},
         {"ab  ", Absent{}, -9.0, "t", 1, 2, true},
     };
     for (const Case& c : cases) {
@@ -115,18 +94,18 @@ TEST_P(Interpreter, CountAndStartRules) {
     }
 }
 
+// Under T the source, the second string and the list lose their trailing
+// blanks; the source cursor keeps the whole text.
 TEST_P(Interpreter, TrimmingUnderT) {
     for (const char* modifiers : {"", "t"}) {
-        SCOPED_TRACE(modifiers);
-        const bool trim = *modifiers != 0;
         const Interpreted r = run({std::string("abc  "), std::string("de "), std::string("xy  "), std::string(modifiers)},
                                   ArgumentRoles{1, 2, 3, 4, 0, 0, 0}, kCallFinding);
-        EXPECT_EQ(trim ? 3 : 5, r.parsed.sourceChars);
-        EXPECT_EQ(trim ? 2 : 3, r.parsed.secondChars);
-        EXPECT_EQ(trim ? 2 : 4, r.parsed.list.length);
-        EXPECT_EQ(5, r.parsed.source.length);   // the cursor keeps the whole text
-        EXPECT_EQ(1, r.parsed.sourceSet);
-        EXPECT_EQ(1, r.parsed.listSet);
+        const ParsedArguments& p = r.parsed;
+        const std::vector<std::int64_t> expected = *modifiers != 0 ? std::vector<std::int64_t>{3, 2, 2, 5, 1, 1}
+                                                                   : std::vector<std::int64_t>{5, 3, 4, 5, 1, 1};
+        EXPECT_EQ(expected, (std::vector<std::int64_t>{p.sourceChars, p.secondChars, p.list.length, p.source.length,
+                                                       p.sourceSet, p.listSet}))
+            << modifiers;
     }
 }
 

@@ -30,20 +30,13 @@ struct Fault {
 };
 
 const Fault kFaults[] = {
-    {"none", "", false},
-    {"stray continuation", "\x80", false},
-    {"lead C0", "\xC0\x80", false},
-    {"lead C1", "\xC1\xBF", false},
-    {"lead F5", "\xF5\x80\x80\x80", false},
-    {"byte FF", "\xFF", false},
-    {"overlong three", "\xE0\x9F\xBF", false},
-    {"surrogate", "\xED\xA0\x80", false},
-    {"overlong four", "\xF0\x8F\xBF\xBF", false},
-    {"above U+10FFFF", "\xF4\x90\x80\x80", false},
-    {"lead then ASCII", "\xE6\x41", false},
-    {"two leads", "\xC3\xC3", false},
-    {"cut two", "\xC3", true},
-    {"cut three", "\xE6\x9D", true},
+    {"none", "", false},                        {"stray continuation", "\x80", false},
+    {"lead C0", "\xC0\x80", false},             {"lead C1", "\xC1\xBF", false},
+    {"lead F5", "\xF5\x80\x80\x80", false},     {"byte FF", "\xFF", false},
+    {"overlong three", "\xE0\x9F\xBF", false},  {"surrogate", "\xED\xA0\x80", false},
+    {"overlong four", "\xF0\x8F\xBF\xBF", false}, {"above U+10FFFF", "\xF4\x90\x80\x80", false},
+    {"lead then ASCII", "\xE6\x41", false},     {"two leads", "\xC3\xC3", false},
+    {"cut two", "\xC3", true},                   {"cut three", "\xE6\x9D", true},
     {"cut four", "\xF0\x9F\x98", true},
 };
 

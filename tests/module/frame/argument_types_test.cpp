@@ -23,17 +23,13 @@ struct TypeCase { const char* function; bool callRoutine; std::vector<Argument> 
 TEST(MistypedArguments, NeverReadAsTheOtherKind) {
     const TypeCase cases[] = {
         // a number where only a character value belongs reads as not given
-        {"KFIND", false, {1.0, S("a")}, kStatusOk, 0},
-        {"KFIND", false, {S("abc"), 2.0}, kStatusOk, 0},
-        {"KFINDC", false, {1.0, S("a")}, kStatusOk, 0},
-        {"KCOUNTW", false, {S("a b"), 2.0, 3.0}, kStatusOk, 1},
-        {"KFINDW", false, {S("\xC3\xA9 b"), 2.0, S(" ")}, kStatusOk, 0},
-        {"KSCANX", false, {1.0, 1.0}, kStatusOk, 0},
+        {"KFIND", false, {1.0, S("a")}, kStatusOk, 0},          {"KFIND", false, {S("abc"), 2.0}, kStatusOk, 0},
+        {"KFINDC", false, {1.0, S("a")}, kStatusOk, 0},         {"KCOUNTW", false, {S("a b"), 2.0, 3.0}, kStatusOk, 1},
+        {"KFINDW", false, {S("\xC3\xA9 b"), 2.0, S(" ")}, kStatusOk, 0}, {"KSCANX", false, {1.0, 1.0}, kStatusOk, 0},
         {"KSCANX", false, {S("a b"), 1.0, 2.0, 3.0}, kStatusOk, 0},
-        // the types that decide roles give their status
+        // the types that decide roles give their status; a word number that is not numeric
         {"KFIND", false, {S("abc"), S("c"), 1.0, 2.0}, kStatusInvalidArgument, 0},
         {"KFINDW", false, {S("a b"), S("b"), 1.0, 2.0}, kStatusInvalidArgument, 0},
-        // a word number that is not numeric
         {"KSCANX", true, {S("a b"), S("1"), 0.0, 0.0}, kStatusInvalidArgument, 0},
     };
     for (const char* encoding : {"UTF-8", "ISO-8859-1"}) {

@@ -1,9 +1,12 @@
 // The function environment of a call context: built once on first need,
 // registered only when complete, with its delimiter table, seeded stream
-// and host values.
+// and host values; builds that fail, once or for good.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "host/host.h"
 #include "module/frame/exports.h"
@@ -51,9 +54,7 @@ TEST_F(Environment, RecordContents) {
     start({.options = {{"YEARCUTOFF", "1950"}}, .optionText = "nodate RNGSEED=12345 other"});
     FunctionEnvironment* e = txscan::functionEnvironmentFor(&frame);
     ASSERT_NE(nullptr, e);
-    double yearCutoff;
-    std::memcpy(&yearCutoff, &e->yearCutoff, 8);
-    EXPECT_EQ(1950.0, yearCutoff);
+    EXPECT_EQ(1950.0, std::bit_cast<double>(e->yearCutoff));
 
     std::string members;
     for (int b = 0; b < 256; ++b)
@@ -65,19 +66,46 @@ TEST_F(Environment, RecordContents) {
     EXPECT_EQ(0u, e->randomStream->stream);
 }
 
-TEST_F(Environment, EveryRefusedAllocationLeavesNoCompleteRecord) {
-    start();
-    void* context = taskContext();
-    for (int n = 1; n <= 6; ++n) {
-        session->failAllocationAfter(n);
-        const std::int32_t status = txscan::buildFunctionEnvironment(context);
-        session->failAllocationAfter(0);
-        if (status == 0) break;  // the build needs fewer allocations than n
-        EXPECT_EQ(txscan::kEnvironmentNoMemory, status) << n;
-        const auto* record = static_cast<FunctionEnvironment*>(slot37(context));
-        EXPECT_TRUE(record == nullptr || !txscan::environmentComplete(record)) << n;
+// KCOUNTW with only the source needs the default delimiters.
+const std::vector<txhost::Argument> kRow{std::string("a b")};
+
+// A build that keeps failing costs no memory per row.
+TEST(EnvironmentFailures, AFailureThatPersistsKeepsMemoryBounded) {
+    txhost::Session session({.options = {{"YEARCUTOFF", ""}}});
+    auto module = txhost::Module::load(session);
+    txhost::CallSite site(*module, module->functionIndex("KCOUNTW"));
+    const txhost::CallResult first = site.call(kRow);
+    EXPECT_EQ(first.status, kStatusNoMemory);
+    ASSERT_FALSE(first.messages.empty());
+    EXPECT_EQ(first.messages.back().code, 1016);
+    const auto allocations = session.counters().allocationsByFlags;
+    for (int row = 0; row < 200; ++row) ASSERT_EQ(site.call(kRow).status, kStatusNoMemory);
+    EXPECT_EQ(allocations, session.counters().allocationsByFlags);
+}
+
+// Every refused allocation of the build: the row stores nothing, no
+// complete record is registered, and the next row finishes the record the
+// refused one began rather than building another.
+TEST(EnvironmentFailures, ARefusalThatPassesLetsTheNextRowSucceed) {
+    for (int n = 1;; ++n) {
+        txhost::Session session({.countOperations = true});   // allocations from the first row on
+        auto module = txhost::Module::load(session);
+        txhost::CallSite site(*module, module->functionIndex("KCOUNTW"));
+        session.failAllocationAfter(n);
+        const txhost::CallResult refused = site.call(kRow);
+        session.failAllocationAfter(0);
+        if (refused.status == kStatusOk) break;   // the build needs fewer than n allocations
+        SCOPED_TRACE("refused allocation " + std::to_string(n));
+        EXPECT_EQ(refused.status, kStatusNoMemory);
+        EXPECT_FALSE(refused.numberStored());
+        const auto* record = static_cast<FunctionEnvironment*>(session.defaultCallContext()->slots[kEnvironmentSlot]);
+        EXPECT_TRUE(record == nullptr || !txscan::environmentComplete(record));
+        const txhost::CallResult next = site.call(kRow);
+        EXPECT_EQ(next.status, kStatusOk);
+        EXPECT_EQ(next.number.value_or(-1), 2);
+        EXPECT_EQ(session.counters().allocationsByFlags[kPoolEnvironment], 1);
+        ASSERT_LT(n, 100);
     }
-    EXPECT_NE(nullptr, txscan::functionEnvironmentFor(&frame));
 }
 
 }  // namespace

@@ -18,10 +18,9 @@ std::string joined(const Chars& chars, std::size_t from = 0, std::size_t to = st
 
 // First character index at or after `from` where `pattern` begins, or -1.
 long findAt(const Chars& text, const Chars& pattern, std::size_t from) {
-    for (std::size_t i = from; i + pattern.size() <= text.size(); ++i) {
-        if (std::equal(pattern.begin(), pattern.end(), text.begin() + static_cast<long>(i))) return static_cast<long>(i);
-    }
-    return -1;
+    const auto at = std::search(text.begin() + static_cast<long>(std::min(from, text.size())), text.end(),
+                                pattern.begin(), pattern.end());
+    return at == text.end() ? -1 : at - text.begin();
 }
 
 struct Word { std::size_t first, end; };

@@ -52,9 +52,8 @@ protected:
         return lines;
     }
     std::vector<Message> catalogued() {
-        std::vector<Message> issued;
-        for (Message& m : messages())
-            if (m.source == Message::Source::Catalogued) issued.push_back(std::move(m));
+        std::vector<Message> issued = messages();
+        std::erase_if(issued, [](const Message& m) { return m.source != Message::Source::Catalogued; });
         return issued;
     }
     std::vector<std::uint32_t> cataloguedCodes() {

@@ -1,7 +1,7 @@
 // KFINDC and KCOUNTC through the host and the module's exports: every
 // modifier letter, negation, caseless lists, trimming, start positions and
-// directions, the type check, the per-site cached sets and the short-list
-// shortcuts; the multi-byte paths in UTF-8 and Shift_JIS.
+// directions, the type check, the per-site cached sets (KCOUNTW's and
+// KFINDW's too); the multi-byte paths in UTF-8 and Shift_JIS.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,7 +18,7 @@ const char* const kSingleByteAndUtf8[] = {"UTF-8", "ISO-8859-1", "Shift_JIS"};
 constexpr const char* F = "KFINDC";
 constexpr const char* C = "KCOUNTC";
 
-TEST(KFindC, ListsStartsAndDirections) {
+TEST(KFindCAndKCountC, ListsStartsDirectionsAndModifiers) {
     const std::vector<Case> cases = {
         {F, {s("abc"), s("cb")}, 2},        {F, {s("abc")}, 0},                  {F, {s("abc"), s("a"), s("k")}, 2},
         {F, {s("abc"), s("a"), s("v")}, 2}, {F, {s("abca"), s("a"), s("b")}, 4}, {F, {s("abca"), s("a"), 2.0}, 4},
@@ -28,12 +28,6 @@ TEST(KFindC, ListsStartsAndDirections) {
         {F, {s("abca"), s("a"), 3.0, s("b")}, 4},
         {F, {s("abca"), s("a"), 1.0, 2.0}, 0, "", kStatusInvalidArgument},
         {F, {s("abca"), s("a"), s("b"), s("i")}, 0, "", kStatusInvalidArgument},
-    };
-    for (const char* encoding : kSingleByteAndUtf8) runCases(encoding, cases);
-}
-
-TEST(KCountC, ListsAndModifiers) {
-    const std::vector<Case> cases = {
         {C, {s("abcab"), s("ab"), s("v")}, 1}, {C, {s("abcab"), s("ab"), s("k")}, 4, "K"},
         {C, {s("abc  "), s("x"), s("vt")}, 3}, {C, {s("abc"), Absent{}}, 0},
         {C, {s("aAbB"), s("ab"), s("i")}, 4},  {C, {s("aAbB"), s("a"), s("iv")}, 2},
@@ -78,67 +72,45 @@ TEST(KCountC, ClassLettersFollowTheHostTables) {
     }
 }
 
-// The table-free shortcuts for lists of at most one byte give the table's answers.
-TEST(KCountC, ShortcutsAgreeAcrossTheLengthThreshold) {
-    for (int length : {99, 100}) {
-        std::string source;
-        for (int i = 0; i < length; ++i) source += "aAb "[i % 4];
-        const double a = (length + 3) / 4, upperA = (length + 2) / 4;
-        runCases("ISO-8859-1", {
-            {C, {source, s("a"), s("i")}, a + upperA},     {C, {source, s("A"), s("vi")}, length - a - upperA},
-            {C, {source, s(""), s("v")}, double(length)},  {F, {source, s("b")}, 3},
-        });
-    }
-}
-
-// A site whose kind allows caching keeps the set of its first call under O;
-// later calls there use it and ignore their own list and modifiers.
+// A site whose kind allows caching keeps the set of its first call under O,
+// with its direction (B), trim flag (T) and negation (V, applied before
+// caching); later calls there use it and ignore their own list and
+// modifiers, while a negative start still narrows the region. Without O,
+// or at a site that may not cache, nothing is kept.
 TEST(CachedSets, BuiltUnderOAndReusedAtTheSite) {
+    struct Sequence {
+        const char* function;
+        std::uint8_t siteKind;
+        bool kept;
+        std::vector<std::pair<std::vector<Argument>, double>> calls;   // arguments, answer
+    };
+    const Sequence sequences[] = {
+        {F, 0x48, true, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay"), s("x"), s("z")}, 3}}},
+        {C, 0x48, true, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay  "), s("xy")}, 1}}},
+        {F, 0x88, true, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay"), s("x"), s("z")}, 3}}},
+        {C, 0x88, true, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay  "), s("xy")}, 1}}},
+        {F, 0x48, true, {{{s("abca"), s("a"), s("ob")}, 4}, {{s("abca"), s("b"), 1.0, s("")}, 4}}},
+        {F, 0x48, true, {{{s("abca"), s("a"), s("o")}, 1}, {{s("abca"), s("a"), -4.0}, 1}, {{s("bbca"), s("a"), -3.0}, 0}}},
+        {C, 0x48, true, {{{s("ab  "), s("a"), s("otv")}, 1}, {{s("bb  "), s("b")}, 2}}},
+        {F, 0x48, true, {{{s("ab  "), s("a"), s("otv")}, 2}, {{s("aa  "), s("b")}, 0}}},
+        {"KFINDW", 0x58, true, {{{s("a,b"), s("b"), s(","), s("OE")}, 2}, {{s("a,b c"), s("c"), s(" ")}, 0},
+                                {{s("x,a,b"), s("b"), s(" "), s("B")}, 3}}},
+        {F, 0x00, false, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay"), s("x"), s("z")}, 1}}},
+        {C, 0x00, false, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay  "), s("xy")}, 3}}},
+        {F, 0x49, false, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay"), s("x"), s("z")}, 1}}},
+        {C, 0x49, false, {{{s("xaxa"), s("a"), s("o")}, 2}, {{s("xyay  "), s("xy")}, 3}}},
+        {F, 0x48, false, {{{s("abc"), s("a"), s("i")}, 1}}},
+    };
     txhost::Session session({.encoding = "ISO-8859-1"});
     auto module = txhost::Module::load(session);
-    auto cacheAllocations = [&] { return session.counters().allocationsByFlags[0x2004]; };
-    for (const auto& [siteKind, cached] :
-         {std::pair<std::uint8_t, bool>{0x48, true}, {0x88, true}, {0x00, false}, {0x49, false}}) {
-        SCOPED_TRACE(static_cast<int>(siteKind));
-        txhost::CallSite find(*module, module->functionIndex(F), siteKind);
-        txhost::CallSite count(*module, module->functionIndex(C), siteKind);
-        const auto before = cacheAllocations();
-        EXPECT_EQ(2, *find.call({s("xaxa"), s("a"), s("o")}).number);
-        EXPECT_EQ(2, *count.call({s("xaxa"), s("a"), s("o")}).number);
-        EXPECT_EQ(cached ? 2 : 0, cacheAllocations() - before);
-        EXPECT_EQ(cached, find.frame().setCache != nullptr);
-        EXPECT_EQ(cached, count.frame().setCache != nullptr);
-        // Another list: a cached site still answers with the set of "a".
-        EXPECT_EQ(cached ? 3 : 1, *find.call({s("xyay"), s("x"), s("z")}).number);
-        EXPECT_EQ(cached ? 1 : 3, *count.call({s("xyay  "), s("xy")}).number);
-        EXPECT_EQ(cached ? 2 : 0, cacheAllocations() - before);
+    for (const Sequence& q : sequences) {
+        SCOPED_TRACE(std::string(q.function) + " site " + std::to_string(q.siteKind) + " " + describe(q.calls[0].first));
+        txhost::CallSite site(*module, module->functionIndex(q.function), q.siteKind);
+        const auto before = session.counters().allocationsByFlags[0x2004];
+        for (const auto& [args, answer] : q.calls) EXPECT_EQ(answer, site.call(args).number.value_or(-1));
+        EXPECT_EQ(q.kept ? 1 : 0, session.counters().allocationsByFlags[0x2004] - before);
+        EXPECT_EQ(q.kept, site.frame().setCache != nullptr);
     }
-    // Without O nothing is kept, whatever the site.
-    txhost::CallSite plain(*module, module->functionIndex(F), 0x48);
-    plain.call({s("abc"), s("a"), s("i")});
-    EXPECT_EQ(nullptr, plain.frame().setCache);
-}
-
-TEST(CachedSets, KeepDirectionAndTrimFlag) {
-    txhost::Session session({.encoding = "ISO-8859-1"});
-    auto module = txhost::Module::load(session);
-    const int findc = module->functionIndex(F);
-    // Built leftwards (by B): reused leftwards, even with a positive start.
-    txhost::CallSite left(*module, findc, 0x48);
-    EXPECT_EQ(4, *left.call({s("abca"), s("a"), s("ob")}).number);
-    EXPECT_EQ(4, *left.call({s("abca"), s("b"), 1.0, s("")}).number);
-    // Built rightwards: a negative start narrows the region, still rightwards.
-    txhost::CallSite right(*module, findc, 0x48);
-    EXPECT_EQ(1, *right.call({s("abca"), s("a"), s("o")}).number);
-    EXPECT_EQ(1, *right.call({s("abca"), s("a"), -4.0}).number);
-    EXPECT_EQ(0, *right.call({s("bbca"), s("a"), -3.0}).number);
-    // The trim flag travels with the set; V was applied before caching.
-    txhost::CallSite trimmed(*module, module->functionIndex(C), 0x48);
-    EXPECT_EQ(1, *trimmed.call({s("ab  "), s("a"), s("otv")}).number);
-    EXPECT_EQ(2, *trimmed.call({s("bb  "), s("b")}).number);
-    txhost::CallSite trimmedFind(*module, findc, 0x48);
-    EXPECT_EQ(2, *trimmedFind.call({s("ab  "), s("a"), s("otv")}).number);
-    EXPECT_EQ(0, *trimmedFind.call({s("aa  "), s("b")}).number);
 }
 
 // A refused cache allocation stores nothing, and the next call builds it;
@@ -184,28 +156,6 @@ TEST(KFindC, MultiBytePaths) {
     runCases("Shift_JIS", {
         {F, {jis + "a", s("\x96\x7B")}, 2}, {F, {jis + "a", s("{")}, 0}, {F, {jis + "A", s("a"), s("i")}, 3},
         {C, {jis + "\x93\xFA", s("\x93\xFA"), s("v")}, 1}, {C, {s("\x93\xFA" "a1 "), s(""), s("d")}, 1},
-    });
-}
-
-// UTF-8 rows long enough to be walked 32 bytes at a time: members on either
-// side of a block's edge, a wide character across it, texts whose blocks
-// stop often (wide text, a negated set, caseless lists), and both directions.
-TEST(KFindC, LongUtf8RowsAcrossBlockEdges) {
-    const auto a = [](int n) { return std::string(static_cast<std::size_t>(n), 'a'); };
-    std::string mixed;
-    for (int i = 0; i < 20; ++i) mixed += "ü1";
-    std::string wide;
-    for (int i = 0; i < 40; ++i) wide += "ж";
-    runCases("UTF-8", {
-        {F, {a(31) + "é" + a(40) + "7", s(""), s("d")}, 73}, {C, {a(31) + "é" + a(40) + "7", s(""), s("d")}, 1},
-        {F, {a(63) + "é" + a(5) + "7", s(""), s("d")}, 70},   // the walk goes on after the last block mid-character
-        {F, {a(31) + "7" + a(40), s(""), s("d")}, 32},       {F, {a(32) + "7" + a(40), s(""), s("d")}, 33},
-        {F, {a(30) + "日" + a(40) + "日", s("日")}, 31},     {C, {a(30) + "日" + a(40) + "日", s("日")}, 2},
-        {F, {mixed, s(""), s("d")}, 2},                      {F, {mixed, s(""), 10.0, s("d")}, 10},
-        {C, {mixed, s(""), s("d")}, 20},                     {C, {mixed, s(""), s("vd")}, 20},
-        {F, {a(70) + "b", s("a"), s("v")}, 71},              {F, {a(70) + "B", s("b"), s("i")}, 71},
-        {F, {wide + "7" + a(40), s(""), s("d")}, 41},        {C, {wide + "7" + a(40), s(""), s("d")}, 1},
-        {F, {"7" + a(70) + "é", s(""), s("bd")}, 1},         {F, {a(40) + "é7" + a(40), s(""), -45.0, s("d")}, 42},
     });
 }
 

@@ -192,12 +192,9 @@ TEST(Walkers, AnEmptyWordIsTheHandlesToMatch) {
         double matchingHost;
     };
     const Row rows[] = {
-        {{" \xF0\x9F\x98\x80", ""}, 0, 1},
-        {{"a\xF0\x9F\x98\x80  b", " ", " ", "R"}, 0, 4},
-        {{"a\xF0\x9F\x98\x80,,b", "  ", ",", "T"}, 0, 4},
-        {{"a\xF0\x9F\x98\x80  b", " ", " ", "RE"}, 0, 2},
-        {{"a\xF0\x9F\x98\x80  b", " ", " ", "RB"}, 0, 4},
-        {{"\xC3\xA9  'x'", " ", " ", "RQ"}, 0, 3},
+        {{" \xF0\x9F\x98\x80", ""}, 0, 1},                        {{"a\xF0\x9F\x98\x80  b", " ", " ", "R"}, 0, 4},
+        {{"a\xF0\x9F\x98\x80,,b", "  ", ",", "T"}, 0, 4},         {{"a\xF0\x9F\x98\x80  b", " ", " ", "RE"}, 0, 2},
+        {{"a\xF0\x9F\x98\x80  b", " ", " ", "RB"}, 0, 4},         {{"\xC3\xA9  'x'", " ", " ", "RQ"}, 0, 3},
         {{"\xC3\xA9,,b", ",", ",", "R", 2.0}, 0, 3},
     };
     for (const bool matching : {false, true}) {
