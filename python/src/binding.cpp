@@ -355,8 +355,9 @@ PYBIND11_MODULE(_core, m) {
     m.def("abandon_after_fork", &abandonAfterFork);
     m.def("engine_seconds", &engineSeconds, py::arg("runtime"), py::arg("function"), py::arg("call_routine"),
           py::arg("arguments"), py::arg("rows"), py::arg("rounds"));
-    // For the tests: the plain UTF-8 writers on a machine with vectors.
-    m.def("_set_vector_utf8", &setVectorUtf8, py::arg("on"));
+    // For the tests: each UTF-8 writer the machine has (0 plain, 1 AVX2, 2 AVX-512).
+    m.def("_set_utf8_writer", &setUtf8Writer, py::arg("writer"));
+    m.def("_best_utf8_writer", &bestUtf8Writer);
     m.def("status_name", &txhost::statusName);
     m.def("status_text", &txhost::statusText);
     m.attr("STATUS_MISSING_START") = txscan::contract::kStatusMissingStart;
