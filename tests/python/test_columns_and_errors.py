@@ -145,6 +145,13 @@ def test_batches_give_the_rows_and_counts_of_one_run():
     # Which rows are ASCII str is noted for the whole column; later batches read it at their own rows.
     unique = [f"a{i}" for i in range(70000)] + [f"é{i}" for i in range(70000)]
     assert txscanmd.kscanx(unique, 1).tolist() == unique
+    # A column is read batch by batch, yet answers as one: bytes results turn str once str is met.
+    assert txscanmd.kscanx([b"b\xc3\xa9"] * 70000 + ["c"], 1).tolist() == ["bé"] * 70000 + ["c"]
+    for bad, message in [(3, "row 70000: int is not text"), ("\udfff", "row 70000: the text has no UTF-8 form")]:
+        with pytest.raises(ValueError, match=message):
+            txscanmd.kfind(["a"] * 70000 + [bad, 4], "a")
+    with pytest.raises(ValueError, match="argument 1 must hold text"):
+        txscanmd.kfind([None] * 70000 + [3], "a")
 
 
 @pytest.fixture(params=[2, 1, 0], ids=["avx512", "avx2", "plain"])
