@@ -45,7 +45,8 @@ private:
     std::size_t capacity_ = 0;
 };
 
-// Transcoded text of one thread. It grows (keeping what it holds) while a
+// Transcoded text of one thread. It grows (keeping what it holds, and
+// moving, so views into it follow) while a
 // pass fills it, so rows are written while their objects are at hand
 // rather than found again later; it is kept at its largest, so a thread
 // that calls again on a column no larger neither grows nor faults it in.
@@ -66,7 +67,7 @@ public:
     std::size_t used() const { return used_; }
     void commit(std::size_t bytes) { used_ += bytes; }
     void clear() { used_ = 0; }
-    const char* at(std::size_t offset) const { return data_.get() + offset; }
+    const char* base() const { return data_.get(); }
 
 private:
     struct Free {
@@ -76,18 +77,23 @@ private:
     std::size_t capacity_ = 0, used_ = 0;
 };
 
-struct Transcoded {
-    std::int64_t row;
-    std::size_t offset;   // in the arena, which may still move while the pass runs
-};
-
 struct ThreadBuffers {
     Reused<txengine::TextView> views;
     Reused<std::uint8_t> validity;
     Reused<std::uint8_t> asciiRows;
     Arena arena;
-    std::vector<Transcoded> transcoded;
 };
+
+// The views of the first `rows` rows that point into [from, from + bytes)
+// moved with it to `to`: the arena grew and moved during the pass, which
+// happens only on a thread's larger column than ever before.
+void followArena(txengine::TextView* views, std::int64_t rows, const char* from, std::size_t bytes, const char* to) {
+    const auto start = reinterpret_cast<std::uintptr_t>(from);
+    for (std::int64_t row = 0; row < rows; ++row) {
+        const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(views[row].data) - start;
+        if (at < bytes) views[row].data = to + at;
+    }
+}
 
 // Out of line: the module is loaded with dlopen, where each look-up of a
 // thread_local is a call, and inlined the compiler would repeat it per row
@@ -219,7 +225,6 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     std::uint8_t* validity = nullptr;
     std::uint8_t* asciiRows = b.asciiRows.get(static_cast<std::size_t>((rows + 7) / 8));
     b.arena.clear();
-    b.transcoded.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1, end = rows;
     std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of the current eight rows
     for (std::int64_t row = 0; row < end; ++row) {
@@ -240,9 +245,11 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             if (PyUnicode_IS_ASCII(item) && codec.asciiSame) asciiBits = static_cast<std::uint8_t>(asciiBits | 1u << (row & 7));
             if (!viewInPlace(item, codec, views[row])) {
                 if (codec.latin1) refuse(what, begin + row, unencodable(codec));
+                const char* base = b.arena.base();
                 const std::size_t offset = b.arena.used();
-                views[row] = {nullptr, appendEncoded(item, b, codec, begin + row, what)};
-                b.transcoded.push_back({row, offset});
+                const std::int64_t length = appendEncoded(item, b, codec, begin + row, what);
+                if (b.arena.base() != base && offset > 0) followArena(views, row, base, offset, b.arena.base());
+                views[row] = {b.arena.base() + offset, length};
             }
         } else if (PyBytes_Check(item)) {
             ++bytesRows;
@@ -296,7 +303,6 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
         }
         return column;
     }
-    for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
     column.text = txengine::TextViewColumn{views, validity};
     column.asciiRows = asciiRows;
     return column;
