@@ -136,24 +136,11 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m2
 // lane's first byte, and its second unless it is ASCII.
 constexpr Packing kNarrowPacking = makePacking<8>(2, [](int ascii, int lane) { return ((ascii >> lane) & 1) != 0 ? 1 : 2; });
 
-// Eight characters below U+0800 in 16-bit lanes (Latin-1 and the other
-// alphabets mixed text mostly holds), one or two bytes each: built in 16-bit
-// lanes and packed with one shuffle, a third of putEight's work. Stores 16
-// bytes; returns the bytes that count.
-__attribute__((target("avx2"), always_inline)) inline std::int64_t putEightNarrow(__m128i c, unsigned char* out) {
-    const __m128i ascii = _mm_cmplt_epi16(c, _mm_set1_epi16(0x80));
-    const __m128i lead = _mm_or_si128(_mm_srli_epi16(c, 6), _mm_set1_epi16(0xC0));
-    const __m128i tail = _mm_slli_epi16(_mm_or_si128(_mm_and_si128(c, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)), 8);
-    const __m128i word = _mm_blendv_epi8(_mm_or_si128(lead, tail), c, ascii);
-    const auto mask = static_cast<std::size_t>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii)) & 0xFF);
-    const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[mask].data()));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(word, shuffle));
-    return kNarrowPacking.bytes[mask];
-}
-
-// Sixteen characters below U+0800 in 16-bit lanes, as putEightNarrow does
-// eight: each 128-bit half packed by its own shuffle and the halves stored
-// one after the other. Stores 32 bytes; returns the bytes that count.
+// Sixteen characters below U+0800 in 16-bit lanes (Latin-1 and the other
+// alphabets mixed text mostly holds), one or two bytes each, built in 16-bit
+// lanes, a third of putEight's work: each 128-bit half packed by its own
+// shuffle and the halves stored one after the other. Stores 32 bytes;
+// returns the bytes that count.
 __attribute__((target("avx2"), always_inline)) inline std::int64_t putSixteenNarrow(__m256i c, unsigned char* out) {
     const __m256i ascii = _mm256_cmpgt_epi16(_mm256_set1_epi16(0x80), c);
     const __m256i lead = _mm256_or_si256(_mm256_srli_epi16(c, 6), _mm256_set1_epi16(0xC0));
