@@ -226,13 +226,14 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     std::uint8_t* asciiRows = b.asciiRows.get(static_cast<std::size_t>((rows + 7) / 8));
     b.arena.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1, end = rows;
+    std::size_t textBytes = 0;   // of the rows read, in place or transcoded
     std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of the current eight rows
     for (std::int64_t row = 0; row < end; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
-        // header while this one is read. Not for its text: text read in
-        // place waits for the engine, which asks for it itself, and asking
-        // ahead for the text to transcode cost mixed rows more than it gave.
+        // header while this one is read. Not for text read in place, which
+        // waits for the engine, which asks for it itself; of the text to
+        // transcode, only a long one (prefetchLongText).
         if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
         if (row + 1 < rows) prefetchLongText(values[row + 1], codec);
         bool valid = true;
@@ -263,6 +264,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
         } else {
             refuse(what, begin + row, typeName(item) + " is not text");
         }
+        textBytes += static_cast<std::size_t>(views[row].length);
         bits = static_cast<std::uint8_t>(bits | (valid ? 1u << (row & 7) : 0u));
         if ((row & 7) == 7 || row == rows - 1) {
             const bool last = row == rows - 1 && (rows & 7) != 0;
@@ -276,9 +278,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             asciiRows[row >> 3] = asciiBits;
             bits = 0;
             asciiBits = 0;
-            // Enough transcoded text for one batch: the rows end here, on a
-            // whole byte of the bitmaps.
-            if (b.arena.used() >= budget) end = row + 1;
+            // Enough text for one batch: the rows end here, on a whole byte
+            // of the bitmaps.
+            if (textBytes >= budget) end = row + 1;
         }
     }
     ObjectColumn column;

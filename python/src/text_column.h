@@ -49,7 +49,7 @@ struct ObjectColumn {
 
 // `items` is a contiguous one-dimensional object array, of which rows from
 // `begin` on are read: `most` of them (all when negative), or fewer, ending
-// on a multiple of 8, once `budget` bytes were transcoded. The column's
+// on a multiple of 8, once they hold `budget` bytes of text. The column's
 // views and bitmaps are of those rows (their first is `begin`). `slot` picks the
 // calling thread's buffers (one set per argument position), which the next
 // read of the slot reuses. `na` is pandas'
