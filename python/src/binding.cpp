@@ -236,10 +236,14 @@ py::list messageList(const std::vector<txengine::MessageCount>& messages) {
 
 // Rows of argument 1 a batch reads: enough for every worker to take
 // several tasks, few enough rows and bytes that Ctrl-C is answered within a
-// fraction of a second. With one worker, its text (transcoded or not) is
-// kept to what stays in the core's cache until the engine reads it back.
-std::int64_t batchRows(const Runtime& runtime) { return std::int64_t{1} << 16 << (runtime.engine->threads() > 2 ? 1 : 0); }
-std::size_t batchBytes(const Runtime& runtime) { return runtime.engine->threads() == 1 ? std::size_t{1} << 18 : std::size_t{1} << 26; }
+// fraction of a second. With one worker, the text it transcodes is kept to
+// what stays in the core's cache until the engine reads it back.
+RowLimits batchLimits(const Runtime& runtime) {
+    const int threads = runtime.engine->threads();
+    constexpr std::size_t kText = std::size_t{1} << 26;
+    return RowLimits{.rows = std::int64_t{1} << 16 << (threads > 2 ? 1 : 0), .text = kText,
+                     .transcoded = threads == 1 ? std::size_t{1} << 18 : kText};
+}
 
 // Per-row statuses of this thread's last run: read only to see whether any
 // row failed, so kept from call to call rather than faulted in anew.
@@ -273,7 +277,7 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
         // Argument 1 is read batch by batch, so that the text transcoded for
         // a batch is still in cache when the engine reads it.
         const ObjectColumn first = readObjectColumn(firstColumn, runtime.codec, na, 1, label + ": argument 1", begin,
-                                                    batchRows(runtime), batchBytes(runtime));
+                                                    batchLimits(runtime));
         if (first.numeric) readWhole(firstColumn, runtime.codec, na, label);
         end = begin + first.rows;
         if (text && sawBytes && !sawText && first.textRows > 0) {

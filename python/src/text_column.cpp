@@ -213,12 +213,12 @@ Codec codecFor(const std::string& encoding) {
 }
 
 ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
-                              const std::string& what, std::int64_t begin, std::int64_t most, std::size_t budget) {
+                              const std::string& what, std::int64_t begin, const RowLimits& limits) {
     if (items.ndim() != 1 || items.dtype().kind() != 'O' || (items.size() > 1 && items.strides(0) != sizeof(PyObject*))) {
         throw py::value_error(what + ": expected a contiguous one-dimensional object array");
     }
     const auto total = static_cast<std::int64_t>(items.size());
-    const std::int64_t rows = std::clamp<std::int64_t>(most < 0 ? total - begin : most, 0, total - begin);
+    const std::int64_t rows = std::clamp<std::int64_t>(limits.rows, 0, total - begin);
     auto* const* values = static_cast<PyObject* const*>(items.data()) + begin;
     ThreadBuffers& b = buffersFor(slot);
     txengine::TextView* views = b.views.get(static_cast<std::size_t>(rows));
@@ -280,7 +280,7 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             asciiBits = 0;
             // Enough text for one batch: the rows end here, on a whole byte
             // of the bitmaps.
-            if (textBytes >= budget) end = row + 1;
+            if (textBytes >= limits.text || b.arena.used() >= limits.transcoded) end = row + 1;
         }
     }
     ObjectColumn column;

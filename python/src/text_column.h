@@ -47,19 +47,25 @@ struct ObjectColumn {
     std::vector<double> values;
 };
 
+// Where a read of some of a column's rows stops: after `rows` rows, or on
+// the first multiple of 8 rows past `text` bytes of text (in place or
+// transcoded) or past `transcoded` bytes transcoded.
+struct RowLimits {
+    std::int64_t rows = INT64_MAX;
+    std::size_t text = SIZE_MAX;
+    std::size_t transcoded = SIZE_MAX;
+};
+
 // `items` is a contiguous one-dimensional object array, of which rows from
-// `begin` on are read: `most` of them (all when negative), or fewer, ending
-// on a multiple of 8, once they hold `budget` bytes of text. The column's
-// views and bitmaps are of those rows (their first is `begin`). `slot` picks the
+// `begin` on are read, as far as `limits` let. The column's views and
+// bitmaps are of those rows (their first is `begin`). `slot` picks the
 // calling thread's buffers (one set per argument position), which the next
-// read of the slot reuses. `na` is pandas'
-// NA. `what` names the argument in errors ("kfind: argument 1"). Throws
-// py::value_error naming the row (in the whole column) on a value that is
-// neither text, a number nor null, on text mixed with numbers, and on a str
-// the codec cannot encode.
+// read of the slot reuses. `na` is pandas' NA. `what` names the argument in
+// errors ("kfind: argument 1"). Throws py::value_error naming the row (in
+// the whole column) on a value that is neither text, a number nor null, on
+// text mixed with numbers, and on a str the codec cannot encode.
 ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
-                              const std::string& what, std::int64_t begin = 0, std::int64_t most = -1,
-                              std::size_t budget = SIZE_MAX);
+                              const std::string& what, std::int64_t begin = 0, const RowLimits& limits = {});
 
 // One scalar as session-encoding bytes (str through the codec, bytes as is).
 std::string textScalar(py::handle value, const Codec& codec, const std::string& what);
