@@ -81,13 +81,24 @@ struct PreparedInputs {
     std::vector<txengine::Input> inputs;
     std::vector<ObjectColumn> objects;
     std::vector<py::array_t<double, py::array::c_style | py::array::forcecast>> numbers;
-    bool bytesOut = false;   // argument 1 holds bytes
-    const std::uint8_t* asciiRows = nullptr;   // argument 1's ASCII str rows
+    // Argument 1, an object column left to be read batch by batch (inputs[0]
+    // is a stand-in until then).
+    py::object first;
 };
+
+// Argument 1 read whole, for what only the whole column tells: the error
+// its first bad row raises (the same as when nothing was put off), and
+// whether it holds text at all.
+ObjectColumn readWhole(const py::handle column, const Codec& codec, py::handle na, const std::string& label) {
+    ObjectColumn whole = readObjectColumn(py::reinterpret_borrow<py::array>(column), codec, na, 1, label + ": argument 1");
+    if (whole.numeric) throw py::value_error(label + ": argument 1 must hold text, not numbers");
+    return whole;
+}
 
 // Arguments come from the Python layer as (kind, value) pairs, kinds
 // "column" (an object array: text or numbers, found by reading it),
-// "number_column" (float64), "text", "number" and "absent".
+// "number_column" (float64), "text", "number" and "absent". Argument 1 must
+// be an object column; it is only checked to be one here.
 PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const Codec& codec, py::handle na,
                              const std::string& label) {
     PreparedInputs prepared;
@@ -100,34 +111,41 @@ PreparedInputs prepareInputs(const py::list& arguments, std::int64_t rows, const
         auto pair = argument.cast<py::tuple>();
         const auto kind = pair[0].cast<std::string>();
         py::handle value = pair[1];
-        if (kind == "column" || kind == "number_column") {
-            if (py::len(value) != static_cast<std::size_t>(rows)) {
-                throw py::value_error(what + " has " + std::to_string(py::len(value)) + " rows, argument 1 has " +
-                                      std::to_string(rows));
-            }
-        }
-        if (kind == "column") {
-            ObjectColumn column = readObjectColumn(py::reinterpret_borrow<py::array>(value), codec, na, position, what);
-            if (position == 1 && column.numeric) throw py::value_error(label + ": argument 1 must hold text, not numbers");
-            if (position == 1) {
-                prepared.bytesOut = column.allBytes;
-                prepared.asciiRows = column.asciiRows;
-            }
-            prepared.objects.push_back(std::move(column));
-            const ObjectColumn& held = prepared.objects.back();
-            prepared.inputs.push_back(held.numeric ? txengine::Input::column(txengine::NumberColumn{held.values.data(), nullptr})
-                                                   : txengine::Input::column(held.text));
-        } else if (kind == "number_column") {
-            auto values = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(value);
-            if (!values || values.ndim() != 1) throw py::value_error(what + ": expected a one-dimensional numeric array");
-            prepared.numbers.push_back(values);
-            prepared.inputs.push_back(txengine::Input::column(txengine::NumberColumn{values.data(), nullptr}));
-        } else if (kind == "text") {
-            prepared.inputs.push_back(txengine::Input::constant(textScalar(value, codec, what)));
-        } else if (kind == "number") {
-            prepared.inputs.push_back(txengine::Input::constant(value.cast<double>()));
-        } else {
+        if (position == 1) {
+            if (kind != "column") throw py::value_error(label + ": argument 1 must be a column of text");
+            prepared.first = py::reinterpret_borrow<py::object>(value);
             prepared.inputs.push_back(txengine::Input::absent());
+            continue;
+        }
+        try {
+            if (kind == "column" || kind == "number_column") {
+                if (py::len(value) != static_cast<std::size_t>(rows)) {
+                    throw py::value_error(what + " has " + std::to_string(py::len(value)) + " rows, argument 1 has " +
+                                          std::to_string(rows));
+                }
+            }
+            if (kind == "column") {
+                prepared.objects.push_back(
+                    readObjectColumn(py::reinterpret_borrow<py::array>(value), codec, na, position, what));
+                const ObjectColumn& held = prepared.objects.back();
+                prepared.inputs.push_back(held.numeric ? txengine::Input::column(txengine::NumberColumn{held.values.data(), nullptr})
+                                                       : txengine::Input::column(held.text));
+            } else if (kind == "number_column") {
+                auto values = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(value);
+                if (!values || values.ndim() != 1) throw py::value_error(what + ": expected a one-dimensional numeric array");
+                prepared.numbers.push_back(values);
+                prepared.inputs.push_back(txengine::Input::column(txengine::NumberColumn{values.data(), nullptr}));
+            } else if (kind == "text") {
+                prepared.inputs.push_back(txengine::Input::constant(textScalar(value, codec, what)));
+            } else if (kind == "number") {
+                prepared.inputs.push_back(txengine::Input::constant(value.cast<double>()));
+            } else {
+                prepared.inputs.push_back(txengine::Input::absent());
+            }
+        } catch (const py::value_error&) {
+            // Argument 1's own fault comes first, as when it is read first.
+            readWhole(prepared.first, codec, na, label);
+            throw;
         }
     }
     return prepared;
@@ -216,25 +234,15 @@ py::list messageList(const std::vector<txengine::MessageCount>& messages) {
     return out;
 }
 
-// The end of the batch that starts at `begin`: enough rows for every worker
-// to take several tasks, few enough rows and bytes of argument 1 that
-// Ctrl-C is answered within a fraction of a second. A multiple of 8 rows,
-// so that bitmaps move by whole bytes.
-std::int64_t batchEnd(const Runtime& runtime, const txengine::Input& first, std::int64_t begin, std::int64_t rows) {
-    constexpr std::int64_t kMaxBytes = std::int64_t{1} << 26;
-    const std::int64_t most = std::int64_t{1} << 16 << (runtime.engine->threads() > 2 ? 1 : 0);
-    std::int64_t end = std::min(rows, begin + most);
-    if (first.kind == txengine::Input::Kind::TextViews) {
-        std::int64_t bytes = 0;
-        for (std::int64_t row = begin; row < end; ++row) {
-            bytes += first.views.views[row].length;
-            if (bytes >= kMaxBytes) {
-                end = std::min(rows, (row + 8) / 8 * 8);
-                break;
-            }
-        }
-    }
-    return end;
+// Rows of argument 1 a batch reads: enough for every worker to take
+// several tasks, few enough rows and bytes that Ctrl-C is answered within a
+// fraction of a second. With one worker, the text it transcodes is kept to
+// what stays in the core's cache until the engine reads it back.
+RowLimits batchLimits(const Runtime& runtime) {
+    const int threads = runtime.engine->threads();
+    constexpr std::size_t kText = std::size_t{1} << 26;
+    return RowLimits{.rows = std::int64_t{1} << 16 << (threads > 2 ? 1 : 0), .text = kText,
+                     .transcoded = threads == 1 ? std::size_t{1} << 18 : kText};
 }
 
 // Per-row statuses of this thread's last run: read only to see whether any
@@ -257,19 +265,31 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
     py::array_t<double> numbers(text ? 0 : rows);
     py::array_t<double> lengths(callRoutine ? rows : 0);
     py::array texts(py::dtype("O"), std::vector<py::ssize_t>{static_cast<py::ssize_t>(text ? rows : 0)});
-    const std::uint8_t* sourceValidity = prepared.inputs[0].kind == txengine::Input::Kind::TextViews
-                                             ? prepared.inputs[0].views.validity
-                                             : nullptr;
     // Only text results share objects; its table is 100 KB to clear and walk.
     std::unique_ptr<SharedResults> shared = text ? std::make_unique<SharedResults>() : nullptr;
     std::vector<txengine::MessageCount> messages;
     KeptProgram kept = takeProgram(runtime, programKey(function, callRoutine, maxLength, prepared.inputs),
                                    txengine::ProgramOptions{.function = function, .callRoutine = callRoutine,
                                                             .maxLength = maxLength});
+    const auto firstColumn = py::reinterpret_borrow<py::array>(prepared.first);
+    bool sawText = false, sawBytes = false;
     for (std::int64_t begin = 0, end = 0; begin < rows || begin == 0; begin = end) {
-        end = batchEnd(runtime, prepared.inputs[0], begin, rows);
+        // Argument 1 is read batch by batch, so that the text transcoded for
+        // a batch is still in cache when the engine reads it.
+        const ObjectColumn first = readObjectColumn(firstColumn, runtime.codec, na, 1, label + ": argument 1", begin,
+                                                    batchLimits(runtime));
+        if (first.numeric) readWhole(firstColumn, runtime.codec, na, label);
+        end = begin + first.rows;
+        if (text && sawBytes && !sawText && first.textRows > 0) {
+            // The rows before were all bytes, and so were their results; str
+            // now met makes the results str, as for a column read whole.
+            bytesToText(texts, begin, runtime.codec, label);
+        }
+        sawText = sawText || first.textRows > 0;
+        sawBytes = sawBytes || first.bytesRows > 0;
         const std::int64_t count = end - begin;
-        const std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
+        std::vector<txengine::Input> batch = batchOf(prepared.inputs, begin);
+        batch[0] = txengine::Input::column(first.text);
         txengine::OutputPlaces places{.status = status + begin};
         if (!text) places.numbers = numbers.mutable_data() + begin;
         if (callRoutine) places.lengths = lengths.mutable_data() + begin;
@@ -280,8 +300,8 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
             result = kept.program.run(batch, count, places);
         }
         addMessages(messages, result.messages);
-        if (text) fillText(texts, begin, result.text, prepared.asciiRows, sourceValidity, runtime.codec, prepared.bytesOut, *shared,
-                           label);
+        if (text) fillText(texts, begin, result.text, first.asciiRows, first.text.validity, runtime.codec, sawBytes && !sawText,
+                           *shared, label);
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         if (rows == 0) break;
     }
@@ -314,10 +334,11 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
 std::vector<double> engineSeconds(Runtime& runtime, const std::string& function, bool callRoutine, const py::list& arguments,
                      std::int64_t rows, int rounds) {
     PreparedInputs prepared = prepareInputs(arguments, rows, runtime.codec, py::none(), "engine");
+    const ObjectColumn first = readWhole(prepared.first, runtime.codec, py::none(), "engine");
     std::vector<std::int64_t> offsets{0};
     std::vector<char> bytes;
     std::vector<txengine::Input> inputs = prepared.inputs;
-    const txengine::TextViewColumn& views = prepared.inputs[0].views;
+    const txengine::TextViewColumn& views = first.text;
     for (std::int64_t row = 0; row < rows; ++row) {
         const txengine::TextView& v = views.views[row];
         bytes.insert(bytes.end(), v.data, v.data + v.length);
@@ -355,8 +376,9 @@ PYBIND11_MODULE(_core, m) {
     m.def("abandon_after_fork", &abandonAfterFork);
     m.def("engine_seconds", &engineSeconds, py::arg("runtime"), py::arg("function"), py::arg("call_routine"),
           py::arg("arguments"), py::arg("rows"), py::arg("rounds"));
-    // For the tests: the plain UTF-8 writers on a machine with vectors.
-    m.def("_set_vector_utf8", &setVectorUtf8, py::arg("on"));
+    // For the tests: each UTF-8 writer the machine has (0 plain, 1 AVX2, 2 AVX-512).
+    m.def("_set_utf8_writer", &setUtf8Writer, py::arg("writer"));
+    m.def("_best_utf8_writer", &bestUtf8Writer);
     m.def("status_name", &txhost::statusName);
     m.def("status_text", &txhost::statusText);
     m.attr("STATUS_MISSING_START") = txscan::contract::kStatusMissingStart;

@@ -49,6 +49,11 @@ PyObject* SharedResults::get(const char* data, Py_ssize_t size, std::int64_t rea
 
 namespace {
 
+[[noreturn]] void notText(const std::string& what, std::int64_t row, const Codec& codec) {
+    PyErr_Clear();
+    throw py::value_error(what + ", row " + std::to_string(row) + ": the result is not valid " + codec.name + " text");
+}
+
 PyObject* asciiString(const char* data, Py_ssize_t size) {
     PyObject* item = PyUnicode_New(size, 127);
     if (item != nullptr && size > 0) std::memcpy(PyUnicode_DATA(item), data, static_cast<std::size_t>(size));
@@ -67,14 +72,13 @@ void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& te
         const char* data = text.bytes.data() + text.offsets[static_cast<std::size_t>(row)];
         auto size = static_cast<Py_ssize_t>(text.offsets[static_cast<std::size_t>(row + 1)] -
                                             text.offsets[static_cast<std::size_t>(row)]);
-        const std::int64_t at = begin + row;
         const std::int64_t readable = static_cast<std::int64_t>(text.bytes.size()) - text.offsets[static_cast<std::size_t>(row)];
-        if (!txengine::rowValid(sourceValidity, at)) size = 0;
+        if (!txengine::rowValid(sourceValidity, row)) size = 0;
         if (!txengine::rowValid(text.validity.data(), row)) {
             item = Py_NewRef(Py_None);
         } else if (asBytes) {
             item = PyBytes_FromStringAndSize(data, size);
-        } else if (asciiRows != nullptr && ((asciiRows[at >> 3] >> (at & 7)) & 1) != 0) {
+        } else if (asciiRows != nullptr && ((asciiRows[row >> 3] >> (row & 7)) & 1) != 0) {
             // Every piece of an ASCII row is ASCII.
             item = shared.get(data, size, readable, [&] { return asciiString(data, size); });
         } else if (codec.utf8) {
@@ -84,13 +88,20 @@ void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& te
         } else {
             item = PyUnicode_Decode(data, size, codec.name.c_str(), "strict");
         }
-        if (item == nullptr) {
-            PyErr_Clear();
-            throw py::value_error(what + ", row " + std::to_string(begin + row) + ": the result is not valid " +
-                                  codec.name + " text");
-        }
+        if (item == nullptr) notText(what, begin + row, codec);
         // A fresh object array holds None (or null) in every slot; the reference moves in.
         Py_XDECREF(items[row]);
+        items[row] = item;
+    }
+}
+
+void bytesToText(py::array& out, std::int64_t rows, const Codec& codec, const std::string& what) {
+    auto** items = static_cast<PyObject**>(out.mutable_data());
+    for (std::int64_t row = 0; row < rows; ++row) {
+        if (!PyBytes_Check(items[row])) continue;
+        PyObject* item = PyUnicode_Decode(PyBytes_AS_STRING(items[row]), PyBytes_GET_SIZE(items[row]), codec.name.c_str(), "strict");
+        if (item == nullptr) notText(what, row, codec);
+        Py_DECREF(items[row]);
         items[row] = item;
     }
 }

@@ -47,10 +47,15 @@ private:
 // source row was an ASCII str, `asciiRows`, so its result is too), or the
 // bytes as they are (`asBytes`); None where the module stored nothing; an
 // empty text where the source row is null (`sourceValidity`), where the
-// module answers one blank. Both bitmaps cover the whole column. Throws
-// py::value_error naming the row the codec refuses.
+// module answers one blank. Both bitmaps are the batch's (bit 0 is row
+// `begin`). Throws py::value_error naming the row the codec refuses.
 void fillText(py::array& out, std::int64_t begin, const txengine::TextResult& text, const std::uint8_t* asciiRows,
               const std::uint8_t* sourceValidity, const Codec& codec, bool asBytes, SharedResults& shared,
               const std::string& what);
+
+// Rows [0, rows) of `out`, written as bytes, turned into str by the codec:
+// a column first met as bytes only turned out to hold str too. Throws as
+// fillText does.
+void bytesToText(py::array& out, std::int64_t rows, const Codec& codec, const std::string& what);
 
 }  // namespace txpython

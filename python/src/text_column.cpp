@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 
+#include "engine/prefetch.h"
 #include "module/abi/argument_frame.h"
 #include "python/src/utf8_writer.h"
 
@@ -44,7 +45,8 @@ private:
     std::size_t capacity_ = 0;
 };
 
-// Transcoded text of one thread. It grows (keeping what it holds) while a
+// Transcoded text of one thread. It grows (keeping what it holds, and
+// moving, so views into it follow) while a
 // pass fills it, so rows are written while their objects are at hand
 // rather than found again later; it is kept at its largest, so a thread
 // that calls again on a column no larger neither grows nor faults it in.
@@ -65,7 +67,7 @@ public:
     std::size_t used() const { return used_; }
     void commit(std::size_t bytes) { used_ += bytes; }
     void clear() { used_ = 0; }
-    const char* at(std::size_t offset) const { return data_.get() + offset; }
+    const char* base() const { return data_.get(); }
 
 private:
     struct Free {
@@ -75,18 +77,23 @@ private:
     std::size_t capacity_ = 0, used_ = 0;
 };
 
-struct Transcoded {
-    std::int64_t row;
-    std::size_t offset;   // in the arena, which may still move while the pass runs
-};
-
 struct ThreadBuffers {
     Reused<txengine::TextView> views;
     Reused<std::uint8_t> validity;
     Reused<std::uint8_t> asciiRows;
     Arena arena;
-    std::vector<Transcoded> transcoded;
 };
+
+// The views of the first `rows` rows that point into [from, from + bytes)
+// moved with it to `to`: the arena grew and moved during the pass, which
+// happens only on a thread's larger column than ever before.
+void followArena(txengine::TextView* views, std::int64_t rows, const char* from, std::size_t bytes, const char* to) {
+    const auto start = reinterpret_cast<std::uintptr_t>(from);
+    for (std::int64_t row = 0; row < rows; ++row) {
+        const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(views[row].data) - start;
+        if (at < bytes) views[row].data = to + at;
+    }
+}
 
 // Out of line: the module is loaded with dlopen, where each look-up of a
 // thread_local is a call, and inlined the compiler would repeat it per row
@@ -143,6 +150,18 @@ inline void prefetchHeader(PyObject* item) {
     __builtin_prefetch(reinterpret_cast<const char*>(item) + sizeof(PyCompactUnicodeObject) - 1);
 }
 
+// A long text to transcode is asked for whole one row ahead: each row is an
+// object of its own, where the hardware's prefetch starts anew and late.
+// Short ones come with their header, and asking for them cost more than it gave.
+constexpr Py_ssize_t kLongText = 256;
+constexpr std::int64_t kLongTextMost = 4096;
+
+inline void prefetchLongText(PyObject* item, const Codec& codec) {
+    if (!PyUnicode_Check(item) || (PyUnicode_IS_ASCII(item) && codec.asciiSame)) return;
+    const Py_ssize_t bytes = PyUnicode_GET_LENGTH(item) * static_cast<Py_ssize_t>(PyUnicode_KIND(item));
+    if (bytes > kLongText) txengine::prefetchLines(static_cast<const char*>(PyUnicode_DATA(item)), bytes, kLongTextMost);
+}
+
 [[noreturn]] void refuse(const std::string& what, std::int64_t row, const std::string& why) {
     throw py::value_error(what + ", row " + std::to_string(row) + ": " + why);
 }
@@ -194,40 +213,44 @@ Codec codecFor(const std::string& encoding) {
 }
 
 ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
-                              const std::string& what) {
+                              const std::string& what, std::int64_t begin, const RowLimits& limits) {
     if (items.ndim() != 1 || items.dtype().kind() != 'O' || (items.size() > 1 && items.strides(0) != sizeof(PyObject*))) {
         throw py::value_error(what + ": expected a contiguous one-dimensional object array");
     }
-    const auto rows = static_cast<std::int64_t>(items.size());
-    auto* const* values = static_cast<PyObject* const*>(items.data());
+    const auto total = static_cast<std::int64_t>(items.size());
+    const std::int64_t rows = std::clamp<std::int64_t>(limits.rows, 0, total - begin);
+    auto* const* values = static_cast<PyObject* const*>(items.data()) + begin;
     ThreadBuffers& b = buffersFor(slot);
     txengine::TextView* views = b.views.get(static_cast<std::size_t>(rows));
     std::uint8_t* validity = nullptr;
     std::uint8_t* asciiRows = b.asciiRows.get(static_cast<std::size_t>((rows + 7) / 8));
     b.arena.clear();
-    b.transcoded.clear();
-    std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1;
+    std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1, end = rows;
+    std::size_t textBytes = 0;   // of the rows read, in place or transcoded
     std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of the current eight rows
-    for (std::int64_t row = 0; row < rows; ++row) {
+    for (std::int64_t row = 0; row < end; ++row) {
         PyObject* item = values[row];
         // Objects lie wherever the allocator put them: ask for a later row's
-        // header while this one is read. Not for its text: text read in
-        // place waits for the engine, which asks for it itself, and asking
-        // ahead for the text to transcode cost mixed rows more than it gave.
+        // header while this one is read. Not for text read in place, which
+        // waits for the engine, which asks for it itself; of the text to
+        // transcode, only a long one (prefetchLongText).
         if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
+        if (row + 1 < rows) prefetchLongText(values[row + 1], codec);
         bool valid = true;
         if (PyUnicode_Check(item)) {
             ++textRows;
             if (PyUnicode_READY(item) < 0) {
                 PyErr_Clear();
-                refuse(what, row, "the text cannot be read");
+                refuse(what, begin + row, "the text cannot be read");
             }
             if (PyUnicode_IS_ASCII(item) && codec.asciiSame) asciiBits = static_cast<std::uint8_t>(asciiBits | 1u << (row & 7));
             if (!viewInPlace(item, codec, views[row])) {
-                if (codec.latin1) refuse(what, row, unencodable(codec));
+                if (codec.latin1) refuse(what, begin + row, unencodable(codec));
+                const char* base = b.arena.base();
                 const std::size_t offset = b.arena.used();
-                views[row] = {nullptr, appendEncoded(item, b, codec, row, what)};
-                b.transcoded.push_back({row, offset});
+                const std::int64_t length = appendEncoded(item, b, codec, begin + row, what);
+                if (b.arena.base() != base && offset > 0) followArena(views, row, base, offset, b.arena.base());
+                views[row] = {b.arena.base() + offset, length};
             }
         } else if (PyBytes_Check(item)) {
             ++bytesRows;
@@ -239,8 +262,9 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             if (numberRows++ == 0) firstNumber = row;
             views[row] = {};
         } else {
-            refuse(what, row, typeName(item) + " is not text");
+            refuse(what, begin + row, typeName(item) + " is not text");
         }
+        textBytes += static_cast<std::size_t>(views[row].length);
         bits = static_cast<std::uint8_t>(bits | (valid ? 1u << (row & 7) : 0u));
         if ((row & 7) == 7 || row == rows - 1) {
             const bool last = row == rows - 1 && (rows & 7) != 0;
@@ -254,29 +278,33 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
             asciiRows[row >> 3] = asciiBits;
             bits = 0;
             asciiBits = 0;
+            // Enough text for one batch: the rows end here, on a whole byte
+            // of the bitmaps.
+            if (textBytes >= limits.text || b.arena.used() >= limits.transcoded) end = row + 1;
         }
     }
     ObjectColumn column;
+    column.rows = end;
+    column.textRows = textRows;
+    column.bytesRows = bytesRows;
     if (numberRows > 0) {
-        if (textRows + bytesRows > 0) refuse(what, firstNumber, typeName(values[firstNumber]) + " is not text");
+        if (textRows + bytesRows > 0) refuse(what, begin + firstNumber, typeName(values[firstNumber]) + " is not text");
         column.numeric = true;
-        column.values.resize(static_cast<std::size_t>(rows));
-        for (std::int64_t row = 0; row < rows; ++row) {
+        column.values.resize(static_cast<std::size_t>(end));
+        for (std::int64_t row = 0; row < end; ++row) {
             PyObject* item = values[row];
             double value = std::numeric_limits<double>::quiet_NaN();
             if (!isNull(item, na.ptr())) {
                 value = PyFloat_Check(item) ? PyFloat_AS_DOUBLE(item) : PyFloat_AsDouble(item);
                 if (value == -1.0 && PyErr_Occurred()) {
                     PyErr_Clear();
-                    refuse(what, row, typeName(item) + " has no value as a number");
+                    refuse(what, begin + row, typeName(item) + " has no value as a number");
                 }
             }
             column.values[static_cast<std::size_t>(row)] = value;
         }
         return column;
     }
-    for (const Transcoded& t : b.transcoded) views[t.row].data = b.arena.at(t.offset);
-    column.allBytes = bytesRows > 0 && textRows == 0;
     column.text = txengine::TextViewColumn{views, validity};
     column.asciiRows = asciiRows;
     return column;

@@ -37,8 +37,9 @@ Codec codecFor(const std::string& encoding);
 
 // One object column as the engine takes it.
 struct ObjectColumn {
+    std::int64_t rows = 0;       // rows read
+    std::int64_t textRows = 0, bytesRows = 0;   // str and bytes among them
     bool numeric = false;        // numbers and nulls only: `values` holds them (NaN for null)
-    bool allBytes = false;       // every value is bytes: text results come back as bytes
     txengine::TextViewColumn text{};
     // A bit per row (as validity), set where the row is a str of ASCII
     // characters: its results are ASCII too, known without reading it again.
@@ -46,14 +47,25 @@ struct ObjectColumn {
     std::vector<double> values;
 };
 
-// `items` is a contiguous one-dimensional object array. `slot` picks the
-// calling thread's buffers (one set per argument position). `na` is pandas'
-// NA. `what` names the argument in errors ("kfind: argument 1"). Throws
-// py::value_error naming the row on a value that is neither text, a number
-// nor null, on text mixed with numbers, and on a str the codec cannot
-// encode.
+// Where a read of some of a column's rows stops: after `rows` rows, or on
+// the first multiple of 8 rows past `text` bytes of text (in place or
+// transcoded) or past `transcoded` bytes transcoded.
+struct RowLimits {
+    std::int64_t rows = INT64_MAX;
+    std::size_t text = SIZE_MAX;
+    std::size_t transcoded = SIZE_MAX;
+};
+
+// `items` is a contiguous one-dimensional object array, of which rows from
+// `begin` on are read, as far as `limits` let. The column's views and
+// bitmaps are of those rows (their first is `begin`). `slot` picks the
+// calling thread's buffers (one set per argument position), which the next
+// read of the slot reuses. `na` is pandas' NA. `what` names the argument in
+// errors ("kfind: argument 1"). Throws py::value_error naming the row (in
+// the whole column) on a value that is neither text, a number nor null, on
+// text mixed with numbers, and on a str the codec cannot encode.
 ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::handle na, int slot,
-                              const std::string& what);
+                              const std::string& what, std::int64_t begin = 0, const RowLimits& limits = {});
 
 // One scalar as session-encoding bytes (str through the codec, bytes as is).
 std::string textScalar(py::handle value, const Codec& codec, const std::string& what);

@@ -1,10 +1,12 @@
-// UTF-8 from code points, eight characters at once where AVX2 is there:
+// UTF-8 from code points, sixteen or thirty-two characters at once where
+// AVX-512 is there (below), eight where only AVX2 is:
 // each one's UTF-8 bytes are built in its own 32-bit lane, and a byte
 // shuffle chosen by the widths packs them together, since mixed text
 // changes widths too often for a per-character branch. Without AVX2, one
 // character at a time, still without a branch on its width.
 #include "python/src/utf8_writer.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -134,24 +136,11 @@ __attribute__((target("avx2"), always_inline)) inline std::int64_t putEight(__m2
 // lane's first byte, and its second unless it is ASCII.
 constexpr Packing kNarrowPacking = makePacking<8>(2, [](int ascii, int lane) { return ((ascii >> lane) & 1) != 0 ? 1 : 2; });
 
-// Eight characters below U+0800 in 16-bit lanes (Latin-1 and the other
-// alphabets mixed text mostly holds), one or two bytes each: built in 16-bit
-// lanes and packed with one shuffle, a third of putEight's work. Stores 16
-// bytes; returns the bytes that count.
-__attribute__((target("avx2"), always_inline)) inline std::int64_t putEightNarrow(__m128i c, unsigned char* out) {
-    const __m128i ascii = _mm_cmplt_epi16(c, _mm_set1_epi16(0x80));
-    const __m128i lead = _mm_or_si128(_mm_srli_epi16(c, 6), _mm_set1_epi16(0xC0));
-    const __m128i tail = _mm_slli_epi16(_mm_or_si128(_mm_and_si128(c, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)), 8);
-    const __m128i word = _mm_blendv_epi8(_mm_or_si128(lead, tail), c, ascii);
-    const auto mask = static_cast<std::size_t>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii)) & 0xFF);
-    const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrowPacking.shuffle[mask].data()));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(word, shuffle));
-    return kNarrowPacking.bytes[mask];
-}
-
-// Sixteen characters below U+0800 in 16-bit lanes, as putEightNarrow does
-// eight: each 128-bit half packed by its own shuffle and the halves stored
-// one after the other. Stores 32 bytes; returns the bytes that count.
+// Sixteen characters below U+0800 in 16-bit lanes (Latin-1 and the other
+// alphabets mixed text mostly holds), one or two bytes each, built in 16-bit
+// lanes, a third of putEight's work: each 128-bit half packed by its own
+// shuffle and the halves stored one after the other. Stores 32 bytes;
+// returns the bytes that count.
 __attribute__((target("avx2"), always_inline)) inline std::int64_t putSixteenNarrow(__m256i c, unsigned char* out) {
     const __m256i ascii = _mm256_cmpgt_epi16(_mm256_set1_epi16(0x80), c);
     const __m256i lead = _mm256_or_si256(_mm256_srli_epi16(c, 6), _mm256_set1_epi16(0xC0));
@@ -239,16 +228,118 @@ __attribute__((target("avx2"))) std::int64_t writeAvx2(const Char* text, std::in
     return !_mm256_testz_si256(bad, bad) ? -1 : n;
 }
 
-// The vector path unless the CPU lacks AVX2 or setVectorUtf8(false) asked for the plain one.
-std::atomic<bool> gVector{(__builtin_cpu_init(), __builtin_cpu_supports("avx2") != 0)};
-const bool kHaveAvx2 = gVector.load();
+// Sixteen or thirty-two characters a step where AVX-512's byte compress is
+// there (VBMI2): each character's UTF-8 bytes are built in its own lane, and
+// one compress by the mask of the bytes that count packs them, with no table
+// and no branch on the widths. A row's last part is one more step whose load
+// and byte mask leave out the lanes past its end, so nothing past the text
+// is read and no padding is taken back off the count.
+#define TXPYTHON_AVX512 "avx2,bmi,bmi2,popcnt,avx512f,avx512bw,avx512vl,avx512vbmi2"
+#if defined(__GNUC__) && !defined(__clang__)
+// GCC 12's own AVX-512 intrinsics start their results from a register they
+// leave unset on purpose, which its warning then takes for a fault.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
+// The bytes of `word` whose byte of `keep` has its top bit set, stored
+// packed at `out` (64 bytes stored); returns how many count.
+__attribute__((target(TXPYTHON_AVX512), always_inline)) inline std::int64_t storeKept(__m512i word, __m512i keep,
+                                                                                   unsigned char* out) {
+    const __mmask64 kept = _mm512_movepi8_mask(keep);
+    _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(kept, word));
+    return static_cast<std::int64_t>(_mm_popcnt_u64(kept));
+}
+
+// Thirty-two one-byte characters, those `present` marks, in 16-bit lanes:
+// a lane's first byte, and its second unless it is ASCII.
+__attribute__((target(TXPYTHON_AVX512), always_inline)) inline std::int64_t putLatin1(__m256i bytes, __mmask32 present,
+                                                                                    unsigned char* out) {
+    const __m512i c = _mm512_cvtepu8_epi16(bytes);
+    const __mmask32 wide = _mm512_cmpge_epu16_mask(c, _mm512_set1_epi16(0x80));
+    const __m512i lead = _mm512_or_si512(_mm512_srli_epi16(c, 6), _mm512_set1_epi16(0xC0));
+    const __m512i tail = _mm512_slli_epi16(_mm512_or_si512(_mm512_and_si512(c, _mm512_set1_epi16(0x3F)), _mm512_set1_epi16(0x80)), 8);
+    const __m512i word = _mm512_mask_mov_epi16(c, wide, _mm512_or_si512(lead, tail));
+    const __m512i keep = _mm512_mask_mov_epi16(_mm512_maskz_mov_epi16(present, _mm512_set1_epi16(0xFF)), wide, _mm512_set1_epi16(-1));
+    return storeKept(word, keep, out);
+}
+
+// Sixteen code points in 32-bit lanes, those `present` marks (the others
+// zero), up to three bytes each, or four when `Four`; flags surrogates in `bad`.
+template <bool Four>
+__attribute__((target(TXPYTHON_AVX512), always_inline)) inline std::int64_t putSixteenWide(__m512i c, __mmask16 present,
+                                                                                         unsigned char* out, __mmask16& bad) {
+    const __m512i low6 = _mm512_set1_epi32(0x3F), cont = _mm512_set1_epi32(0x80);
+    const __m512i tail0 = _mm512_or_si512(cont, _mm512_and_si512(c, low6));
+    const __m512i tail1 = _mm512_or_si512(cont, _mm512_and_si512(_mm512_srli_epi32(c, 6), low6));
+    const __m512i two = _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xC0), _mm512_srli_epi32(c, 6)),
+                                        _mm512_slli_epi32(tail0, 8));
+    const __m512i three = _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xE0), _mm512_srli_epi32(c, 12)),
+                                          _mm512_or_si512(_mm512_slli_epi32(tail1, 8), _mm512_slli_epi32(tail0, 16)));
+    const __mmask16 ge80 = _mm512_cmpge_epu32_mask(c, _mm512_set1_epi32(0x80));
+    const __mmask16 ge800 = _mm512_cmpge_epu32_mask(c, _mm512_set1_epi32(0x800));
+    __m512i word = _mm512_mask_mov_epi32(_mm512_mask_mov_epi32(c, ge80, two), ge800, three);
+    __m512i keep = _mm512_maskz_mov_epi32(present, _mm512_set1_epi32(0xFF));
+    keep = _mm512_mask_mov_epi32(_mm512_mask_mov_epi32(keep, ge80, _mm512_set1_epi32(0xFFFF)), ge800, _mm512_set1_epi32(0xFFFFFF));
+    if constexpr (Four) {
+        const __m512i tail2 = _mm512_or_si512(cont, _mm512_and_si512(_mm512_srli_epi32(c, 12), low6));
+        const __m512i four = _mm512_or_si512(
+            _mm512_or_si512(_mm512_set1_epi32(0xF0), _mm512_srli_epi32(c, 18)),
+            _mm512_or_si512(_mm512_slli_epi32(tail2, 8), _mm512_or_si512(_mm512_slli_epi32(tail1, 16), _mm512_slli_epi32(tail0, 24))));
+        const __mmask16 ge10000 = _mm512_cmpge_epu32_mask(c, _mm512_set1_epi32(0x10000));
+        word = _mm512_mask_mov_epi32(word, ge10000, four);
+        keep = _mm512_mask_mov_epi32(keep, ge10000, _mm512_set1_epi32(-1));
+    }
+    bad = static_cast<__mmask16>(bad | _mm512_cmpeq_epi32_mask(_mm512_and_si512(c, _mm512_set1_epi32(~0x7FF)),
+                                                                 _mm512_set1_epi32(0xD800)));
+    return storeKept(word, keep, out);
+}
+
+template <typename Char>
+__attribute__((target(TXPYTHON_AVX512))) std::int64_t writeAvx512(const Char* text, std::int64_t length, unsigned char* out) {
+    std::int64_t n = 0;
+    __mmask16 bad = 0;
+    constexpr std::int64_t kPerStep = sizeof(Char) == 1 ? 32 : 16;
+    for (std::int64_t i = 0; i < length; i += kPerStep) {
+        // Every lane on a whole step; the characters left on the last.
+        const auto present = static_cast<std::uint32_t>(_bzhi_u32(~0u, static_cast<unsigned>(std::min(length - i, kPerStep))));
+        if constexpr (sizeof(Char) == 1) {
+            n += putLatin1(_mm256_maskz_loadu_epi8(present, text + i), present, out + n);
+        } else if constexpr (sizeof(Char) == 2) {
+            const __m512i c = _mm512_cvtepu16_epi32(_mm256_maskz_loadu_epi16(static_cast<__mmask16>(present), text + i));
+            n += putSixteenWide<false>(c, static_cast<__mmask16>(present), out + n, bad);
+        } else {
+            const __m512i c = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(present), text + i);
+            n += putSixteenWide<true>(c, static_cast<__mmask16>(present), out + n, bad);
+        }
+    }
+    return bad != 0 ? -1 : n;
+}
+
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+
+// The writers the CPU has; the best of them runs unless setUtf8Writer chose another.
+const int kBestWriter = (__builtin_cpu_init(), __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("avx512bw") &&
+                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt"))
+                            ? kUtf8Avx512
+                        : __builtin_cpu_supports("avx2") ? kUtf8Avx2
+                                                         : kUtf8Plain;
+std::atomic<int> gWriter{kBestWriter};
 
 template <typename Char>
 std::int64_t write(const Char* text, std::int64_t length, unsigned char* out) {
-    return gVector.load(std::memory_order_relaxed) ? writeAvx2(text, length, out) : writePlain(text, length, out);
+    switch (gWriter.load(std::memory_order_relaxed)) {
+    case kUtf8Avx512: return writeAvx512(text, length, out);
+    case kUtf8Avx2: return writeAvx2(text, length, out);
+    default: return writePlain(text, length, out);
+    }
 }
 
 #else
+
+const int kBestWriter = kUtf8Plain;
 
 template <typename Char>
 std::int64_t write(const Char* text, std::int64_t length, unsigned char* out) {
@@ -259,14 +350,16 @@ std::int64_t write(const Char* text, std::int64_t length, unsigned char* out) {
 
 }  // namespace
 
-bool setVectorUtf8(bool on) {
+int setUtf8Writer(int writer) {
 #if TXPYTHON_VECTOR_UTF8
-    return gVector.exchange(on && kHaveAvx2);
+    return gWriter.exchange(std::clamp(writer, static_cast<int>(kUtf8Plain), kBestWriter));
 #else
-    static_cast<void>(on);
-    return false;
+    static_cast<void>(writer);
+    return kUtf8Plain;
 #endif
 }
+
+int bestUtf8Writer() { return kBestWriter; }
 
 std::int64_t writeUtf8(const std::uint8_t* text, std::int64_t length, unsigned char* out) { return write(text, length, out); }
 std::int64_t writeUtf8(const std::uint16_t* text, std::int64_t length, unsigned char* out) { return write(text, length, out); }

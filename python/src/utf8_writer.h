@@ -21,9 +21,12 @@ constexpr std::size_t utf8Bound(int unitBytes, std::int64_t length) {
 // Each writes the UTF-8 form of `length` characters at `out`, which has
 // room for utf8Bound(...) + kUtf8Slack bytes, and returns the bytes
 // written, or -1 when the text holds a lone surrogate (no UTF-8 form).
-// Chooses the vector writers (when the CPU has AVX2) or the plain ones, so
-// both can be checked on one machine; returns whether vectors were in use.
-bool setVectorUtf8(bool on);
+// The writers, slowest first; the best one the CPU has runs by default.
+enum : int { kUtf8Plain = 0, kUtf8Avx2 = 1, kUtf8Avx512 = 2 };
+// Chooses a writer (one the CPU lacks falls to the best it has), so each can
+// be checked against the others on one machine; returns the one in use before.
+int setUtf8Writer(int writer);
+int bestUtf8Writer();
 
 std::int64_t writeUtf8(const std::uint8_t* text, std::int64_t length, unsigned char* out);
 std::int64_t writeUtf8(const std::uint16_t* text, std::int64_t length, unsigned char* out);

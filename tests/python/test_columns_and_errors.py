@@ -145,13 +145,22 @@ def test_batches_give_the_rows_and_counts_of_one_run():
     # Which rows are ASCII str is noted for the whole column; later batches read it at their own rows.
     unique = [f"a{i}" for i in range(70000)] + [f"é{i}" for i in range(70000)]
     assert txscanmd.kscanx(unique, 1).tolist() == unique
+    # A column is read batch by batch, yet answers as one: bytes results turn str once str is met.
+    assert txscanmd.kscanx([b"b\xc3\xa9"] * 70000 + ["c"], 1).tolist() == ["bé"] * 70000 + ["c"]
+    for bad, message in [(3, "row 70000: int is not text"), ("\udfff", "row 70000: the text has no UTF-8 form")]:
+        with pytest.raises(ValueError, match=message):
+            txscanmd.kfind(["a"] * 70000 + [bad, 4], "a")
+    with pytest.raises(ValueError, match="argument 1 must hold text"):
+        txscanmd.kfind([None] * 70000 + [3], "a")
 
 
-@pytest.fixture(params=["vector", "plain"])
+@pytest.fixture(params=[2, 1, 0], ids=["avx512", "avx2", "plain"])
 def utf8_writers(request):
-    was = _core._set_vector_utf8(request.param == "vector")
+    if request.param > _core._best_utf8_writer():
+        pytest.skip("this CPU lacks that writer")
+    was = _core._set_utf8_writer(request.param)
     yield
-    _core._set_vector_utf8(was)
+    _core._set_utf8_writer(was)
 
 
 def test_every_str_layout_reaches_the_engine_and_comes_back_unchanged(utf8_writers):
