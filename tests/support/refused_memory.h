@@ -80,7 +80,9 @@ inline void expectRowsOrCleanError(const Outcome& o, const Outcome& expected, bo
 bool refuseNew();
 bool refusePools();
 
-void* operator new(std::size_t size) {
+// Out of line as operator delete is, so that the compiler pairs neither
+// with malloc and free.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     if (refuseNew()) throw std::bad_alloc();
     void* p = std::malloc(size != 0 ? size : 1);
     if (p == nullptr) throw std::bad_alloc();
@@ -96,7 +98,6 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     }
 }
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept { return ::operator new(size, tag); }
-// Out of line, so that the compiler does not pair a new it sees with free.
 [[gnu::noinline]] void operator delete(void* p) noexcept {
     txtest::gNewLive -= static_cast<std::int64_t>(malloc_usable_size(p));
     std::free(p);
