@@ -44,6 +44,8 @@ void readAsciiModifierText(const StringValue* text, ModifierSet* modifiers) {
     }
 }
 
+}  // namespace
+
 void readModifierText(EncodingHandle* h, const StringValue* text, ModifierSet* modifiers) {
     if (enc::skipModifierText(h, text->data, text->length)) return;
     Transcoder* transcoder = h->transcoder();
@@ -75,6 +77,8 @@ void readModifierText(EncodingHandle* h, const StringValue* text, ModifierSet* m
         if (enc::nextChar(h, &textCursor) < 0) break;
     }
 }
+
+namespace {
 
 // The list and delimiter roles: the whole text, or without trailing blanks under T.
 bool setupList(EncodingHandle* h, const StringValue* text, bool trim, TextCursor* cursor) {

@@ -68,6 +68,10 @@ inline bool usableNumber(const contract::ArgumentFrame* frame, std::uint32_t k, 
 std::int64_t startPosition(const contract::ArgumentFrame* frame, std::uint32_t k, bool backward,
                            std::int64_t sourceChars, bool* negative = nullptr);
 
+// Sets the flags of a modifier text's letters in `modifiers` (and
+// kModInterpreted), unless the handle has the text skipped.
+void readModifierText(contract::EncodingHandle* h, const contract::StringValue* text, ModifierSet* modifiers);
+
 // Fills `out` and `modifiers` from the call's arguments. `wide` is 0 on every
 // path of this module (texts in the session encoding, one unit per byte).
 void interpretArguments(contract::ArgumentFrame* frame, contract::EncodingHandle* h, const ArgumentRoles& roles,

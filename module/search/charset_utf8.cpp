@@ -6,6 +6,8 @@
 #include "module/charset/byte_vectors.h"
 #include "module/charset/char_decision.h"
 #include "module/charset/utf8_text.h"
+#include "module/charset/wide_classes.h"
+#include "module/frame/module_state.h"
 #include "module/frame/workers.h"
 #include "module/search/search_region.h"
 #include "module/search/search_roles.h"
@@ -74,6 +76,92 @@ __attribute__((target("avx2,popcnt"))) bool blocksAvx2(CharDecision& d, Walk& w)
 
 #endif
 
+// KFINDC(source, "", "d"), the commonest call, searched without a set: the
+// walk stops only at the bytes '0' to '9' and at the lead bytes of wide
+// characters, and the handle decides each wide character once a call. It
+// holds only while the session's byte tables give the class D to exactly
+// those ten bytes below 0x80, as the byte paths take them; otherwise the
+// set is built as for any other call.
+bool asciiDigitsAreTheTen() {
+    const std::uint8_t* classes = host().classTable;
+#if defined(__SSE2__)
+    const __m128i bit = _mm_set1_epi8(kClassDigit);
+    const __m128i ten = _mm_setr_epi8(4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 0, 0, 0, 0, 0, 0);
+    static_assert(kClassDigit == 4);
+    __m128i differ = _mm_setzero_si128();
+    for (int row = 0; row < 8; ++row) {
+        const __m128i got = _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(classes + 16 * row)), bit);
+        differ = _mm_or_si128(differ, _mm_xor_si128(got, row == 3 ? ten : _mm_setzero_si128()));
+    }
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(differ, _mm_setzero_si128())) == 0xFFFF;
+#else
+    for (int c = 0; c < 0x80; ++c) {
+        if (((classes[c] & kClassDigit) != 0) != (c >= '0' && c <= '9')) return false;
+    }
+    return true;
+#endif
+}
+
+bool wideDigit(EncodingHandle* h, CharMemo& memo, const std::uint8_t* p) {
+    const int length = utf8SequenceBytes(*p);
+    const std::uint32_t key = charKey(p, length);
+    if (const int known = memo.find(key); known >= 0) return known != 0;
+    TextCursor at;
+    setupCursor(h, &at, reinterpret_cast<const char*>(p), length);
+    const bool answer = wideClassHolds(h, kModD, nullptr, &at, &at);   // D reads no fixed list
+    memo.enter(key, answer);
+    return answer;
+}
+
+// The byte offset of the first member in well-formed text, or -1.
+std::int64_t firstDigitUtf8(EncodingHandle* h, const std::uint8_t* s, std::int64_t n) {
+    CharMemo memo;
+    memo.clear();
+    std::int64_t off = 0;
+#if defined(__SSE2__)
+    // 16 bytes at a time; the ragged end is the text's last 16 bytes with the
+    // lanes already walked masked off. A digit b has b + 80 in -128..-119 as
+    // a signed byte; a lead byte of a wide character is in -64..-1.
+    while (n >= 16 && off < n) {
+        std::int64_t at = off;
+        std::uint32_t lanes = 0xFFFF;
+        if (at + 16 > n) {
+            at = n - 16;
+            lanes = (lanes << (off - at)) & 0xFFFF;
+        }
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + at));
+        const __m128i digits = _mm_cmplt_epi8(_mm_add_epi8(v, _mm_set1_epi8(80)), _mm_set1_epi8(-118));
+        const __m128i leads = _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(-65)), _mm_cmplt_epi8(v, _mm_setzero_si128()));
+        for (auto hits = lanes & static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_or_si128(digits, leads)));
+             hits != 0; hits &= hits - 1) {
+            const std::int64_t i = at + __builtin_ctz(hits);
+            if (s[i] < 0x80 || wideDigit(h, memo, s + i)) return i;
+        }
+        off = at + 16;
+    }
+#endif
+    for (; off < n; ++off) {
+        const std::uint8_t b = s[off];
+        if (b < 0x80 ? static_cast<std::uint8_t>(b - '0') < 10 : b >= 0xC0 && wideDigit(h, memo, s + off)) return off;
+    }
+    return -1;
+}
+
+// True when the call is KFINDC(source, "", modifiers) whose modifiers read
+// as the letter D alone.
+bool loneDigitSearch(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles) {
+    if (frame->argCount != 3 || roles.list != 2 || roles.modifiers != 3 || roles.start != 0) return false;
+    const StringValue* list = frame->string(2);
+    const StringValue* modifiers = frame->string(3);
+    if (list->length != 0 || modifiers == nullptr || modifiers->data == nullptr || modifiers->length < 1) return false;
+    ModifierSet read{};
+    readModifierText(h, modifiers, &read);
+    ModifierSet loneD{};
+    loneD.set(kModD);
+    loneD.set(kModInterpreted);
+    return std::memcmp(read.flag, loneD.flag, sizeof read.flag) == 0 && asciiDigitsAreTheTen();
+}
+
 }  // namespace
 
 // KFINDC (kFirst) and KCOUNTC (kCount).
@@ -84,6 +172,14 @@ bool charSetUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::i
     ArgumentRoles roles;
     if (std::int32_t clash = charSetRoles<finding>(frame, &roles)) {
         *status = clash;
+        return true;
+    }
+    if (finding && sourceChars >= 0 && loneDigitSearch(frame, h, roles)) {
+        const StringValue* text = frame->string(1);
+        const auto* source = reinterpret_cast<const std::uint8_t*>(text->data);
+        const std::int64_t at = firstDigitUtf8(h, source, text->length);
+        *result = at < 0 ? 0.0 : static_cast<double>(leadBytes(source, at) + 1);
+        *status = kStatusOk;
         return true;
     }
     CharDecision d;   // large; what is read is set by the reader or by the preparation

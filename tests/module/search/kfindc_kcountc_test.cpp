@@ -146,6 +146,11 @@ TEST(KFindC, MultiBytePaths) {
         {F, {s("éab"), s("é"), s("zk")}, 2},     // no notes on this path
         {F, {s("éa~"), s(""), s("p")}, 3},       // P takes the extra symbols
         {F, {s("éabé"), s("é"), 1.0, 2.0}, 0, "", kStatusInvalidArgument},
+        // D alone: ASCII digits and the wide digits the handle knows, on
+        // rows shorter and longer than a vector, the ragged end included.
+        {F, {s("éa٣1"), s(""), s("d")}, 3},   {F, {s("é1٣"), s(""), s("D")}, 2},  {F, {s("éab"), s(""), s("dd")}, 0},
+        {F, {s("ééééééééé٣é1"), s(""), s("d")}, 10},   {F, {s("éééééééééééé1é"), s(""), s("d")}, 13},
+        {F, {s("éééééééééééééé"), s(""), s("d")}, 0},  {F, {s("aéééééééééééé٣"), s(""), s("d")}, 14},
         {C, {s("éÉe"), s("é"), s("i")}, 2},   {C, {s("éab"), s("é"), s("v")}, 2},  {C, {s("é a\tb"), s(""), s("s")}, 2},
         {C, {s("ÉéA"), s(""), s("u")}, 2},    {C, {s("é1a"), s(""), s("dn")}, 2},  {C, {s("éx  "), s(""), s("vt")}, 2},
         {C, {s("éab"), s("é"), s("k")}, 1},      // K does nothing on this path
