@@ -147,13 +147,19 @@ std::int64_t firstDigitUtf8(EncodingHandle* h, const std::uint8_t* s, std::int64
     return -1;
 }
 
-// True when the call is KFINDC(source, "", modifiers) whose modifiers read
-// as the letter D alone.
+// True when the call is KFINDC(source, "", modifiers) whose modifiers are
+// the letter D alone, in either case, as the handle reads them.
 bool loneDigitSearch(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles) {
     if (frame->argCount != 3 || roles.list != 2 || roles.modifiers != 3 || roles.start != 0) return false;
     const StringValue* list = frame->string(2);
     const StringValue* modifiers = frame->string(3);
     if (list->length != 0 || modifiers == nullptr || modifiers->data == nullptr || modifiers->length < 1) return false;
+    // Only texts of the letter D are tried, so that other calls do not read
+    // their modifiers twice; others that read the same ("d z") take the
+    // set's path, to the same answer.
+    for (std::int64_t i = 0; i < modifiers->length; ++i) {
+        if ((modifiers->data[i] | 0x20) != 'd') return false;
+    }
     ModifierSet read{};
     readModifierText(h, modifiers, &read);
     ModifierSet loneD{};
