@@ -4,11 +4,13 @@
 // walker. Nothing is cached, so setCache is never touched.
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/utf8_text.h"
+#include "module/charset/wide_classes.h"
 #include "module/frame/workers.h"
 #include "module/search/trim_blanks.h"
 #include "module/words/word_engine.h"
 #include "module/words/word_roles.h"
 #include "module/words/word_scanner.h"
+#include "module/words/word_starts.h"
 
 namespace txscan {
 
@@ -124,6 +126,16 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
 
 bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                     std::int32_t* status) {
+    // KCOUNTW(source), the commonest call: the default delimiters are all
+    // ASCII, so in well-formed text the words are the runs of bytes outside
+    // their table, counted as single-byte text is.
+    const StringValue* source = frame->string(1);
+    if (frame->argCount == 1 && sourceChars >= 0 && source != nullptr && source->data != nullptr) {
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
+        *result = static_cast<double>(countWordStarts(bytes, source->length, kDefaultDelimiterBytes.has));
+        *status = kStatusOk;
+        return true;
+    }
     return wordsOnBytes(frame, h, countWordsRoles(frame), kCountWords, sourceChars, result, nullptr, status);
 }
 
