@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <pcg_random.hpp>
 #include <random>
@@ -57,13 +58,15 @@ RngStream* streamFor(const Method& method) {
 void next64(benchmark::State& state, const Method* method) {
     RngStream* s = streamFor(*method);
     auto next = s->method->ops.next64;
-    for (auto _ : state) benchmark::DoNotOptimize(next(s->state));
+    void* words = s->state;
+    for (auto _ : state) benchmark::DoNotOptimize(next(words));
     state.SetItemsProcessed(state.iterations());
 }
 void next32(benchmark::State& state, const Method* method) {
     RngStream* s = streamFor(*method);
     auto next = s->method->ops.next32;
-    for (auto _ : state) benchmark::DoNotOptimize(next(s->state));
+    void* words = s->state;
+    for (auto _ : state) benchmark::DoNotOptimize(next(words));
     state.SetItemsProcessed(state.iterations());
 }
 void uniform(benchmark::State& state, const Method* method) {
@@ -142,6 +145,51 @@ void threefryEngine(benchmark::State& state, const Method* method) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// The stream's slot and Random123's engine, both through a function pointer,
+// timed in alternate slices of the same run (thread CPU time): a busy spell
+// of the shared machine falls on both alike, so the ratio stays steady where
+// separate benchmarks drift apart. Counters: ns per number of each and
+// peer/ours (above 1 when ours is faster).
+double threadNanoseconds() {
+    timespec t;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return t.tv_sec * 1e9 + t.tv_nsec;
+}
+
+template <typename W>
+[[gnu::noinline]] double timeSlice(W (*next)(void*), void* words, int calls) {
+    benchmark::DoNotOptimize(next);
+    const double start = threadNanoseconds();
+    for (int i = 0; i < calls; ++i) benchmark::DoNotOptimize(next(words));
+    return threadNanoseconds() - start;
+}
+
+template <typename Block>
+void threefryPaired(benchmark::State& state, const Method* method) {
+    constexpr int kSlice = 1 << 16;
+    RngStream* s = streamFor(*method);
+    r123::Engine<Block> engine = engineLike<Block>(s);
+    if (!sameNumbers(s, engine)) {
+        state.SkipWithError("Random123 and the stream give different numbers");
+        return;
+    }
+    Word<Block> (*ours)(void*);
+    if constexpr (sizeof(Word<Block>) == 8)
+        ours = s->method->ops.next64;
+    else
+        ours = s->method->ops.next32;
+    double oursNs = 0, peerNs = 0;
+    for (auto _ : state) {
+        oursNs += timeSlice(ours, s->state, kSlice);
+        peerNs += timeSlice(&engineNext<Block>, &engine, kSlice);
+    }
+    const double numbers = static_cast<double>(state.iterations()) * kSlice;
+    state.counters["ours_ns"] = oursNs / numbers;
+    state.counters["r123_ns"] = peerNs / numbers;
+    state.counters["r123/ours"] = peerNs / oursNs;
+    state.SetItemsProcessed(state.iterations() * 2 * kSlice);
+}
+
 // Random123 in counter mode, a block a call, all its words used: one
 // iteration per block, items count the words.
 template <typename Block>
@@ -166,6 +214,8 @@ void registerThreefryPeers(const char* name, const Method* method) {
     benchmark::RegisterBenchmark((peer + " engine").c_str(), threefryEngine<Block, false>, method);
     benchmark::RegisterBenchmark((peer + " engine called").c_str(), threefryEngine<Block, true>, method);
     benchmark::RegisterBenchmark((peer + " blocks").c_str(), threefryBlocks<Block>, method);
+    benchmark::RegisterBenchmark((std::string("paired/") + method->name + " vs Random123").c_str(), threefryPaired<Block>,
+                                 method);
 }
 
 const Method* methodNamed(std::string_view name) {
