@@ -145,7 +145,11 @@ def main():
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--peers", default="1000000", help="sizes at which pandas and Python are timed too")
     parser.add_argument("--no-dask", action="store_true")
+    parser.add_argument("--functions", default=",".join(CASES), help="functions to time (a before/after of a few)")
+    parser.add_argument("--sets", default="ascii,mixed,ascii 1280B,mixed 1280B", help="row sets to time")
     options = parser.parse_args()
+    functions = options.functions.split(",")
+    wanted_sets = set(options.sets.split(","))
     sizes = [int(n) for n in options.sizes.split(",")]
     peers_at = {int(n) for n in options.peers.split(",")}
 
@@ -155,8 +159,10 @@ def main():
           f"{'pandas':>6} {'pandas/ours>=3':>15} {'python':>6} {'python/ours>=1':>15}")
     sets = []
     for size in sizes:
-        sets += [(name, rows, size in peers_at) for name, rows in row_sets(size).items()]
-    sets += [(name + " 1280B", rows, True) for name, rows in long_rows(options.long_rows).items()]
+        sets += [(name, rows, size in peers_at) for name, rows in row_sets(size).items() if name in wanted_sets]
+    if wanted_sets & {"ascii 1280B", "mixed 1280B"}:
+        sets += [(name + " 1280B", rows, True) for name, rows in long_rows(options.long_rows).items()
+                 if name + " 1280B" in wanted_sets]
     met = {"ours/engine": [0, 0], "pandas/ours": [0, 0], "python/ours": [0, 0]}
 
     def ratio(kind, value, good):
@@ -167,7 +173,8 @@ def main():
     for set_name, rows, with_peers in sets:
         series = pd.Series(rows)
         ours(list(CASES)[0], series)   # the runtime and the thread's arena made before timing
-        for name, (_, _, _, pandas_call, python_call) in CASES.items():
+        for name in functions:
+            pandas_call, python_call = CASES[name][3:]
             ours_s = cpu_median(options.rounds, ours, name, series)
             engine_s = engine_seconds(name, series, options.rounds)
             per_row = 1e9 / len(rows)

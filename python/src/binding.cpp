@@ -9,6 +9,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -265,8 +266,8 @@ py::dict run(Runtime& runtime, const std::string& label, const std::string& func
     py::array_t<double> numbers(text ? 0 : rows);
     py::array_t<double> lengths(callRoutine ? rows : 0);
     py::array texts(py::dtype("O"), std::vector<py::ssize_t>{static_cast<py::ssize_t>(text ? rows : 0)});
-    // Only text results share objects; its table is 100 KB to clear and walk.
-    std::unique_ptr<SharedResults> shared = text ? std::make_unique<SharedResults>() : nullptr;
+    std::optional<SharedResults> shared;   // only text results share objects
+    if (text) shared.emplace();
     std::vector<txengine::MessageCount> messages;
     KeptProgram kept = takeProgram(runtime, programKey(function, callRoutine, maxLength, prepared.inputs),
                                    txengine::ProgramOptions{.function = function, .callRoutine = callRoutine,

@@ -6,8 +6,16 @@
 
 namespace txpython {
 
+SharedResults::SharedResults() {
+    thread_local std::array<Slot, kSlots> table;
+    slots_ = table.data();
+}
+
 SharedResults::~SharedResults() {
-    for (Slot& slot : slots_) Py_XDECREF(slot.object);
+    for (const std::uint16_t at : filled_) {
+        Py_XDECREF(slots_[at].object);
+        slots_[at] = Slot{};
+    }
 }
 
 namespace {
@@ -37,10 +45,12 @@ PyObject* SharedResults::get(const char* data, Py_ssize_t size, std::int64_t rea
         std::memcpy(&tail, padded + 8, 8);
     }
     const std::uint64_t mixed = (head * 0x9E3779B97F4A7C15u) ^ (tail * 0xC2B2AE3D27D4EB4Fu) ^ static_cast<std::uint64_t>(size);
-    Slot& slot = slots_[(mixed * 0x9E3779B97F4A7C15u) >> 52];
+    const auto at = static_cast<std::uint16_t>((mixed * 0x9E3779B97F4A7C15u) >> 52);
+    Slot& slot = slots_[at];
     if (slot.size != size || slot.head != head || slot.tail != tail) {
         PyObject* fresh = make();
         if (fresh == nullptr) return nullptr;
+        if (slot.object == nullptr) filled_.push_back(at);
         Py_XDECREF(slot.object);
         slot = Slot{head, tail, size, fresh};
     }

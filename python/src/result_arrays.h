@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -18,11 +19,14 @@ namespace py = pybind11;
 // Results of a call that are equal and short share one object, as pandas'
 // CSV reader shares a column's repeated strings: a column of words repeats
 // most of them, and a new object costs more than the word took to find.
-// A small table keyed by the bytes themselves, so a miss costs one probe;
-// it holds a reference to each object it keeps until it is destroyed.
+// A small table keyed by the bytes themselves, so a miss costs one probe.
+// The table is the thread's, kept from call to call (clearing and walking
+// 128 KB cost a short call more than its rows); a SharedResults holds a
+// reference to each object it put there and gives them back, emptying
+// just those slots, when it is destroyed (with the GIL held).
 class SharedResults {
 public:
-    SharedResults() = default;
+    SharedResults();
     SharedResults(const SharedResults&) = delete;
     SharedResults& operator=(const SharedResults&) = delete;
     ~SharedResults();
@@ -32,14 +36,20 @@ public:
     template <typename Make>
     PyObject* get(const char* data, Py_ssize_t size, std::int64_t readable, Make make);
 
-private:
     static constexpr Py_ssize_t kLongest = 16;
+    static constexpr std::size_t kSlots = 4096;
     struct Slot {
         std::uint64_t head = 0, tail = 0;   // the bytes, zero-padded
         Py_ssize_t size = -1;               // -1: empty
         PyObject* object = nullptr;
     };
-    std::array<Slot, 4096> slots_{};
+
+private:
+    Slot* slots_;
+    // Slots this one filled. A call nested in this one on the same thread
+    // (from a signal handler) fills and empties its own; one it overwrites
+    // stays on this list.
+    std::vector<std::uint16_t> filled_;
 };
 
 // Writes rows [begin, begin + batch rows) of the object array `out` from one

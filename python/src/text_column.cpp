@@ -141,7 +141,11 @@ bool viewInPlace(PyObject* item, const Codec& codec, txengine::TextView& view) {
     return false;
 }
 
-constexpr std::int64_t kHeadersAhead = 16;
+// Rows ahead whose header is asked for: a row read in place takes a few
+// nanoseconds and a header from memory some hundred, so at 16 rows ahead
+// the pass waited on memory over a column of a million rows (a fifth of
+// its time).
+constexpr std::int64_t kHeadersAhead = 64;
 
 // A str's header (its type, length and kind) is longer than the 16 bytes
 // the allocator aligns objects to, so it often lies across two cache lines.
@@ -227,61 +231,72 @@ ObjectColumn readObjectColumn(const py::array& items, const Codec& codec, py::ha
     b.arena.clear();
     std::int64_t textRows = 0, bytesRows = 0, numberRows = 0, firstNumber = -1, end = rows;
     std::size_t textBytes = 0;   // of the rows read, in place or transcoded
-    std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of the current eight rows
-    for (std::int64_t row = 0; row < end; ++row) {
-        PyObject* item = values[row];
-        // Objects lie wherever the allocator put them: ask for a later row's
-        // header while this one is read. Not for text read in place, which
-        // waits for the engine, which asks for it itself; of the text to
-        // transcode, only a long one (prefetchLongText).
-        if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
-        if (row + 1 < rows) prefetchLongText(values[row + 1], codec);
-        bool valid = true;
-        if (PyUnicode_Check(item)) {
-            ++textRows;
-            if (PyUnicode_READY(item) < 0) {
-                PyErr_Clear();
-                refuse(what, begin + row, "the text cannot be read");
+    const bool asciiInPlace = codec.asciiSame;
+    // Eight rows at a time, a byte of each bitmap.
+    for (std::int64_t group = 0; group < end; group += 8) {
+        const std::int64_t groupEnd = std::min(group + 8, rows);
+        std::uint8_t bits = 0, asciiBits = 0;   // validity and ASCII str of these rows
+        for (std::int64_t row = group; row < groupEnd; ++row) {
+            PyObject* item = values[row];
+            const auto bit = static_cast<std::uint8_t>(1u << (row & 7));
+            // Objects lie wherever the allocator put them: ask for a later
+            // row's header while this one is read. Not for text read in
+            // place, which waits for the engine, which asks for it itself.
+            if (row + kHeadersAhead < rows) prefetchHeader(values[row + kHeadersAhead]);
+            // Most rows: an ASCII str, read where it lies.
+            if (Py_IS_TYPE(item, &PyUnicode_Type) && asciiInPlace && PyUnicode_IS_COMPACT_ASCII(item)) {
+                const Py_ssize_t length = PyUnicode_GET_LENGTH(item);
+                views[row] = {static_cast<const char*>(PyUnicode_DATA(item)), length};
+                ++textRows;
+                textBytes += static_cast<std::size_t>(length);
+                bits = static_cast<std::uint8_t>(bits | bit);
+                asciiBits = static_cast<std::uint8_t>(asciiBits | bit);
+                continue;
             }
-            if (PyUnicode_IS_ASCII(item) && codec.asciiSame) asciiBits = static_cast<std::uint8_t>(asciiBits | 1u << (row & 7));
-            if (!viewInPlace(item, codec, views[row])) {
-                if (codec.latin1) refuse(what, begin + row, unencodable(codec));
-                const char* base = b.arena.base();
-                const std::size_t offset = b.arena.used();
-                const std::int64_t length = appendEncoded(item, b, codec, begin + row, what);
-                if (b.arena.base() != base && offset > 0) followArena(views, row, base, offset, b.arena.base());
-                views[row] = {b.arena.base() + offset, length};
+            // Of the text to transcode, only a long one is asked for ahead.
+            if (row + 1 < rows) prefetchLongText(values[row + 1], codec);
+            bool valid = true;
+            if (PyUnicode_Check(item)) {
+                ++textRows;
+                if (PyUnicode_READY(item) < 0) {
+                    PyErr_Clear();
+                    refuse(what, begin + row, "the text cannot be read");
+                }
+                if (PyUnicode_IS_ASCII(item) && codec.asciiSame) asciiBits = static_cast<std::uint8_t>(asciiBits | bit);
+                if (!viewInPlace(item, codec, views[row])) {
+                    if (codec.latin1) refuse(what, begin + row, unencodable(codec));
+                    const char* base = b.arena.base();
+                    const std::size_t offset = b.arena.used();
+                    const std::int64_t length = appendEncoded(item, b, codec, begin + row, what);
+                    if (b.arena.base() != base && offset > 0) followArena(views, row, base, offset, b.arena.base());
+                    views[row] = {b.arena.base() + offset, length};
+                }
+            } else if (PyBytes_Check(item)) {
+                ++bytesRows;
+                views[row] = {PyBytes_AS_STRING(item), PyBytes_GET_SIZE(item)};
+            } else if (isNull(item, na.ptr())) {
+                valid = false;
+                views[row] = {};
+            } else if (isNumber(item)) {
+                if (numberRows++ == 0) firstNumber = row;
+                views[row] = {};
+            } else {
+                refuse(what, begin + row, typeName(item) + " is not text");
             }
-        } else if (PyBytes_Check(item)) {
-            ++bytesRows;
-            views[row] = {PyBytes_AS_STRING(item), PyBytes_GET_SIZE(item)};
-        } else if (isNull(item, na.ptr())) {
-            valid = false;
-            views[row] = {};
-        } else if (isNumber(item)) {
-            if (numberRows++ == 0) firstNumber = row;
-            views[row] = {};
-        } else {
-            refuse(what, begin + row, typeName(item) + " is not text");
+            textBytes += static_cast<std::size_t>(views[row].length);
+            if (valid) bits = static_cast<std::uint8_t>(bits | bit);
         }
-        textBytes += static_cast<std::size_t>(views[row].length);
-        bits = static_cast<std::uint8_t>(bits | (valid ? 1u << (row & 7) : 0u));
-        if ((row & 7) == 7 || row == rows - 1) {
-            const bool last = row == rows - 1 && (rows & 7) != 0;
-            const auto full = static_cast<std::uint8_t>(last ? (1u << (rows & 7)) - 1 : 0xFFu);
-            if (bits != full && validity == nullptr) {
-                // The first null: every earlier byte was full.
-                validity = b.validity.get(static_cast<std::size_t>((rows + 7) / 8));
-                std::memset(validity, 0xFF, static_cast<std::size_t>(row >> 3));
-            }
-            if (validity != nullptr) validity[row >> 3] = bits;
-            asciiRows[row >> 3] = asciiBits;
-            bits = 0;
-            asciiBits = 0;
-            // Enough text for one batch: the rows end here, on a whole byte
-            // of the bitmaps.
-            if (textBytes >= limits.text || b.arena.used() >= limits.transcoded) end = row + 1;
+        const auto full = static_cast<std::uint8_t>(groupEnd - group == 8 ? 0xFFu : (1u << (groupEnd - group)) - 1);
+        if (bits != full && validity == nullptr) {
+            // The first null: every earlier byte was full.
+            validity = b.validity.get(static_cast<std::size_t>((rows + 7) / 8));
+            std::memset(validity, 0xFF, static_cast<std::size_t>(group >> 3));
         }
+        if (validity != nullptr) validity[group >> 3] = bits;
+        asciiRows[group >> 3] = asciiBits;
+        // Enough text for one batch: the rows end here, on a whole byte of
+        // the bitmaps.
+        if (textBytes >= limits.text || b.arena.used() >= limits.transcoded) end = groupEnd;
     }
     ObjectColumn column;
     column.rows = end;

@@ -154,6 +154,17 @@ def test_batches_give_the_rows_and_counts_of_one_run():
         txscanmd.kfind([None] * 70000 + [3], "a")
 
 
+@pytest.mark.parametrize("first,second", [(["ab", "ab", "cd"], ["ab", "ef"]), (["é1", "é1"], ["é1", "é2", "é1"])])
+def test_shared_results_are_let_go_when_the_call_ends(first, second):
+    # The thread's table of shared results serves the next call too; it
+    # keeps no reference of its own, and no answer of the call before.
+    for rows in (first, second, first):
+        got = txscanmd.kscanx(pd.Series(rows, dtype=object), 1)
+        item = got.values[0]
+        references = sys.getrefcount(item) - 2   # less this name's and the call's own
+        assert got.tolist() == rows and references == rows.count(rows[0])
+
+
 @pytest.fixture(params=[2, 1, 0], ids=["avx512", "avx2", "plain"])
 def utf8_writers(request):
     if request.param > _core._best_utf8_writer():
