@@ -101,6 +101,26 @@ bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, const ArgumentRoles& r
     return true;
 }
 
+// KCOUNTW(source) and KCOUNTW(source, list), the commonest calls, when every
+// delimiter is one byte (the default ones are, an ASCII list is): a wider
+// character is then never a delimiter, so in well-formed text the words are
+// the runs of bytes outside the delimiters, counted as single-byte text is.
+// -1 for any other call.
+std::int64_t runsOutsideAsciiDelimiters(const ArgumentFrame* frame, const StringValue* source) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
+    if (frame->argCount == 1) return countWordStarts(bytes, source->length, kDefaultDelimiterBytes.has);
+    const StringValue* list = frame->argCount == 2 ? frame->string(2) : nullptr;
+    if (list == nullptr || list->length < 0 || (list->data == nullptr && list->length > 0)) return -1;
+    const auto* listed = reinterpret_cast<const std::uint8_t*>(list->data);
+    if (list->length == 1 && listed[0] < 0x80) return countWordStartsSplitBy(bytes, source->length, listed[0]);
+    std::uint8_t table[256] = {};
+    for (std::int64_t i = 0; i < list->length; ++i) {
+        if (listed[i] >= 0x80) return -1;
+        table[listed[i]] = 1;
+    }
+    return countWordStarts(bytes, source->length, table);
+}
+
 }  // namespace
 
 bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& roles, std::int32_t mode,
@@ -126,15 +146,13 @@ bool wordsOnBytes(ArgumentFrame* frame, EncodingHandle* h, const ArgumentRoles& 
 
 bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                     std::int32_t* status) {
-    // KCOUNTW(source), the commonest call: the default delimiters are all
-    // ASCII, so in well-formed text the words are the runs of bytes outside
-    // their table, counted as single-byte text is.
     const StringValue* source = frame->string(1);
-    if (frame->argCount == 1 && sourceChars >= 0 && source != nullptr && source->data != nullptr) {
-        const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
-        *result = static_cast<double>(countWordStarts(bytes, source->length, kDefaultDelimiterBytes.has));
-        *status = kStatusOk;
-        return true;
+    if (sourceChars >= 0 && source != nullptr && source->data != nullptr) {
+        if (const std::int64_t words = runsOutsideAsciiDelimiters(frame, source); words >= 0) {
+            *result = static_cast<double>(words);
+            *status = kStatusOk;
+            return true;
+        }
     }
     return wordsOnBytes(frame, h, countWordsRoles(frame), kCountWords, sourceChars, result, nullptr, status);
 }
