@@ -31,6 +31,11 @@ template <SearchMode Mode>
 std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result);
 std::int32_t countWordsBytes(ArgumentFrame* frame, double* result);
 std::int32_t findWordBytes(ArgumentFrame* frame, double* result);
+// KFINDW's search of the first whole occurrence of word[0..m) in
+// source[0..n), rightwards from the start, without modifiers: its 1-based
+// byte position, or 0. `set` holds the delimiters.
+std::int64_t firstWholeWord(const std::uint8_t* source, std::int64_t n, const std::uint8_t* word, std::int64_t m,
+                           const std::uint8_t* set);
 
 // The UTF-8 paths (the session is UTF-8 and argument 1 holds a character of
 // more than one byte) walk the text on its bytes, taking the source's

@@ -221,6 +221,12 @@ void trimWordBySet(Bytes* word, std::uint8_t* set, bool quotes) {
 
 }  // namespace
 
+std::int64_t firstWholeWord(const std::uint8_t* source, std::int64_t n, const std::uint8_t* word, std::int64_t m,
+                           const std::uint8_t* set) {
+    if (n < m || m == 0) return 0;
+    return findRightByOccurrence({source, n}, {word, m}, set, 0);
+}
+
 std::int32_t findWordBytes(ArgumentFrame* frame, double* result) {
     Bytes source = bytesOf(frame->string(1));
     Bytes word = bytesOf(frame->string(2));

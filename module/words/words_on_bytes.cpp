@@ -2,6 +2,8 @@
 // UTF-8 in UTF-8 sessions: the call read as the interpreter reads it, with
 // the source and the search word measured here, then the engine on a byte
 // walker. Nothing is cached, so setCache is never touched.
+#include <cstring>
+
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/utf8_text.h"
 #include "module/charset/wide_classes.h"
@@ -101,24 +103,56 @@ bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, const ArgumentRoles& r
     return true;
 }
 
-// KCOUNTW(source) and KCOUNTW(source, list), the commonest calls, when every
-// delimiter is one byte (the default ones are, an ASCII list is): a wider
+// The delimiters of a word function's call when each is one byte: the
+// default ones, or a list of ASCII bytes filled into `table`. A wider
 // character is then never a delimiter, so in well-formed text the words are
-// the runs of bytes outside the delimiters, counted as single-byte text is.
-// -1 for any other call.
+// runs of bytes, found as in single-byte text. Null for a list that holds a
+// wider character or has no usable value.
+const std::uint8_t* oneByteDelimiters(const StringValue* list, bool defaults, std::uint8_t (&table)[256]) {
+    if (defaults) return kDefaultDelimiterBytes.has;
+    if (list == nullptr || list->length < 0 || (list->data == nullptr && list->length > 0)) return nullptr;
+    std::memset(table, 0, sizeof table);
+    for (std::int64_t i = 0; i < list->length; ++i) {
+        const auto c = static_cast<std::uint8_t>(list->data[i]);
+        if (c >= 0x80) return nullptr;
+        table[c] = 1;
+    }
+    return table;
+}
+
+// KCOUNTW(source) and KCOUNTW(source, list), the commonest calls, with
+// delimiters of one byte: the runs of bytes outside them. -1 for any other
+// call.
 std::int64_t runsOutsideAsciiDelimiters(const ArgumentFrame* frame, const StringValue* source) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
-    if (frame->argCount == 1) return countWordStarts(bytes, source->length, kDefaultDelimiterBytes.has);
     const StringValue* list = frame->argCount == 2 ? frame->string(2) : nullptr;
-    if (list == nullptr || list->length < 0 || (list->data == nullptr && list->length > 0)) return -1;
-    const auto* listed = reinterpret_cast<const std::uint8_t*>(list->data);
-    if (list->length == 1 && listed[0] < 0x80) return countWordStartsSplitBy(bytes, source->length, listed[0]);
-    std::uint8_t table[256] = {};
-    for (std::int64_t i = 0; i < list->length; ++i) {
-        if (listed[i] >= 0x80) return -1;
-        table[listed[i]] = 1;
+    if (list != nullptr && list->length == 1 && static_cast<std::uint8_t>(list->data[0]) < 0x80) {
+        return countWordStartsSplitBy(bytes, source->length, static_cast<std::uint8_t>(list->data[0]));
     }
-    return countWordStarts(bytes, source->length, table);
+    std::uint8_t table[256];
+    const std::uint8_t* set = frame->argCount <= 2 ? oneByteDelimiters(list, frame->argCount == 1, table) : nullptr;
+    return set == nullptr ? -1 : countWordStarts(bytes, source->length, set);
+}
+
+// KFINDW(source, word) and KFINDW(source, word, list) with delimiters of one
+// byte and a well-formed word: matches of its bytes start and end at
+// characters, and are whole words as in single-byte text. -1 for any other
+// call.
+std::int64_t wholeWordWithAsciiDelimiters(const ArgumentFrame* frame, const ArgumentRoles& roles,
+                                          const StringValue* source) {
+    if (roles.start != 0 || roles.modifiers != 0 || roles.second != 2) return -1;
+    const bool defaults = frame->argCount == 2;
+    if (!defaults && (frame->argCount != 3 || roles.delimiters != 3)) return -1;
+    std::uint8_t table[256];
+    const std::uint8_t* set = oneByteDelimiters(defaults ? nullptr : frame->string(3), defaults, table);
+    const StringValue* word = frame->string(2);
+    // An empty word is the handle's to match.
+    if (set == nullptr || word == nullptr || word->length <= 0 || word->data == nullptr) return -1;
+    const auto* wordBytes = reinterpret_cast<const std::uint8_t*>(word->data);
+    if (utf8CharsIfWellFormed(wordBytes, word->length) < 0) return -1;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
+    const std::int64_t at = firstWholeWord(bytes, source->length, wordBytes, word->length, set);
+    return at == 0 ? 0 : leadBytes(bytes, at - 1) + 1;
 }
 
 }  // namespace
@@ -160,8 +194,16 @@ bool countWordsUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std
 bool findWordUtf8(ArgumentFrame* frame, double* result, EncodingHandle* h, std::int64_t sourceChars,
                   std::int32_t* status) {
     ArgumentRoles roles{};
-    return findWordRoles(frame, &roles) &&
-           wordsOnBytes(frame, h, roles, kFindWord, sourceChars, result, nullptr, status);
+    if (!findWordRoles(frame, &roles)) return false;
+    const StringValue* source = frame->string(1);
+    if (sourceChars >= 0 && source != nullptr && source->data != nullptr) {
+        if (const std::int64_t at = wholeWordWithAsciiDelimiters(frame, roles, source); at >= 0) {
+            *result = static_cast<double>(at);
+            *status = kStatusOk;
+            return true;
+        }
+    }
+    return wordsOnBytes(frame, h, roles, kFindWord, sourceChars, result, nullptr, status);
 }
 
 }  // namespace txscan
