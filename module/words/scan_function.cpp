@@ -11,6 +11,7 @@
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 #include "module/words/word_engine.h"
+#include "module/words/word_roles.h"
 #include "module/words/word_scanner.h"
 
 namespace txscan {
@@ -71,22 +72,12 @@ template <std::int32_t mode>
 [[gnu::always_inline]] inline bool plainScan(ArgumentFrame* frame, StringValue* result, EncodingHandle* h,
                                              const ArgumentRoles& roles, const StringValue* source,
                                              const double* number, std::int32_t* status) {
-    const bool utf8 = h->encodingId == kEncodingIdUtf8;
-    const std::uint8_t* delimiters = kDefaultDelimiterBytes.has;
+    if (roles.delimiters == 0 && frame->argCount >= (mode == kExtractWord ? 3 : 5)) return false;
     std::uint8_t listed[256];
-    if (roles.delimiters != 0) {
-        const StringValue* list = frame->string(static_cast<int>(roles.delimiters));
-        if (list->length < 0) return false;
-        std::memset(listed, 0, sizeof listed);
-        for (std::int64_t i = 0; i < list->length; ++i) {
-            const auto c = static_cast<std::uint8_t>(list->data[i]);
-            if (utf8 && c >= 0x80) return false;
-            listed[c] = 1;
-        }
-        delimiters = listed;
-    } else if (frame->argCount >= (mode == kExtractWord ? 3 : 5)) {
-        return false;
-    }
+    const StringValue* list = roles.delimiters != 0 ? frame->string(static_cast<int>(roles.delimiters)) : nullptr;
+    const std::uint8_t* delimiters =
+        oneByteDelimiters(list, roles.delimiters == 0, h->encodingId == kEncodingIdUtf8, listed);
+    if (delimiters == nullptr) return false;
     std::int64_t count = 1;
     const bool backward = usableValue(number, &count) && count < 0;
     const auto* s = reinterpret_cast<const std::uint8_t*>(source->data);

@@ -2,6 +2,8 @@
 // the word scanner and for the UTF-8 paths that must read calls the same way.
 #pragma once
 
+#include <cstdint>
+
 #include "module/abi/argument_frame.h"
 #include "module/charset/argument_interpreter.h"
 
@@ -13,5 +15,13 @@ ArgumentRoles countWordsRoles(const contract::ArgumentFrame* frame);
 // Source 1, word 2, and the delimiter, modifier and start roles of the
 // signature the argument types form; false when they form none.
 bool findWordRoles(const contract::ArgumentFrame* frame, ArgumentRoles* roles);
+
+// The delimiters of a word call when each is one byte: the default ones, or
+// a list filled into `table`. In UTF-8 a wider character is then never a
+// delimiter, so in well-formed text the words are runs of bytes, found as in
+// single-byte text. Null for a UTF-8 list that holds a wider character, or a
+// list with no usable value.
+const std::uint8_t* oneByteDelimiters(const contract::StringValue* list, bool defaults, bool utf8,
+                                      std::uint8_t (&table)[256]);
 
 }  // namespace txscan

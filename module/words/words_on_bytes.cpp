@@ -103,23 +103,6 @@ bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, const ArgumentRoles& r
     return true;
 }
 
-// The delimiters of a word function's call when each is one byte: the
-// default ones, or a list of ASCII bytes filled into `table`. A wider
-// character is then never a delimiter, so in well-formed text the words are
-// runs of bytes, found as in single-byte text. Null for a list that holds a
-// wider character or has no usable value.
-const std::uint8_t* oneByteDelimiters(const StringValue* list, bool defaults, std::uint8_t (&table)[256]) {
-    if (defaults) return kDefaultDelimiterBytes.has;
-    if (list == nullptr || list->length < 0 || (list->data == nullptr && list->length > 0)) return nullptr;
-    std::memset(table, 0, sizeof table);
-    for (std::int64_t i = 0; i < list->length; ++i) {
-        const auto c = static_cast<std::uint8_t>(list->data[i]);
-        if (c >= 0x80) return nullptr;
-        table[c] = 1;
-    }
-    return table;
-}
-
 // KCOUNTW(source) and KCOUNTW(source, list), the commonest calls, with
 // delimiters of one byte: the runs of bytes outside them. -1 for any other
 // call.
@@ -130,7 +113,7 @@ std::int64_t runsOutsideAsciiDelimiters(const ArgumentFrame* frame, const String
         return countWordStartsSplitBy(bytes, source->length, static_cast<std::uint8_t>(list->data[0]));
     }
     std::uint8_t table[256];
-    const std::uint8_t* set = frame->argCount <= 2 ? oneByteDelimiters(list, frame->argCount == 1, table) : nullptr;
+    const std::uint8_t* set = frame->argCount <= 2 ? oneByteDelimiters(list, frame->argCount == 1, true, table) : nullptr;
     return set == nullptr ? -1 : countWordStarts(bytes, source->length, set);
 }
 
@@ -144,7 +127,7 @@ std::int64_t wholeWordWithAsciiDelimiters(const ArgumentFrame* frame, const Argu
     const bool defaults = frame->argCount == 2;
     if (!defaults && (frame->argCount != 3 || roles.delimiters != 3)) return -1;
     std::uint8_t table[256];
-    const std::uint8_t* set = oneByteDelimiters(defaults ? nullptr : frame->string(3), defaults, table);
+    const std::uint8_t* set = oneByteDelimiters(defaults ? nullptr : frame->string(3), defaults, true, table);
     const StringValue* word = frame->string(2);
     // An empty word is the handle's to match.
     if (set == nullptr || word == nullptr || word->length <= 0 || word->data == nullptr) return -1;
