@@ -1,12 +1,9 @@
-// The argument roles of KCOUNTW and KFINDW calls, and the table of one-byte
-// delimiters that the byte shortcuts of KCOUNTW, KFINDW and KSCANX share.
-// KFINDW tells its optional arguments apart by their types: the types after
-// the word must form one of the accepted signatures.
+// The argument roles of KCOUNTW and KFINDW calls. KFINDW tells its optional
+// arguments apart by their types: the types after the word must form one of
+// the accepted signatures.
 #include "module/words/word_roles.h"
 
 #include <cstring>
-
-#include "module/charset/wide_classes.h"
 
 namespace txscan {
 
@@ -60,19 +57,6 @@ bool findWordRoles(const ArgumentFrame* frame, ArgumentRoles* roles) {
         return true;
     }
     return false;
-}
-
-const std::uint8_t* oneByteDelimiters(const contract::StringValue* list, bool defaults, bool utf8,
-                                      std::uint8_t (&table)[256]) {
-    if (defaults) return kDefaultDelimiterBytes.has;
-    if (list == nullptr || list->length < 0 || (list->data == nullptr && list->length > 0)) return nullptr;
-    std::memset(table, 0, sizeof table);
-    for (std::int64_t i = 0; i < list->length; ++i) {
-        const auto c = static_cast<std::uint8_t>(list->data[i]);
-        if (utf8 && c >= 0x80) return nullptr;
-        table[c] = 1;
-    }
-    return table;
 }
 
 }  // namespace txscan
