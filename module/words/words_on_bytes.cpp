@@ -2,11 +2,8 @@
 // UTF-8 in UTF-8 sessions: the call read as the interpreter reads it, with
 // the source and the search word measured here, then the engine on a byte
 // walker. Nothing is cached, so setCache is never touched.
-#include <cstring>
-
 #include "module/charset/argument_interpreter.h"
 #include "module/charset/utf8_text.h"
-#include "module/charset/wide_classes.h"
 #include "module/frame/workers.h"
 #include "module/search/trim_blanks.h"
 #include "module/words/word_engine.h"
@@ -109,7 +106,8 @@ bool answerOnBytes(ArgumentFrame* frame, CharDecision& d, const ArgumentRoles& r
 std::int64_t runsOutsideAsciiDelimiters(const ArgumentFrame* frame, const StringValue* source) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(source->data);
     const StringValue* list = frame->argCount == 2 ? frame->string(2) : nullptr;
-    if (list != nullptr && list->length == 1 && static_cast<std::uint8_t>(list->data[0]) < 0x80) {
+    const bool oneByte = list != nullptr && list->length == 1 && list->data != nullptr;
+    if (oneByte && static_cast<std::uint8_t>(list->data[0]) < 0x80) {
         return countWordStartsSplitBy(bytes, source->length, static_cast<std::uint8_t>(list->data[0]));
     }
     std::uint8_t table[256];
