@@ -16,6 +16,8 @@ namespace txscan {
 // Every AVX2 routine of the module may count its hits with popcnt, so the
 // one answer covers both.
 inline bool haveAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
+// Byte-wide masked loads (AVX-512BW) and bzhi (BMI2) for their masks.
+inline bool haveAvx512Bytes() { return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("bmi2"); }
 
 // The set in nibble form: bit (b >> 4) & 7 of low[b & 15] (bytes below 0x80)
 // or high[b & 15] (the rest) says whether byte b is a member.
@@ -58,6 +60,7 @@ __attribute__((target("avx2"))) inline std::uint32_t membersOf(__m256i v, const 
 #else
 
 inline bool haveAvx2() { return false; }
+inline bool haveAvx512Bytes() { return false; }
 
 #endif
 

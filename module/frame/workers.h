@@ -10,6 +10,7 @@
 
 #include "module/abi/argument_frame.h"
 #include "module/abi/encoding.h"
+#include "module/charset/byte_vectors.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/search/substring_scan.h"
@@ -81,9 +82,11 @@ struct SourceShape {
 
 // Whether one of n bytes (1 to 128) has its top bit set, which in UTF-8 is
 // whether they hold a multi-byte character: loads that may overlap, past 16
-// bytes sixteen at a time and as many for every length, so that no loop exit
-// depends on the length (mispredicted on rows of mixed lengths).
+// bytes two masked loads where the processor has them, else sixteen bytes a
+// load and as many for every length, so that no loop exit depends on the
+// length (mispredicted on rows of mixed lengths).
 inline bool highBitInShort(const char* p, std::int64_t n) {
+    if (n > 16 && haveAvx512Bytes()) return highBitUpTo128Avx512(p, n);
     std::uint64_t first = 0;
     std::uint64_t last = 0;
     if (n < 4) {

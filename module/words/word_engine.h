@@ -44,7 +44,7 @@ inline std::int32_t storeWordAnswer(contract::ArgumentFrame* frame, double* nume
         return contract::kStatusOk;
     }
     const WordRange& range = answer.range;
-    if (textResult == nullptr) {
+    if (mode == kLocateWord) {
         // Position and length in characters; no such word reports 0 and 0.
         double* position = const_cast<double*>(frame->number(3));
         double* length = const_cast<double*>(frame->number(4));
@@ -53,8 +53,12 @@ inline std::int32_t storeWordAnswer(contract::ArgumentFrame* frame, double* nume
         return contract::kStatusOk;
     }
     // No such word: one blank, or the empty string when empty words count.
-    if (!range.found) return storeWordText(textResult, h, " ", modifiers.has(kModM) ? 0 : 1, modifiers);
-    return storeWordText(textResult, h, source + range.firstByte, range.endByte - range.firstByte, modifiers);
+    if (!range.found) {
+        const char* blank = " ";
+        return storeWordText(textResult, h, blank, modifiers.has(kModM) ? 0 : 1, modifiers, blank);
+    }
+    return storeWordText(textResult, h, source + range.firstByte, range.endByte - range.firstByte, modifiers,
+                         source);
 }
 
 // What the engine needs of a call besides its walker.

@@ -43,8 +43,9 @@ std::int32_t scanCommonOnScanner(contract::ArgumentFrame* frame, contract::Strin
                                  contract::EncodingHandle* h);
 
 // The function's string from the word's bytes: R and Q trimming, the
-// reservation, and the cut to whole characters.
+// reservation, and the cut to whole characters. The bytes from textStart to
+// the word's end may be read.
 std::int32_t storeWordText(contract::StringValue* result, contract::EncodingHandle* h, const char* word,
-                           std::int64_t n, const ModifierSet& modifiers);
+                           std::int64_t n, const ModifierSet& modifiers, const char* textStart);
 
 }  // namespace txscan

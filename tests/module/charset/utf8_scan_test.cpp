@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "module/charset/byte_vectors.h"
 #include "module/charset/utf8_text.h"
 
 namespace {
@@ -91,5 +92,19 @@ TEST(Utf8Scan, LeadBytesOfLongTexts) {
         const std::vector<std::uint8_t> ascii(length, 'a');
         EXPECT_EQ(txscan::leadBytes(text.data(), static_cast<std::int64_t>(length)), countedLeads(text)) << length;
         EXPECT_EQ(txscan::leadBytes(ascii.data(), static_cast<std::int64_t>(length)), static_cast<std::int64_t>(length));
+    }
+}
+
+// The masked-load test of a short text's top bits, where the processor has
+// it: at every length, one byte above 0x7F at every position or none, in a
+// buffer of exactly that length.
+TEST(Utf8Scan, MaskedHighBitTestAtEveryLengthAndPosition) {
+    if (!txscan::haveAvx512Bytes()) GTEST_SKIP() << "no AVX-512BW";
+    for (std::int64_t n = 1; n <= 128; ++n) {
+        for (std::int64_t at = -1; at < n; ++at) {
+            std::vector<char> text(static_cast<std::size_t>(n), 'a');
+            if (at >= 0) text[static_cast<std::size_t>(at)] = static_cast<char>(0x80 + at % 0x80);
+            EXPECT_EQ(txscan::highBitUpTo128Avx512(text.data(), n), at >= 0) << n << " " << at;
+        }
     }
 }
