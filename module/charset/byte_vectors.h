@@ -19,6 +19,16 @@ inline bool haveAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_
 // Byte-wide masked loads (AVX-512BW) and bzhi (BMI2) for their masks.
 inline bool haveAvx512Bytes() { return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("bmi2"); }
 
+// Whether one of n bytes (0 to 128) has its top bit set, by two masked
+// 64-byte loads, which read no byte past the n. Only where haveAvx512Bytes().
+__attribute__((target("avx512bw,bmi2"))) inline bool highBitUpTo128(const char* p, std::int64_t n) {
+    const auto low = static_cast<unsigned>(n < 64 ? n : 64);
+    const auto high = static_cast<unsigned>(n > 64 ? n - 64 : 0);
+    const __m512i first = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, low), p);
+    const __m512i second = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, high), p + 64);
+    return _mm512_movepi8_mask(_mm512_or_si512(first, second)) != 0;
+}
+
 // The set in nibble form: bit (b >> 4) & 7 of low[b & 15] (bytes below 0x80)
 // or high[b & 15] (the rest) says whether byte b is a member.
 struct NibbleSet {

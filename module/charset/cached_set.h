@@ -13,11 +13,15 @@
 namespace txscan {
 
 // Whether the host lets this call site keep a set (its siteKind).
-bool siteMayCache(const contract::ArgumentFrame* frame);
+inline bool siteMayCache(const contract::ArgumentFrame* frame) {
+    return contract::siteAllowsCaching(frame->siteKind);
+}
 
 // The record an earlier call at this site kept, or null when there is none
-// or the site may not use one.
-const std::uint8_t* cachedSetOf(const contract::ArgumentFrame* frame);
+// or the site may not use one. Inline: every call of a byte path asks.
+inline const std::uint8_t* cachedSetOf(const contract::ArgumentFrame* frame) {
+    return siteMayCache(frame) ? static_cast<const std::uint8_t*>(frame->setCache) : nullptr;
+}
 
 // Room for a record of `size` bytes from the call context's pool (flag word
 // 0x2004), or null when the pool refuses. Never freed: it lives as long as

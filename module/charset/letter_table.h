@@ -55,27 +55,32 @@ struct ByteModifiers {
     std::uint16_t classLetters; // ClassLetterBit of every class letter seen
 };
 
-// Issues note 744 for a letter `table` does not know.
-void noteUnknownLetter(const LetterTable& table, std::uint8_t folded);
+// Issues note 744 for each letter of the text `table` does not know, in
+// text order.
+void noteUnknownLetters(const LetterTable& table, const char* text, std::int64_t length);
 
 // Folds each byte of the modifier text with upcaseMap and applies `table`; every unknown byte draws note 744 (kind 6)
 // with the function's name and the folded byte, in text order, and reading
 // goes on. A null or empty text gives no flags. Inline: a call's modifiers
-// are mostly a letter or two, and on short rows the call itself showed.
+// are mostly a letter or two, and on short rows the call itself showed. The
+// notes are issued after the reading, so that a call within the loop does
+// not make every call save its registers around it.
 inline ByteModifiers readByteModifiers(const LetterTable& table, const char* text, std::int64_t length) {
     ByteModifiers out{};
+    if (text == nullptr) return out;
     const std::uint8_t* upper = host().upcaseMap;
-    for (std::int64_t i = 0; text != nullptr && i < length; ++i) {
-        const std::uint8_t u = upper[static_cast<unsigned char>(text[i])];
-        const LetterRule rule = table.rule[u];
+    bool unknown = false;
+    for (std::int64_t i = 0; i < length; ++i) {
+        const LetterRule rule = table.rule[upper[static_cast<unsigned char>(text[i])]];
         if (rule.use == LetterUse::ClassLetter) {
             out.classLetters |= static_cast<std::uint16_t>(1u << rule.target);
         } else if (rule.use == LetterUse::Behaviour) {
             out.flags.flag[rule.target] = 1;
-        } else if (rule.use == LetterUse::Note) {
-            noteUnknownLetter(table, u);
+        } else {
+            unknown |= rule.use == LetterUse::Note;
         }
     }
+    if (unknown) noteUnknownLetters(table, text, length);
     return out;
 }
 

@@ -178,11 +178,7 @@ constexpr std::int64_t kVectorMinimum = 16;
 
 #if defined(__x86_64__)
 __attribute__((target("avx512bw,bmi2"))) bool highBitUpTo128Avx512(const char* p, std::int64_t n) {
-    const auto low = static_cast<unsigned>(n < 64 ? n : 64);
-    const auto high = static_cast<unsigned>(n > 64 ? n - 64 : 0);
-    const __m512i first = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, low), p);
-    const __m512i second = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, high), p + 64);
-    return _mm512_movepi8_mask(_mm512_or_si512(first, second)) != 0;
+    return highBitUpTo128(p, n);
 }
 #else
 bool highBitUpTo128Avx512(const char*, std::int64_t) { return true; }

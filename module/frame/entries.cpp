@@ -6,6 +6,7 @@
 // decide.
 #include "module/frame/entries.h"
 
+#include "module/charset/byte_vectors.h"
 #include "module/frame/encoding_ops.h"
 #include "module/frame/workers.h"
 
@@ -23,8 +24,46 @@ using NumericByteWorker = std::int32_t (*)(ArgumentFrame*, double*);
 using Utf8Worker = bool (*)(ArgumentFrame*, double*, EncodingHandle*, std::int64_t, std::int32_t*);
 using MultiByteWorker = std::int32_t (*)(ArgumentFrame*, double*, EncodingHandle*, std::uint8_t);
 
+// A source holding a multi-byte character, with its character count from
+// the one read (-1: not well-formed UTF-8).
+template <Utf8Worker utf8, MultiByteWorker multiByte>
+std::int32_t multiByteSource(ArgumentFrame* frame, double* number, EncodingHandle* h, std::int64_t characters) {
+    std::int32_t status = kStatusOk;
+    if (h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, characters, &status)) return status;
+    return multiByte(frame, number, h, 0);
+}
+
+// Sources that need more than a glance: read once, then the path.
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
+std::int32_t numericEntryRead(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
+    const SourceShape shape = sourceShapeOf(h, source);
+    if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
+    return multiByteSource<utf8, multiByte>(frame, number, h, shape.characters);
+}
+
+#if defined(__x86_64__)
+// A UTF-8 row of up to 128 bytes known to hold a byte above 0x7F.
+template <Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
+std::int32_t shortUtf8Source(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
+    const auto* data = reinterpret_cast<const std::uint8_t*>(source->data);
+    return multiByteSource<utf8, multiByte>(frame, number, h, utf8CharsIfWellFormedWide(data, source->length));
+}
+
+// Rows of 17 to 128 bytes in UTF-8, where the processor has masked loads:
+// ASCII ones told here and sent on, nothing saved on the way.
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
+[[gnu::noinline, gnu::target("avx512bw,bmi2")]] std::int32_t numericEntryMasked(ArgumentFrame* frame, double* number,
+                                                                           EncodingHandle* h,
+                                                                           const StringValue* source) {
+    if (!highBitUpTo128(source->data, source->length)) return bytes(frame, number);
+    return shortUtf8Source<utf8, multiByte>(frame, number, h, source);
+}
+#endif
+
 // A null argument 1 counts as nothing found, although the host always
-// passes given arguments.
+// passes given arguments. Single-byte sessions and short ASCII rows in
+// UTF-8 go to the byte path at once, with nothing saved on the way: the
+// rest of the reading is out of line.
 template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
 std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
     EncodingHandle* h = sessionHandle();
@@ -34,11 +73,17 @@ std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
         *number = 0.0;
         return kStatusOk;
     }
-    const SourceShape shape = sourceShapeOf(h, source);
-    if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
-    std::int32_t status = kStatusOk;
-    if (h->encodingId == kEncodingIdUtf8 && utf8(frame, number, h, shape.characters, &status)) return status;
-    return multiByte(frame, number, h, 0);
+    if (h->encodingKind == kSingleByteEncoding || source->data == nullptr || source->length <= 0 ||
+        (h->encodingId == kEncodingIdUtf8 && source->length <= 16 &&
+         !highBitInShort(source->data, source->length))) {
+        return bytes(frame, number);
+    }
+#if defined(__x86_64__)
+    if (h->encodingId == kEncodingIdUtf8 && source->length <= 128 && haveAvx512Bytes()) {
+        return numericEntryMasked<bytes, utf8, multiByte>(frame, number, h, source);
+    }
+#endif
+    return numericEntryRead<bytes, utf8, multiByte>(frame, number, h, source);
 }
 
 // KFIND and KCOUNTX, KFINDC and KCOUNTC: one mode each.
@@ -66,8 +111,8 @@ std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
 
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     auto* text = static_cast<StringValue*>(result);
-    return frame->string(1) != nullptr ? scanCommon(frame, text, sessionHandle(), 0) : storeBlank(text);
+    return frame->string(1) != nullptr ? scanCommon(frame, text, sessionHandle()) : storeBlank(text);
 }
-std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) { return scanCommon(frame, nullptr, sessionHandle(), 0); }
+std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) { return scanCommon(frame, nullptr, sessionHandle()); }
 
 }  // namespace txscan

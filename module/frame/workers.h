@@ -65,7 +65,7 @@ std::int32_t findWordMultiByte(ArgumentFrame* frame, double* result, EncodingHan
 
 // KSCANX, every path: function (result is the StringValue) and call routine
 // (result null).
-std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide);
+std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h);
 // One blank, KSCANX's answer for an absent or empty source (none for length 0).
 std::int32_t storeBlank(StringValue* result);
 

@@ -134,6 +134,11 @@ template <std::int32_t mode>
 inline bool wordNumberOf(double x, std::int64_t* count) {
     const auto bits = std::bit_cast<std::uint64_t>(x);
     const auto exponent = static_cast<std::int32_t>(bits >> 52 & 0x7FF);
+    if (exponent >= 1023 && exponent < 1054) {
+        // 1 to 2^31 - 1 in size, the word numbers calls give.
+        *count = static_cast<std::int64_t>(x);
+        return (bits << (exponent - 1011)) == 0;
+    }
     const bool whole = exponent >= 1075 ? exponent < 2047 || (bits << 12) == 0
                                         : exponent >= 1023 && (bits << (exponent - 1011)) == 0;
     constexpr double kFloor = -4611686018427387904.0;
@@ -145,8 +150,8 @@ inline bool wordNumberOf(double x, std::int64_t* count) {
 // call routine's two results: the roles, then the byte paths when allowed
 // and able, else the scanner.
 template <std::int32_t mode> [[gnu::noinline]]
-std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide,
-                        std::int64_t count, bool bytesAllowed) {
+std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::int64_t count,
+                        bool bytesAllowed) {
     const int k = mode == kExtractWord ? 3 : 5;
     ArgumentRoles roles{1, 0, 0, 0, 0, 2, 0};   // source 1, count 2
     if (frame->argCount >= k && frame->string(k) != nullptr) roles.delimiters = static_cast<std::uint32_t>(k);
@@ -165,7 +170,7 @@ std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandl
             return status;
         }
     }
-    return scanWords(frame, nullptr, h, wide, &roles, mode, result);
+    return scanWords(frame, nullptr, h, 0, &roles, mode, result);
 }
 
 // The word-number check, then the commonest call on the byte path: the
@@ -173,7 +178,7 @@ std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandl
 // so the default delimiters. Flattened: on short rows each call within
 // showed; the rest is scanListed's.
 template <std::int32_t mode, bool bytePath> [[gnu::flatten]]
-std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide) {
+std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h) {
     // Word 1 when no number is given; one of the wrong type is as unusable
     // as a missing one.
     std::int64_t count = 1;
@@ -184,7 +189,7 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
     // The byte paths take single-byte sessions and well-formed UTF-8, as far
     // as they need it well formed.
     const StringValue* source = frame->string(1);
-    const bool bytesAllowed = bytePath && wide == 0 && h != nullptr && source != nullptr && source->length >= 1 &&
+    const bool bytesAllowed = bytePath && h != nullptr && source != nullptr && source->length >= 1 &&
                               source->data != nullptr &&
                               (h->encodingId == kEncodingIdUtf8 || h->encodingKind == kSingleByteEncoding);
     std::int32_t status = kStatusOk;
@@ -192,19 +197,19 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
         plainScan<mode>(frame, result, h, kDefaultDelimiterBytes.has, source, count, &status)) {
         return status;
     }
-    return scanListed<mode>(frame, result, h, wide, count, bytesAllowed);
+    return scanListed<mode>(frame, result, h, count, bytesAllowed);
 }
 
 }  // namespace
 
-std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::uint8_t wide) {
-    return result != nullptr ? scanWith<kExtractWord, true>(frame, result, h, wide)
-                             : scanWith<kLocateWord, true>(frame, result, h, wide);
+std::int32_t scanCommon(ArgumentFrame* frame, StringValue* result, EncodingHandle* h) {
+    return result != nullptr ? scanWith<kExtractWord, true>(frame, result, h)
+                             : scanWith<kLocateWord, true>(frame, result, h);
 }
 
 std::int32_t scanCommonOnScanner(ArgumentFrame* frame, StringValue* result, EncodingHandle* h) {
-    return result != nullptr ? scanWith<kExtractWord, false>(frame, result, h, 0)
-                             : scanWith<kLocateWord, false>(frame, result, h, 0);
+    return result != nullptr ? scanWith<kExtractWord, false>(frame, result, h)
+                             : scanWith<kLocateWord, false>(frame, result, h);
 }
 
 }  // namespace txscan

@@ -103,6 +103,7 @@ TEST(ScanWordNumber, WholeAtEverySizeOthersRejectedWithNothingStored) {
     const double inf = std::numeric_limits<double>::infinity();
     const std::pair<double, const char*> cases[] = {   // the word of "a b", or null: refused
         {2.0, "b"}, {-2.0, "a"}, {inf, "a"}, {-inf, " "}, {0x1p52, "a"}, {-0x1p53, " "}, {1e300, "a"}, {-1e300, " "},
+        {2147483647.0, " "}, {-2147483648.0, " "}, {3e9, "a"}, {-3e9, " "}, {0x1p52 - 1, "a"},
         {0.0, nullptr}, {-0.0, nullptr}, {1.5, nullptr}, {-2.25, nullptr}, {0.75, nullptr}, {0x1p52 - 0.5, nullptr},
         {-(0x1p52 - 0.5), nullptr}, {5e-324, nullptr}, {std::numeric_limits<double>::quiet_NaN(), nullptr},
         {std::bit_cast<double>(0xFFFFD10000000000ull), nullptr},

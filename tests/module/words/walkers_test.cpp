@@ -47,7 +47,7 @@ Outcome scan(const Call& args, EncodingHandle* h, bool onBytes) {
     txscan::contract::StringValue result{size % 5 == 1 ? static_cast<std::int64_t>(1 + size / 5 % 4) : 200, 99,
                                          buffer.data(), nullptr, 0};
     txscan::contract::StringValue* out = routine ? nullptr : &result;
-    const std::int32_t status = onBytes ? txscan::scanCommon(&f.frame, out, h, 0)
+    const std::int32_t status = onBytes ? txscan::scanCommon(&f.frame, out, h)
                                         : txscan::scanCommonOnScanner(&f.frame, out, h);
     if (!routine) return {status, buffer.substr(0, static_cast<std::size_t>(result.length))};
     const auto output = [&](int k) {
