@@ -196,8 +196,7 @@ std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result) {
             *result = static_cast<double>(negated ? length - equal : equal);
             return kStatusOk;
         }
-        FewBytes few = kDigitBytes;
-        if (digitsAlone || fewListBytes(list, caseless, &few)) {
+        const auto answerOfFew = [&](const FewBytes& few) {
             if constexpr (finding) {
                 *result = searchRegion(region, few);
             } else {
@@ -205,7 +204,10 @@ std::int32_t charSetOnBytes(ArgumentFrame* frame, double* result) {
                 *result = static_cast<double>(negated ? length - n : n);
             }
             return kStatusOk;
-        }
+        };
+        // The digits as a constant: their test folds into the scan.
+        if (digitsAlone) return answerOfFew(kDigitBytes);
+        if (FewBytes few; fewListBytes(list, caseless, &few)) return answerOfFew(few);
     }
 
     ByteSetTest test;
