@@ -33,15 +33,6 @@ std::int32_t multiByteSource(ArgumentFrame* frame, double* number, EncodingHandl
     return multiByte(frame, number, h, 0);
 }
 
-// Sources that need more than a glance: read once, then the path.
-template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
-std::int32_t numericEntryRead(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
-    const SourceShape shape = sourceShapeOf(h, source);
-    if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
-    return multiByteSource<utf8, multiByte>(frame, number, h, shape.characters);
-}
-
-#if defined(__x86_64__)
 // A UTF-8 row of up to 128 bytes known to hold a byte above 0x7F.
 template <Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
 std::int32_t shortUtf8Source(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
@@ -49,21 +40,41 @@ std::int32_t shortUtf8Source(ArgumentFrame* frame, double* number, EncodingHandl
     return multiByteSource<utf8, multiByte>(frame, number, h, utf8CharsIfWellFormedWide(data, source->length));
 }
 
-// Rows of 17 to 128 bytes in UTF-8, where the processor has masked loads:
-// ASCII ones told here and sent on, nothing saved on the way.
+// Sources of more than 128 bytes, and those of other multi-byte sessions:
+// read once, then the path.
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
+std::int32_t longOrOtherSource(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
+    const SourceShape shape = sourceShapeOf(h, source);
+    if (shape.kind == SourceShape::kSingleBytes) return bytes(frame, number);
+    return multiByteSource<utf8, multiByte>(frame, number, h, shape.characters);
+}
+
+// Each of the three below tells an ASCII row of UTF-8 and sends it on with
+// nothing saved on the way: the paths that call anything are out of line.
+
+// Rows of 17 to 128 bytes in UTF-8 where the processor has masked loads.
+#if defined(__x86_64__)
 template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
-[[gnu::noinline, gnu::target("avx512bw,bmi2")]] std::int32_t numericEntryMasked(ArgumentFrame* frame, double* number,
-                                                                           EncodingHandle* h,
-                                                                           const StringValue* source) {
+[[gnu::noinline, gnu::target("avx512bw,bmi2")]] std::int32_t maskedSource(ArgumentFrame* frame, double* number,
+                                                                     EncodingHandle* h, const StringValue* source) {
     if (!highBitUpTo128(source->data, source->length)) return bytes(frame, number);
     return shortUtf8Source<utf8, multiByte>(frame, number, h, source);
 }
 #endif
 
+// Rows of 17 bytes and more otherwise.
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
+std::int32_t longerSource(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
+    if (h->encodingId == kEncodingIdUtf8 && source->length <= 128) {
+        if (!highBitInShortPortable(source->data, source->length)) return bytes(frame, number);
+        return shortUtf8Source<utf8, multiByte>(frame, number, h, source);
+    }
+    return longOrOtherSource<bytes, utf8, multiByte>(frame, number, h, source);
+}
+
 // A null argument 1 counts as nothing found, although the host always
-// passes given arguments. Single-byte sessions and short ASCII rows in
-// UTF-8 go to the byte path at once, with nothing saved on the way: the
-// rest of the reading is out of line.
+// passes given arguments. Single-byte sessions and rows of up to 16 bytes
+// are told here.
 template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
 std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
     EncodingHandle* h = sessionHandle();
@@ -73,17 +84,19 @@ std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
         *number = 0.0;
         return kStatusOk;
     }
-    if (h->encodingKind == kSingleByteEncoding || source->data == nullptr || source->length <= 0 ||
-        (h->encodingId == kEncodingIdUtf8 && source->length <= 16 &&
-         !highBitInShort(source->data, source->length))) {
+    if (h->encodingKind == kSingleByteEncoding || source->data == nullptr || source->length <= 0) {
         return bytes(frame, number);
+    }
+    if (h->encodingId == kEncodingIdUtf8 && source->length <= 16) {
+        if (!highBitInShortPortable(source->data, source->length)) return bytes(frame, number);
+        return shortUtf8Source<utf8, multiByte>(frame, number, h, source);
     }
 #if defined(__x86_64__)
     if (h->encodingId == kEncodingIdUtf8 && source->length <= 128 && haveAvx512Bytes()) {
-        return numericEntryMasked<bytes, utf8, multiByte>(frame, number, h, source);
+        return maskedSource<bytes, utf8, multiByte>(frame, number, h, source);
     }
 #endif
-    return numericEntryRead<bytes, utf8, multiByte>(frame, number, h, source);
+    return longerSource<bytes, utf8, multiByte>(frame, number, h, source);
 }
 
 // KFIND and KCOUNTX, KFINDC and KCOUNTC: one mode each.

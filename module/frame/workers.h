@@ -82,11 +82,9 @@ struct SourceShape {
 
 // Whether one of n bytes (1 to 128) has its top bit set, which in UTF-8 is
 // whether they hold a multi-byte character: loads that may overlap, past 16
-// bytes two masked loads where the processor has them, else sixteen bytes a
-// load and as many for every length, so that no loop exit depends on the
-// length (mispredicted on rows of mixed lengths).
-inline bool highBitInShort(const char* p, std::int64_t n) {
-    if (n > 16 && haveAvx512Bytes()) return highBitUpTo128Avx512(p, n);
+// bytes sixteen at a time and as many for every length, so that no loop exit
+// depends on the length (mispredicted on rows of mixed lengths).
+inline bool highBitInShortPortable(const char* p, std::int64_t n) {
     std::uint64_t first = 0;
     std::uint64_t last = 0;
     if (n < 4) {
@@ -115,6 +113,12 @@ inline bool highBitInShort(const char* p, std::int64_t n) {
         last = any[1];
     }
     return ((first | last) & 0x8080808080808080ull) != 0;
+}
+
+// The same, past 16 bytes by two masked loads where the processor has them.
+inline bool highBitInShort(const char* p, std::int64_t n) {
+    if (n > 16 && haveAvx512Bytes()) return highBitUpTo128Avx512(p, n);
+    return highBitInShortPortable(p, n);
 }
 
 // Inlined into every entry and KSCANX: on short rows its call showed.
