@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "host/host.h"
+#include "module/frame/entries.h"
 #include "module/frame/exports.h"
 #include "module/frame/workers.h"
 #include "tests/support/module_calls.h"
@@ -83,6 +84,25 @@ TEST(SourceShape, Utf8HighBitAtEveryPositionAndLength) {
             std::memcpy(copy.get(), text.data(), length);
             EXPECT_NE(txscan::SourceShape::kSingleBytes, shapeOf(copy.get(), length)) << length << " " << at;
             text[at] = 'a';
+        }
+    }
+}
+
+// The entries read argument 1 in their own steps (up to 16 bytes, up to
+// 128, longer): one two-byte character at every position of rows of every
+// length up to 141 bytes, each ending in the letter sought, whose position
+// counts characters only on the right path.
+TEST(SourceShape, EntriesCountCharactersAtEveryPositionAndLength) {
+    txtest::InProcess p;
+    for (std::size_t length = 2; length <= 140; ++length) {
+        for (std::size_t at = 0; at + 1 < length; ++at) {
+            std::string text(length - 1, 'a');
+            text += 'z';
+            text.replace(at, 1, "\xC3\xA9");
+            txtest::FrameBuilder f({text, std::string("z")});
+            double number = -1;
+            EXPECT_EQ(txscan::kfindEntry(&f.frame, &number), kStatusOk);
+            EXPECT_EQ(number, static_cast<double>(length)) << length << " " << at;
         }
     }
 }
