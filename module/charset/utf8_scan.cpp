@@ -176,14 +176,6 @@ constexpr std::int64_t kVectorMinimum = 16;
 
 }  // namespace
 
-#if defined(__x86_64__)
-__attribute__((target("avx512bw,bmi2"))) bool highBitUpTo128Avx512(const char* p, std::int64_t n) {
-    return highBitUpTo128(p, n);
-}
-#else
-bool highBitUpTo128Avx512(const char*, std::int64_t) { return true; }
-#endif
-
 std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n, Utf8Vectors vectors) {
 #if defined(__x86_64__)
     if (n < kVectorMinimum) return utf8CharsOneByOne(p, n);

@@ -44,10 +44,6 @@ inline int utf8Length(const std::uint8_t* p, std::int64_t n) {
 // whatever the processor has, so that both forms can be tested.
 enum class Utf8Vectors { kBest, kSse2 };
 std::int64_t utf8CharsIfWellFormed(const std::uint8_t* p, std::int64_t n, Utf8Vectors vectors = Utf8Vectors::kBest);
-// Whether one of n bytes (1 to 128) has its top bit set, by two masked
-// 64-byte loads, which read no byte past the n. Only where haveAvx512Bytes()
-// (byte_vectors.h) holds.
-bool highBitUpTo128Avx512(const char* p, std::int64_t n);
 // The same for a text the caller has seen to hold a byte above 0x7F: its
 // ASCII test is not made again.
 std::int64_t utf8CharsIfWellFormedWide(const std::uint8_t* p, std::int64_t n);

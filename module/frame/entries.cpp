@@ -66,7 +66,7 @@ template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
 template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
 std::int32_t longerSource(ArgumentFrame* frame, double* number, EncodingHandle* h, const StringValue* source) {
     if (h->encodingId == kEncodingIdUtf8 && source->length <= 128) {
-        if (!highBitInShortPortable(source->data, source->length)) return bytes(frame, number);
+        if (!highBitInShort(source->data, source->length)) return bytes(frame, number);
         return shortUtf8Source<utf8, multiByte>(frame, number, h, source);
     }
     return longOrOtherSource<bytes, utf8, multiByte>(frame, number, h, source);
@@ -88,7 +88,7 @@ std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
         return bytes(frame, number);
     }
     if (h->encodingId == kEncodingIdUtf8 && source->length <= 16) {
-        if (!highBitInShortPortable(source->data, source->length)) return bytes(frame, number);
+        if (!highBitInShort(source->data, source->length)) return bytes(frame, number);
         return shortUtf8Source<utf8, multiByte>(frame, number, h, source);
     }
 #if defined(__x86_64__)

@@ -10,7 +10,6 @@
 
 #include "module/abi/argument_frame.h"
 #include "module/abi/encoding.h"
-#include "module/charset/byte_vectors.h"
 #include "module/charset/utf8_text.h"
 #include "module/frame/encoding_ops.h"
 #include "module/search/substring_scan.h"
@@ -84,7 +83,7 @@ struct SourceShape {
 // whether they hold a multi-byte character: loads that may overlap, past 16
 // bytes sixteen at a time and as many for every length, so that no loop exit
 // depends on the length (mispredicted on rows of mixed lengths).
-inline bool highBitInShortPortable(const char* p, std::int64_t n) {
+inline bool highBitInShort(const char* p, std::int64_t n) {
     std::uint64_t first = 0;
     std::uint64_t last = 0;
     if (n < 4) {
@@ -113,12 +112,6 @@ inline bool highBitInShortPortable(const char* p, std::int64_t n) {
         last = any[1];
     }
     return ((first | last) & 0x8080808080808080ull) != 0;
-}
-
-// The same, past 16 bytes by two masked loads where the processor has them.
-inline bool highBitInShort(const char* p, std::int64_t n) {
-    if (n > 16 && haveAvx512Bytes()) return highBitUpTo128Avx512(p, n);
-    return highBitInShortPortable(p, n);
 }
 
 // Inlined into every entry and KSCANX: on short rows its call showed.

@@ -148,8 +148,9 @@ inline bool wordNumberOf(double x, std::int64_t* count) {
 
 // The calls with more arguments than the source, the word number and the
 // call routine's two results: the roles, then the byte paths when allowed
-// and able, else the scanner.
-template <std::int32_t mode> [[gnu::noinline]]
+// and able, else the scanner. Flattened too: in a call of its own the lists'
+// byte path lost its inlined walk and store.
+template <std::int32_t mode> [[gnu::flatten, gnu::noinline]]
 std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::int64_t count,
                         bool bytesAllowed) {
     const int k = mode == kExtractWord ? 3 : 5;
