@@ -2,8 +2,9 @@
 // byte path, or, when argument 1 holds a character of more than one byte, to
 // the UTF-8 path in UTF-8 sessions and to the multi-byte path otherwise or
 // when the UTF-8 path declines the call. Only argument 1 decides, read once
-// (sourceShapeOf): the paths take the answer and do not read it again to
-// decide.
+// (in UTF-8 a glance at its high bits, then for a row holding one its check
+// and count; sourceShapeOf for the rest): the paths take the answer and do
+// not read it again to decide.
 #include "module/frame/entries.h"
 
 #include "module/charset/byte_vectors.h"
