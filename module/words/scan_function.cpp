@@ -141,9 +141,10 @@ inline bool wordNumberOf(double x, std::int64_t* count) {
     }
     const bool whole = exponent >= 1075 ? exponent < 2047 || (bits << 12) == 0
                                         : exponent >= 1023 && (bits << (exponent - 1011)) == 0;
+    if (!whole) return false;   // a NaN among them, which no integer holds
     constexpr double kFloor = -4611686018427387904.0;
     *count = x > 2147483647.0 ? 1 : static_cast<std::int64_t>(x < kFloor ? kFloor : x);
-    return whole;
+    return true;
 }
 
 // The calls with more arguments than the source, the word number and the
