@@ -175,10 +175,10 @@ std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandl
     return scanWords(frame, nullptr, h, 0, &roles, mode, result);
 }
 
-// The word-number check, then the commonest call on the byte path: the
-// source and the word number alone (with the call routine's two results),
-// so the default delimiters. Flattened: on short rows each call within
-// showed; the rest is scanListed's.
+// The word-number check, then the commonest calls on the byte path: the
+// source and the word number (with the call routine's two results), and a
+// list of one-byte delimiters. Flattened: on short rows each call within
+// showed; modifiers and the rest are scanListed's.
 template <std::int32_t mode, bool bytePath> [[gnu::flatten]]
 std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle* h) {
     // Word 1 when no number is given; one of the wrong type is as unusable
@@ -194,10 +194,17 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
     const bool bytesAllowed = bytePath && h != nullptr && source != nullptr && source->length >= 1 &&
                               source->data != nullptr &&
                               (h->encodingId == kEncodingIdUtf8 || h->encodingKind == kSingleByteEncoding);
+    const int k = mode == kExtractWord ? 3 : 5;   // the delimiters' argument
     std::int32_t status = kStatusOk;
-    if (bytesAllowed && frame->argCount < (mode == kExtractWord ? 3 : 5) &&
-        plainScan<mode>(frame, result, h, kDefaultDelimiterBytes.has, source, count, &status)) {
-        return status;
+    if (bytesAllowed && frame->argCount < k) {
+        if (plainScan<mode>(frame, result, h, kDefaultDelimiterBytes.has, source, count, &status)) return status;
+    } else if (bytesAllowed && frame->argCount == k && frame->string(k) != nullptr) {
+        std::uint8_t listed[256];
+        const std::uint8_t* delimiters =
+            oneByteDelimiters(frame->string(k), false, h->encodingId == kEncodingIdUtf8, listed);
+        if (delimiters != nullptr && plainScan<mode>(frame, result, h, delimiters, source, count, &status)) {
+            return status;
+        }
     }
     return scanListed<mode>(frame, result, h, count, bytesAllowed);
 }
