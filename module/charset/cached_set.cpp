@@ -9,6 +9,13 @@ namespace txscan {
 
 using namespace contract;
 
+bool siteMayCache(const ArgumentFrame* frame) { return siteAllowsCaching(frame->siteKind); }
+
+const std::uint8_t* cachedSetOf(const ArgumentFrame* frame) {
+    if (!siteMayCache(frame)) return nullptr;
+    return static_cast<const std::uint8_t*>(frame->setCache);
+}
+
 std::uint8_t* allocateCachedSet(ArgumentFrame* frame, std::int64_t size) {
     // A frame without a call context takes the task's, as the word functions
     // do; the search functions leave the frame's field as the host gave it.

@@ -13,15 +13,11 @@
 namespace txscan {
 
 // Whether the host lets this call site keep a set (its siteKind).
-inline bool siteMayCache(const contract::ArgumentFrame* frame) {
-    return contract::siteAllowsCaching(frame->siteKind);
-}
+bool siteMayCache(const contract::ArgumentFrame* frame);
 
 // The record an earlier call at this site kept, or null when there is none
-// or the site may not use one. Inline: every call of a byte path asks.
-inline const std::uint8_t* cachedSetOf(const contract::ArgumentFrame* frame) {
-    return siteMayCache(frame) ? static_cast<const std::uint8_t*>(frame->setCache) : nullptr;
-}
+// or the site may not use one.
+const std::uint8_t* cachedSetOf(const contract::ArgumentFrame* frame);
 
 // Room for a record of `size` bytes from the call context's pool (flag word
 // 0x2004), or null when the pool refuses. Never freed: it lives as long as
@@ -39,9 +35,11 @@ struct CachedRecord {
     CharSet set;
 };
 
-// The record an earlier call at this site kept, or null.
+// The record an earlier call at this site kept, or null. An empty slot,
+// the common case, is told without a call.
 template <std::size_t Flags>
 const CachedRecord<Flags>* cachedRecordOf(const contract::ArgumentFrame* frame) {
+    if (frame->setCache == nullptr) return nullptr;
     return reinterpret_cast<const CachedRecord<Flags>*>(cachedSetOf(frame));
 }
 

@@ -15,6 +15,9 @@ using contract::TextCursor;
 // The session's handle: the service's cached one, else a fresh openHandle.
 // Never stored here: caching is the host's business. Inline: every call of
 // every entry asks it first.
+inline EncodingHandle* cachedSessionHandle() {
+    return static_cast<contract::EncodingService*>(kernelWord(contract::kKernelEncodingService))->cachedSessionHandle;
+}
 inline EncodingHandle* sessionHandle() {
     auto* service = static_cast<contract::EncodingService*>(kernelWord(contract::kKernelEncodingService));
     if (service->cachedSessionHandle != nullptr) return service->cachedSessionHandle;

@@ -77,9 +77,25 @@ std::int32_t longerSource(ArgumentFrame* frame, double* number, EncodingHandle* 
 // passes given arguments. Single-byte sessions and rows of up to 16 bytes
 // are told here.
 template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
+std::int32_t numericEntryWith(ArgumentFrame* frame, double* number, EncodingHandle* h);
+
+// A session whose handle is not cached: opened here, out of line, so that
+// the entries save nothing on the way when it is.
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte> [[gnu::noinline]]
+std::int32_t numericEntryOpening(ArgumentFrame* frame, double* number) {
+    return numericEntryWith<bytes, utf8, multiByte>(frame, number, sessionHandle());
+}
+
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
 std::int32_t numericEntry(ArgumentFrame* frame, void* result) {
-    EncodingHandle* h = sessionHandle();
     auto* number = static_cast<double*>(result);
+    EncodingHandle* h = cachedSessionHandle();
+    if (h == nullptr) return numericEntryOpening<bytes, utf8, multiByte>(frame, number);
+    return numericEntryWith<bytes, utf8, multiByte>(frame, number, h);
+}
+
+template <NumericByteWorker bytes, Utf8Worker utf8, MultiByteWorker multiByte>
+[[gnu::always_inline]] inline std::int32_t numericEntryWith(ArgumentFrame* frame, double* number, EncodingHandle* h) {
     const StringValue* source = frame->string(1);
     if (source == nullptr) {
         *number = 0.0;
@@ -123,10 +139,24 @@ std::int32_t kfindwEntry(ArgumentFrame* frame, void* result) {
     return numericEntry<findWordBytes, findWordUtf8, findWordMultiByte>(frame, result);
 }
 
+namespace {
+
+// KSCANX when the session's handle is not cached (see numericEntryOpening).
+[[gnu::noinline]] std::int32_t scanOpening(ArgumentFrame* frame, StringValue* result) {
+    return scanCommon(frame, result, sessionHandle());
+}
+
+}  // namespace
+
 std::int32_t kscanxFunctionEntry(ArgumentFrame* frame, void* result) {
     auto* text = static_cast<StringValue*>(result);
-    return frame->string(1) != nullptr ? scanCommon(frame, text, sessionHandle()) : storeBlank(text);
+    if (frame->string(1) == nullptr) return storeBlank(text);
+    EncodingHandle* h = cachedSessionHandle();
+    return h != nullptr ? scanCommon(frame, text, h) : scanOpening(frame, text);
 }
-std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) { return scanCommon(frame, nullptr, sessionHandle()); }
+std::int32_t kscanxCallEntry(ArgumentFrame* frame, void*) {
+    EncodingHandle* h = cachedSessionHandle();
+    return h != nullptr ? scanCommon(frame, nullptr, h) : scanOpening(frame, nullptr);
+}
 
 }  // namespace txscan
