@@ -1,6 +1,6 @@
 // What the vector scans of bytes share: the one probe of the processor's
-// features, and the nibble form of a 256-entry byte set that tells 32 bytes
-// at a time which are members.
+// features, the nibble form of a 256-entry byte set that tells 32 bytes at a
+// time which are members, and the masked test of a short text's high bits.
 #pragma once
 
 #include <cstdint>
