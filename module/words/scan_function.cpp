@@ -147,31 +147,19 @@ inline bool wordNumberOf(double x, std::int64_t* count) {
     return true;
 }
 
-// The calls with more arguments than the source, the word number and the
-// call routine's two results: the roles, then the byte paths when allowed
-// and able, else the scanner. Flattened too: in a call of its own the lists'
-// byte path lost its inlined walk and store.
-template <std::int32_t mode> [[gnu::flatten, gnu::noinline]]
-std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, std::int64_t count,
-                        bool bytesAllowed) {
+// The calls the path below leaves: modifiers, a list that is absent or not
+// of one-byte delimiters, and text the plain walk declined. The roles, then
+// the byte paths' interpreter when allowed, else the scanner.
+template <std::int32_t mode> [[gnu::noinline]]
+std::int32_t scanListed(ArgumentFrame* frame, StringValue* result, EncodingHandle* h, bool bytesAllowed) {
     const int k = mode == kExtractWord ? 3 : 5;
     ArgumentRoles roles{1, 0, 0, 0, 0, 2, 0};   // source 1, count 2
     if (frame->argCount >= k && frame->string(k) != nullptr) roles.delimiters = static_cast<std::uint32_t>(k);
     if (frame->argCount == k + 1 && frame->string(k + 1) != nullptr) {
         roles.modifiers = static_cast<std::uint32_t>(k + 1);
     }
-    if (bytesAllowed) {
-        std::int32_t status = kStatusOk;
-        std::uint8_t listed[256];
-        const std::uint8_t* delimiters =
-            roles.modifiers != 0 || roles.delimiters == 0
-                ? nullptr
-                : oneByteDelimiters(frame->string(k), false, h->encodingId == kEncodingIdUtf8, listed);
-        if ((delimiters != nullptr && plainScan<mode>(frame, result, h, delimiters, frame->string(1), count, &status)) ||
-            wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) {
-            return status;
-        }
-    }
+    std::int32_t status = kStatusOk;
+    if (bytesAllowed && wordsOnBytes(frame, h, roles, mode, -1, nullptr, result, &status)) return status;
     return scanWords(frame, nullptr, h, 0, &roles, mode, result);
 }
 
@@ -206,7 +194,7 @@ std::int32_t scanWith(ArgumentFrame* frame, StringValue* result, EncodingHandle*
             return status;
         }
     }
-    return scanListed<mode>(frame, result, h, count, bytesAllowed);
+    return scanListed<mode>(frame, result, h, bytesAllowed);
 }
 
 }  // namespace
